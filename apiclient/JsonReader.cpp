@@ -1,0 +1,438 @@
+#include "apiclient/JsonUtils.h"
+
+#include <QHash>
+#include <QVarLengthArray>
+
+#include <array>
+#include <limits>
+
+namespace {
+
+using Utf16Buffer = QVarLengthArray<ushort, 512>;
+
+constexpr uint blockSize = 16;
+
+/// Whether none of the next `blockSize` units ends or interrupts a string of plain characters.
+/// Without branches inside, so that the compiler makes vector instructions of it.
+template <typename Unit> bool isPlainBlock(const Unit* units)
+{
+    unsigned special = 0;
+    for (uint i = 0; i < blockSize; ++i) {
+        special |= unsigned(units[i] == '"') | unsigned(units[i] == '\\');
+        if constexpr (sizeof(Unit) == 1) {
+            special |= unsigned(units[i] >= 0x80);
+        }
+    }
+    return special == 0;
+}
+
+template <typename Unit> QString textFrom(const Unit* units, qptrdiff length)
+{
+    if constexpr (sizeof(Unit) == 1) {
+        return QString::fromLatin1(reinterpret_cast<const char*>(units), int(length));
+    } else {
+        return QString(reinterpret_cast<const QChar*>(units), int(length));
+    }
+}
+
+int hexDigit(uint unit)
+{
+    if (unit >= '0' && unit <= '9') {
+        return int(unit - '0');
+    }
+    const uint lower = unit | 0x20U;
+    return lower >= 'a' && lower <= 'f' ? int(lower - 'a' + 10) : -1;
+}
+
+/// Reads JSON in UTF-8 (Unit = uchar) or UTF-16 (Unit = ushort). Each function reads one
+/// construct at `next`, moves `next` behind it and returns false where the text is malformed.
+template <typename Unit> class Reader {
+public:
+    Reader(const Unit* text, int length)
+        : next(text)
+        , end(text + length)
+    {
+    }
+
+    bool readDocument(QVariant* value)
+    {
+        skipBlanks();
+        if (!readValue(value)) {
+            return false;
+        }
+        skipBlanks();
+        return next == end;
+    }
+
+private:
+    bool skipBlanks()
+    {
+        while (next != end && (*next == ' ' || *next == '\n' || *next == '\r' || *next == '\t')) {
+            ++next;
+        }
+        return next != end;
+    }
+
+    bool accept(char expected)
+    {
+        if (next == end || *next != Unit(expected)) {
+            return false;
+        }
+        ++next;
+        return true;
+    }
+
+    bool readValue(QVariant* value)
+    {
+        if (next == end) {
+            return false;
+        }
+        switch (*next) {
+        case '{':
+            return readObject(value);
+        case '[':
+            return readArray(value);
+        case '"':
+            return readStringValue(value);
+        case 't':
+            *value = true;
+            return readLiteral("true");
+        case 'f':
+            *value = false;
+            return readLiteral("false");
+        case 'n':
+            *value = QVariant::fromValue(nullptr);
+            return readLiteral("null");
+        default:
+            return readNumber(value);
+        }
+    }
+
+    bool readLiteral(const char* literal)
+    {
+        while (*literal != '\0') {
+            if (!accept(*literal++)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool readObject(QVariant* value)
+    {
+        if (++depth > JsonUtils::maximumDepth) {
+            return false;
+        }
+        *value = QVariantMap();
+        // Filled in place: a copy would share the map, and the next insertion would detach it.
+        auto* map = static_cast<QVariantMap*>(value->data());
+        ++next;
+        if (skipBlanks() && accept('}')) {
+            --depth;
+            return true;
+        }
+        for (;;) {
+            QString key;
+            if (!readKey(&key) || !skipBlanks() || !accept(':') || !skipBlanks()) {
+                return false;
+            }
+            // Keys mostly arrive in ascending order, so the end is the best guess for the place.
+            const auto entry = map->insert(map->constEnd(), key, QVariant());
+            if (!readValue(&entry.value()) || !skipBlanks()) {
+                return false;
+            }
+            if (accept('}')) {
+                --depth;
+                return true;
+            }
+            if (!accept(',') || !skipBlanks()) {
+                return false;
+            }
+        }
+    }
+
+    bool readArray(QVariant* value)
+    {
+        if (++depth > JsonUtils::maximumDepth) {
+            return false;
+        }
+        *value = QVariantList();
+        auto* list = static_cast<QVariantList*>(value->data());
+        ++next;
+        if (skipBlanks() && accept(']')) {
+            --depth;
+            return true;
+        }
+        for (;;) {
+            list->append(QVariant());
+            if (!readValue(&list->last()) || !skipBlanks()) {
+                return false;
+            }
+            if (accept(']')) {
+                --depth;
+                return true;
+            }
+            if (!accept(',') || !skipBlanks()) {
+                return false;
+            }
+        }
+    }
+
+    /// A document repeats a few dozen keys thousands of times: equal keys share one text.
+    bool readKey(QString* key)
+    {
+        const Unit* const start = next;
+        if (!readString(key)) {
+            return false;
+        }
+        constexpr qptrdiff longestCachedKey = 32;
+        if (next - start > longestCachedKey) {
+            return true;
+        }
+        QString& cached = keyCache[qHash(*key) % keyCache.size()];
+        if (cached == *key) {
+            *key = cached;
+        } else {
+            cached = *key;
+        }
+        return true;
+    }
+
+    bool readStringValue(QVariant* value)
+    {
+        *value = QString();
+        return readString(static_cast<QString*>(value->data()));
+    }
+
+    bool readString(QString* text)
+    {
+        if (!accept('"')) {
+            return false;
+        }
+        const Unit* const start = next;
+        skipPlainUnits();
+        if (next == end) {
+            return false;
+        }
+        if (*next == '"') {
+            *text = textFrom(start, next - start);
+            ++next;
+            return true;
+        }
+        return readUnevenString(start, text);
+    }
+
+    void skipPlainUnits()
+    {
+        while (end - next >= qptrdiff(blockSize) && isPlainBlock(next)) {
+            next += blockSize;
+        }
+        while (next != end && *next != '"' && *next != '\\' && (sizeof(Unit) > 1 || *next < 0x80)) {
+            ++next;
+        }
+    }
+
+    /// The rest of a string that holds escapes or multi-byte characters.
+    bool readUnevenString(const Unit* start, QString* text)
+    {
+        scratch.clear();
+        for (;;) {
+            const int plainLength = int(next - start);
+            const int oldSize = scratch.size();
+            scratch.resize(oldSize + plainLength);
+            std::copy(start, next, scratch.data() + oldSize);
+            if (next == end) {
+                return false;
+            }
+            if (*next == '"') {
+                ++next;
+                *text =
+                    QString(reinterpret_cast<const QChar*>(scratch.constData()), scratch.size());
+                return true;
+            }
+            if (!(*next == '\\' ? readEscape() : readMultiByteCharacter())) {
+                return false;
+            }
+            start = next;
+            skipPlainUnits();
+        }
+    }
+
+    bool readEscape()
+    {
+        ++next;
+        if (next == end) {
+            return false;
+        }
+        const uint unit = *next++;
+        switch (unit) {
+        case '"':
+        case '\\':
+        case '/':
+            scratch.append(ushort(unit));
+            return true;
+        case 'b':
+            scratch.append('\b');
+            return true;
+        case 'f':
+            scratch.append('\f');
+            return true;
+        case 'n':
+            scratch.append('\n');
+            return true;
+        case 'r':
+            scratch.append('\r');
+            return true;
+        case 't':
+            scratch.append('\t');
+            return true;
+        case 'u':
+            return readHexEscape();
+        default:
+            return false;
+        }
+    }
+
+    /// One code unit: surrogates are taken as they come, with or without their partner.
+    bool readHexEscape()
+    {
+        if (end - next < 4) {
+            return false;
+        }
+        int unit = 0;
+        for (int i = 0; i < 4; ++i) {
+            const int digit = hexDigit(*next++);
+            if (digit < 0) {
+                return false;
+            }
+            unit = unit * 16 + digit;
+        }
+        scratch.append(ushort(unit));
+        return true;
+    }
+
+    /// One character of two to four bytes, well-formed as RFC 3629 says.
+    bool readMultiByteCharacter()
+    {
+        const uint lead = *next++;
+        const int continuations = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+        if (lead < 0xC2 || lead > 0xF4 || end - next < continuations) {
+            return false;
+        }
+        uint character = lead & (0x3FU >> continuations);
+        for (int i = 0; i < continuations; ++i) {
+            const uint byte = *next++;
+            if ((byte & 0xC0U) != 0x80U) {
+                return false;
+            }
+            character = (character << 6) | (byte & 0x3FU);
+        }
+        constexpr std::array<uint, 4> smallest{0, 0x80, 0x800, 0x10000};
+        if (character < smallest[uint(continuations)] || character > 0x10FFFF
+            || QChar::isSurrogate(character)) {
+            return false;
+        }
+        if (QChar::requiresSurrogates(character)) {
+            scratch.append(QChar::highSurrogate(character));
+            scratch.append(QChar::lowSurrogate(character));
+        } else {
+            scratch.append(ushort(character));
+        }
+        return true;
+    }
+
+    bool skipDigits()
+    {
+        const Unit* const start = next;
+        while (next != end && *next >= '0' && *next <= '9') {
+            ++next;
+        }
+        return next != start;
+    }
+
+    bool readNumber(QVariant* value)
+    {
+        const Unit* const start = next;
+        const bool negative = accept('-');
+        const Unit* const digits = next;
+        if (!accept('0') && !skipDigits()) {
+            return false;
+        }
+        const Unit* const digitsEnd = next;
+        if (accept('.') && !skipDigits()) {
+            return false;
+        }
+        if (accept('e') || accept('E')) {
+            if (!accept('+')) {
+                accept('-');
+            }
+            if (!skipDigits()) {
+                return false;
+            }
+        }
+        return (next == digitsEnd && toInteger(digits, negative, value)) || toDouble(start, value);
+    }
+
+    /// False when the digits up to `next` exceed 64 bits; also for -0, which only a double holds.
+    bool toInteger(const Unit* digits, bool negative, QVariant* value)
+    {
+        quint64 magnitude = 0;
+        for (; digits != next; ++digits) {
+            const auto digit = quint64(*digits - '0');
+            if (magnitude > (std::numeric_limits<quint64>::max() - digit) / 10) {
+                return false;
+            }
+            magnitude = magnitude * 10 + digit;
+        }
+        constexpr auto largestSigned = quint64(std::numeric_limits<qint64>::max());
+        if (!negative) {
+            *value = magnitude <= largestSigned ? QVariant(qint64(magnitude)) : QVariant(magnitude);
+            return true;
+        }
+        if (magnitude == 0 || magnitude > largestSigned + 1) {
+            return false;
+        }
+        *value = QVariant(qint64(~magnitude + 1));
+        return true;
+    }
+
+    bool toDouble(const Unit* start, QVariant* value)
+    {
+        bool converted = false;
+        const double number = textFrom(start, next - start).toLatin1().toDouble(&converted);
+        *value = number;
+        // The grammar is right, so a failed conversion is a number out of range: too small is 0.
+        return converted || number == 0.0;
+    }
+
+    const Unit* next;
+    const Unit* const end;
+    int depth = 0;
+    Utf16Buffer scratch;
+    std::array<QString, 256> keyCache;
+};
+
+template <typename Unit> QVariant read(const Unit* units, int length)
+{
+    QVariant value;
+    return Reader<Unit>(units, length).readDocument(&value) ? value : QVariant();
+}
+
+} // namespace
+
+namespace JsonUtils {
+
+QVariant parse(const QByteArray& json)
+{
+    const int markLength = json.startsWith("\xEF\xBB\xBF") ? 3 : 0;
+    return read(
+        reinterpret_cast<const uchar*>(json.constData()) + markLength, json.size() - markLength);
+}
+
+QVariant parseText(const QString& json)
+{
+    const int markLength = json.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
+    return read(json.utf16() + markLength, json.size() - markLength);
+}
+
+} // namespace JsonUtils

@@ -1,0 +1,267 @@
+#include "apiclient/JsonUtils.h"
+
+#include <QLocale>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+
+namespace {
+
+constexpr int blockSize = 16;
+constexpr int longestEscape = 6; // \uXXXX
+
+bool isPlain(uint unit)
+{
+    return unit >= 0x20 && unit < 0x80 && unit != '"' && unit != '\\';
+}
+
+/// Whether the next `blockSize` units go into a JSON string as they are, as ASCII. Without
+/// branches inside, so that the compiler makes vector instructions of it.
+bool isPlainBlock(const ushort* units)
+{
+    unsigned special = 0;
+    for (int i = 0; i < blockSize; ++i) {
+        special |= unsigned(units[i] < 0x20) | unsigned(units[i] >= 0x80)
+            | unsigned(units[i] == '"') | unsigned(units[i] == '\\');
+    }
+    return special == 0;
+}
+
+/// Writes JSON into `Text`: UTF-8 into a QByteArray, UTF-16 into a QString.
+template <typename Text> class Writer {
+    static constexpr bool isUtf8 = std::is_same_v<Text, QByteArray>;
+    using Unit = std::conditional_t<isUtf8, char, ushort>;
+
+public:
+    explicit Writer(const Text& prefix)
+        : text(prefix)
+        , used(prefix.size())
+    {
+    }
+
+    Text take()
+    {
+        text.resize(used);
+        return std::move(text);
+    }
+
+    void writeValue(const QVariant& value)
+    {
+        switch (value.userType()) {
+        case QMetaType::QVariantMap:
+            return writeMap(*static_cast<const QVariantMap*>(value.constData()));
+        case QMetaType::QVariantList:
+            return writeList(*static_cast<const QVariantList*>(value.constData()));
+        case QMetaType::QString:
+            return writeString(*static_cast<const QString*>(value.constData()));
+        case QMetaType::QStringList:
+            return writeList(value.toList());
+        case QMetaType::QVariantHash:
+            return writeMap(value.toMap());
+        case QMetaType::Bool:
+            return writeAscii(value.toBool() ? "true" : "false");
+        case QMetaType::Int:
+        case QMetaType::Long:
+        case QMetaType::LongLong:
+        case QMetaType::Short:
+            return writeInteger(value.toLongLong());
+        case QMetaType::UInt:
+        case QMetaType::ULong:
+        case QMetaType::ULongLong:
+        case QMetaType::UShort:
+            return writeInteger(value.toULongLong());
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return writeDouble(value.toDouble());
+        default:
+            return value.isNull() || !value.canConvert<QString>() ? writeAscii("null")
+                                                                  : writeString(value.toString());
+        }
+    }
+
+private:
+    Unit* reserve(int count)
+    {
+        if (text.size() - used < count) {
+            text.resize(std::max(used + count, used + used / 2));
+        }
+        return reinterpret_cast<Unit*>(text.data()) + used;
+    }
+
+    void writeUnit(char unit)
+    {
+        *reserve(1) = Unit(unit);
+        ++used;
+    }
+
+    void writeAscii(const char* ascii)
+    {
+        while (*ascii != '\0') {
+            writeUnit(*ascii++);
+        }
+    }
+
+    template <typename Integer> void writeInteger(Integer number)
+    {
+        std::array<char, 24> digits{};
+        *std::to_chars(digits.data(), digits.data() + digits.size() - 1, number).ptr = '\0';
+        writeAscii(digits.data());
+    }
+
+    void writeDouble(double number)
+    {
+        if (!std::isfinite(number)) {
+            return writeAscii("null");
+        }
+        QByteArray digits = QByteArray::number(number, 'g', QLocale::FloatingPointShortest);
+        if (!digits.contains('.') && !digits.contains('e')) {
+            digits += ".0";
+        }
+        writeAscii(digits.constData());
+    }
+
+    void writeMap(const QVariantMap& map)
+    {
+        writeUnit('{');
+        for (auto entry = map.constBegin(); entry != map.constEnd(); ++entry) {
+            if (entry != map.constBegin()) {
+                writeUnit(',');
+            }
+            writeString(entry.key());
+            writeUnit(':');
+            writeValue(entry.value());
+        }
+        writeUnit('}');
+    }
+
+    void writeList(const QVariantList& list)
+    {
+        writeUnit('[');
+        for (auto element = list.constBegin(); element != list.constEnd(); ++element) {
+            if (element != list.constBegin()) {
+                writeUnit(',');
+            }
+            writeValue(*element);
+        }
+        writeUnit(']');
+    }
+
+    void writeString(const QString& string)
+    {
+        const ushort* next = string.utf16();
+        const ushort* const end = next + string.size();
+        writeUnit('"');
+        while (next != end) {
+            const Unit* const start = reserve(blockSize * longestEscape);
+            auto* out = const_cast<Unit*>(start);
+            if (end - next >= blockSize && isPlainBlock(next)) {
+                std::transform(next, next + blockSize, out, [](ushort unit) { return Unit(unit); });
+                next += blockSize;
+                out += blockSize;
+            } else {
+                const ushort* const blockEnd = std::min(end, next + blockSize);
+                while (next < blockEnd) {
+                    out = writeCharacter(next, end, out);
+                }
+            }
+            used += int(out - start);
+        }
+        writeUnit('"');
+    }
+
+    /// Writes the character at `next`, moves `next` behind it and returns where `out` goes on.
+    static Unit* writeCharacter(const ushort*& next, const ushort* end, Unit* out)
+    {
+        const ushort unit = *next++;
+        if (isPlain(unit)) {
+            *out++ = Unit(unit);
+            return out;
+        }
+        if (unit < 0x80) {
+            return unit == 0x7F ? (*out++ = Unit(unit), out) : writeEscape(unit, out);
+        }
+        if (!QChar::isSurrogate(unit)) {
+            return writeNonAscii(unit, out);
+        }
+        if (QChar::isHighSurrogate(unit) && next != end && QChar::isLowSurrogate(*next)) {
+            return writeNonAscii(QChar::surrogateToUcs4(unit, *next++), out);
+        }
+        return writeHexEscape(unit, out);
+    }
+
+    static Unit* writeNonAscii(uint character, Unit* out)
+    {
+        if constexpr (isUtf8) {
+            if (character < 0x800) {
+                *out++ = Unit(0xC0U | (character >> 6));
+            } else {
+                if (character < 0x10000) {
+                    *out++ = Unit(0xE0U | (character >> 12));
+                } else {
+                    *out++ = Unit(0xF0U | (character >> 18));
+                    *out++ = Unit(0x80U | ((character >> 12) & 0x3FU));
+                }
+                *out++ = Unit(0x80U | ((character >> 6) & 0x3FU));
+            }
+            *out++ = Unit(0x80U | (character & 0x3FU));
+        } else if (QChar::requiresSurrogates(character)) {
+            *out++ = QChar::highSurrogate(character);
+            *out++ = QChar::lowSurrogate(character);
+        } else {
+            *out++ = Unit(character);
+        }
+        return out;
+    }
+
+    static Unit* writeEscape(ushort unit, Unit* out)
+    {
+        constexpr char escaped[] = "\"\\\b\f\n\r\t";
+        constexpr char letters[] = "\"\\bfnrt";
+        const char* const found = std::find(std::begin(escaped), std::end(escaped) - 1, char(unit));
+        if (found == std::end(escaped) - 1) {
+            return writeHexEscape(unit, out);
+        }
+        *out++ = '\\';
+        *out++ = Unit(letters[found - escaped]);
+        return out;
+    }
+
+    static Unit* writeHexEscape(ushort unit, Unit* out)
+    {
+        constexpr char digits[] = "0123456789abcdef";
+        *out++ = '\\';
+        *out++ = 'u';
+        for (int shift = 12; shift >= 0; shift -= 4) {
+            *out++ = Unit(digits[(unit >> shift) & 0xF]);
+        }
+        return out;
+    }
+
+    Text text;
+    int used;
+};
+
+template <typename Text> Text write(const QVariant& value, const Text& prefix)
+{
+    Writer<Text> writer(prefix);
+    writer.writeValue(value);
+    return writer.take();
+}
+
+} // namespace
+
+namespace JsonUtils {
+
+QByteArray serialize(const QVariant& value)
+{
+    return write(value, QByteArray());
+}
+
+QString serializeToText(const QVariant& value, const QString& prefix)
+{
+    return write(value, prefix);
+}
+
+} // namespace JsonUtils

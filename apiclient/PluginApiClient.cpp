@@ -1,0 +1,65 @@
+#include "apiclient/PluginApiClient.h"
+
+#include "apiclient/JsonUtils.h"
+#include "apiclient/QtNetworkClient.h"
+
+#include <QDebug>
+
+PluginApiClient::PluginApiClient(int port, QObject* parent)
+    : QObject(parent)
+    , host(QStringLiteral("127.0.0.1"))
+    , networkClient(new QtNetworkClient)
+{
+    constexpr int thirtyMinutesMs = 1800000;
+    networkClient->setSendReceiveTimeout(thirtyMinutesMs);
+    if (!networkClient->connect(host, quint16(port))) {
+        qWarning() << "unable to connect to" << host << "using wininet";
+    }
+}
+
+PluginApiClient::~PluginApiClient() = default;
+
+int PluginApiClient::getRequest(const QString& path, QVariantMap* result)
+{
+    return finishRequest(networkClient->get(path), result);
+}
+
+int PluginApiClient::postRequest(const QString& path, const QVariantMap& body, QVariantMap* result)
+{
+    // The request's text is gone before the reply is taken apart: for a long document each of
+    // them is tens of megabytes.
+    return finishRequest(networkClient->post(path, JsonUtils::serialize(body)), result);
+}
+
+int PluginApiClient::finishRequest(const NetworkResponse& response, QVariantMap* result)
+{
+    *result = parseResponse(response.status, response.body);
+    return response.status;
+}
+
+QVariantMap PluginApiClient::parseResponse(int status, const QByteArray& body)
+{
+    const QVariantMap map = JsonUtils::parse(body).toMap();
+    if (status == 200) {
+        return map;
+    }
+    const auto error = map.constFind(QStringLiteral("error"));
+    if (error != map.constEnd()) {
+        errorMessage = error->toString();
+    } else if (!body.isEmpty()) {
+        errorMessage = QString::fromUtf8(body);
+    } else {
+        errorMessage = networkClient->lastError();
+    }
+    return map;
+}
+
+void PluginApiClient::setLastError(const QString& message)
+{
+    errorMessage = message;
+}
+
+QString PluginApiClient::lastError() const
+{
+    return errorMessage;
+}

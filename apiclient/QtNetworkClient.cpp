@@ -1,0 +1,132 @@
+#include "apiclient/QtNetworkClient.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QIODevice>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QScopedPointer>
+#include <QUrl>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+/// A request body that can be read once. QNetworkAccessManager repeats a POST by itself when the
+/// connection closes before a status line, and a second POST is a second dialog for the user. It
+/// gives up where the body cannot be rewound, as here.
+class OneTimeBody : public QIODevice {
+public:
+    explicit OneTimeBody(const QByteArray& content)
+        : bytes(content)
+    {
+        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override { return bytes.size() - position; }
+    bool reset() override { return false; }
+
+protected:
+    qint64 readData(char* data, qint64 maximumSize) override
+    {
+        const qint64 count = std::min(maximumSize, bytes.size() - position);
+        if (count == 0 && maximumSize > 0) {
+            return -1;
+        }
+        std::memcpy(data, bytes.constData() + position, size_t(count));
+        position += count;
+        return count;
+    }
+
+    qint64 writeData(const char*, qint64) override { return -1; }
+
+private:
+    const QByteArray bytes;
+    qint64 position = 0;
+};
+
+QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
+{
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    // Without both, the body would be copied into a buffer first, and that one can be rewound.
+    request.setHeader(QNetworkRequest::ContentLengthHeader, bodySize);
+    request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+    return request;
+}
+
+} // namespace
+
+QtNetworkClient::QtNetworkClient()
+{
+    // The first manager would load the connection-management plug-ins, which talk to the system
+    // bus (and wait for ever when it does not answer) and start threads. Nothing here needs them.
+    QCoreApplication::setLibraryPaths({});
+    manager.reset(new QNetworkAccessManager);
+    // The application is on this machine: no proxy of the system's may come between.
+    manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+}
+
+QtNetworkClient::~QtNetworkClient() = default;
+
+bool QtNetworkClient::connect(const QString& newHost, quint16 newPort)
+{
+    host = newHost;
+    port = newPort;
+    return true;
+}
+
+void QtNetworkClient::disconnect()
+{
+    host = QString();
+    port = 0;
+}
+
+void QtNetworkClient::setSendReceiveTimeout(int) { }
+
+NetworkResponse QtNetworkClient::get(const QString& path)
+{
+    return doRequest(path, {});
+}
+
+NetworkResponse QtNetworkClient::post(const QString& path, const QByteArray& body)
+{
+    return doRequest(path, body);
+}
+
+QString QtNetworkClient::lastError() const
+{
+    return errorText;
+}
+
+NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray& body)
+{
+    errorText = QString();
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(host, QUrl::DecodedMode);
+    url.setPort(port);
+    url.setPath(path, QUrl::DecodedMode);
+
+    QEventLoop loop;
+    OneTimeBody upload(body);
+    const QScopedPointer<QNetworkReply> reply(body.isEmpty()
+            ? manager->get(QNetworkRequest(url))
+            : manager->post(postRequest(url, body.size()), &upload));
+    QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
+    loop.exec();
+
+    NetworkResponse response;
+    response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    // Reading from a reply that never opened prints a warning of Qt's.
+    if (reply->isReadable()) {
+        response.body = reply->readAll();
+    }
+    errorText = reply->errorString();
+    return response;
+}

@@ -1,0 +1,36 @@
+#include "frontend/ArgsFile.h"
+#include "frontend/CiteCommandHandler.h"
+#include "frontend/StandardStreams.h"
+#include "service/PluginComServer.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QTextCodec>
+
+int main(int argc, char* argv[])
+{
+    secureStandardStreams();
+    if (argc < 3) {
+        qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
+        return 1;
+    }
+    // Taken before Qt sees them: it removes what it takes for options of its own.
+    const QString command = QString::fromUtf8(argv[1]);
+    const QString directory = QString::fromUtf8(argv[2]);
+    QCoreApplication application(argc, argv);
+    // Folder names are UTF-8 in every locale: a macro's environment may well have none.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+
+    auto* const service = new PluginComServer(nullptr);
+    // Never released: one command, and the process ends.
+    static CiteCommandHandler* const handler =
+        (new CiteCommandHandler)->initWithPluginClient(service);
+    const QString status = handler->handleCommand(command, directory);
+
+    // Written last: its presence tells the macro that the results are complete.
+    bool success = false;
+    writeFile(directory + QStringLiteral("/mac-word-plugin-result-ready.txt"), status, &success);
+    printLine(status.toUtf8().constData());
+    delete service;
+    return 0;
+}

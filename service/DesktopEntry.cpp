@@ -1,0 +1,204 @@
+#include "service/DesktopEntry.h"
+
+#include <QFile>
+#include <QStandardPaths>
+
+#include <glib.h>
+
+#include <cstring>
+#include <memory>
+
+namespace {
+
+bool isBlank(char character)
+{
+    return character == ' ' || character == '\t' || character == '\n';
+}
+
+/// One argument as it stands in the line, its quoting undone.
+struct Argument {
+    QByteArray text;
+    bool quoted = false;
+};
+
+/// Takes the quoted argument that begins at `next`; false when it does not end.
+bool takeQuoted(const char*& next, Argument* argument)
+{
+    argument->quoted = true;
+    for (++next; *next != '"'; ++next) {
+        // Only these four are escaped; any other backslash stands for itself.
+        if (*next == '\\' && next[1] != '\0' && std::strchr("\"`$\\", next[1]) != nullptr) {
+            ++next;
+        }
+        if (*next == '\0') {
+            return false;
+        }
+        argument->text += *next;
+    }
+    ++next;
+    return *next == '\0' || isBlank(*next);
+}
+
+bool takeUnquoted(const char*& next, Argument* argument)
+{
+    for (; *next != '\0' && !isBlank(*next); ++next) {
+        if (*next == '"') {
+            return false;
+        }
+        argument->text += *next;
+    }
+    return true;
+}
+
+std::optional<QList<Argument>> splitExec(const QByteArray& exec)
+{
+    QList<Argument> arguments;
+    const char* next = exec.constData();
+    for (;;) {
+        while (isBlank(*next)) {
+            ++next;
+        }
+        if (*next == '\0') {
+            return arguments;
+        }
+        Argument argument;
+        if (!(*next == '"' ? takeQuoted(next, &argument) : takeUnquoted(next, &argument))) {
+            return {};
+        }
+        arguments.append(argument);
+    }
+}
+
+/// What the field code `code` stands for inside an argument; nothing when there is no such code.
+std::optional<QByteArray> fieldText(char code, const ExecFields& fields)
+{
+    switch (code) {
+    case '%':
+        return QByteArrayLiteral("%");
+    case 'c':
+        return fields.name;
+    case 'k':
+        return fields.entryPath;
+    case 'f':
+    case 'F':
+    case 'u':
+    case 'U':
+    case 'd':
+    case 'D':
+    case 'n':
+    case 'N':
+    case 'v':
+    case 'm':
+        return QByteArray();
+    default:
+        return {};
+    }
+}
+
+std::optional<QByteArray> expandArgument(const QByteArray& argument, const ExecFields& fields)
+{
+    QByteArray expanded;
+    for (int i = 0; i < argument.size(); ++i) {
+        if (argument.at(i) != '%') {
+            expanded += argument.at(i);
+            continue;
+        }
+        ++i;
+        const auto text = fieldText(i < argument.size() ? argument.at(i) : '\0', fields);
+        if (!text) {
+            return {};
+        }
+        expanded += *text;
+    }
+    return expanded;
+}
+
+struct KeyFileDeleter {
+    void operator()(GKeyFile* file) const { g_key_file_free(file); }
+};
+
+/// A desktop entry's main group. Values that are missing or malformed read as empty.
+class EntryFile {
+public:
+    bool load(const QString& path)
+    {
+        return g_key_file_load_from_file(
+                   file.get(), QFile::encodeName(path).constData(), G_KEY_FILE_NONE, nullptr)
+            != FALSE;
+    }
+
+    QByteArray text(const char* key) const
+    {
+        return take(g_key_file_get_string(file.get(), group, key, nullptr));
+    }
+
+    QByteArray translatedText(const char* key) const
+    {
+        return take(g_key_file_get_locale_string(file.get(), group, key, nullptr, nullptr));
+    }
+
+    bool isTrue(const char* key) const
+    {
+        return g_key_file_get_boolean(file.get(), group, key, nullptr) != FALSE;
+    }
+
+private:
+    static constexpr const char* group = G_KEY_FILE_DESKTOP_GROUP;
+
+    static QByteArray take(char* value)
+    {
+        const std::unique_ptr<char, decltype(&g_free)> owner(value, &g_free);
+        return QByteArray(value);
+    }
+
+    const std::unique_ptr<GKeyFile, KeyFileDeleter> file{g_key_file_new()};
+};
+
+} // namespace
+
+QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
+{
+    const auto arguments = splitExec(exec);
+    if (!arguments) {
+        return {};
+    }
+    QList<QByteArray> command;
+    for (const Argument& argument : *arguments) {
+        // The one code that stands for two arguments, so it must be one of its own.
+        if (argument.text == "%i") {
+            if (!fields.icon.isEmpty()) {
+                command << QByteArrayLiteral("--icon") << fields.icon;
+            }
+            continue;
+        }
+        const auto expanded = expandArgument(argument.text, fields);
+        if (!expanded) {
+            return {};
+        }
+        // An argument that was nothing but a dropped code is none; "" was meant as an empty one.
+        if (!expanded->isEmpty() || argument.quoted) {
+            command << *expanded;
+        }
+    }
+    return command.isEmpty() || command.first().isEmpty() ? QList<QByteArray>() : command;
+}
+
+std::optional<DesktopEntry> readDesktopEntry(const QString& filePath)
+{
+    EntryFile file;
+    if (!file.load(filePath) || file.text(G_KEY_FILE_DESKTOP_KEY_TYPE) != "Application"
+        || file.isTrue(G_KEY_FILE_DESKTOP_KEY_HIDDEN)) {
+        return {};
+    }
+    const QByteArray tryExec = file.text(G_KEY_FILE_DESKTOP_KEY_TRY_EXEC);
+    if (!tryExec.isEmpty()
+        && QStandardPaths::findExecutable(QFile::decodeName(tryExec)).isEmpty()) {
+        return {};
+    }
+    const DesktopEntry entry{
+        expandExec(file.text(G_KEY_FILE_DESKTOP_KEY_EXEC),
+            {file.text(G_KEY_FILE_DESKTOP_KEY_ICON),
+                file.translatedText(G_KEY_FILE_DESKTOP_KEY_NAME), QFile::encodeName(filePath)}),
+        file.text(G_KEY_FILE_DESKTOP_KEY_PATH)};
+    return entry.command.isEmpty() ? std::nullopt : std::optional(entry);
+}

@@ -1,0 +1,343 @@
+#include "service/PluginComServer.h"
+
+#include "apiclient/JsonUtils.h"
+#include "service/DesktopApplication.h"
+#include "service/DesktopSettings.h"
+#include "service/FieldCode.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+
+#include <csignal>
+#include <unistd.h>
+
+PluginComServer::PluginComServer(QObject* parent)
+    : QObject(parent)
+    , apiClient(new PluginApiClient(tessaronDesktopTcpPort()))
+{
+}
+
+PluginComServer::~PluginComServer() = default;
+
+QString PluginComServer::pluginVersion()
+{
+    return QStringLiteral("1.0");
+}
+
+QString PluginComServer::lastError()
+{
+    return apiClient->lastError();
+}
+
+// Dialogs and single citations
+
+QString PluginComServer::getCitationStyleFromDialog(const QString& selectedStyleId)
+{
+    QVariantMap response;
+    apiClient->postRequest(QStringLiteral("/citationStyle/choose/interactive"),
+        {{QStringLiteral("currentStyleUrl"), selectedStyleId}}, &response);
+    return response.value(QStringLiteral("citationStyleUrl")).toString();
+}
+
+QString PluginComServer::getFieldCodeFromCitationEditor(const QString& currentFieldCode)
+{
+    QVariantMap request;
+    QString path = QStringLiteral("/citation/choose/interactive");
+    if (!currentFieldCode.isEmpty()) {
+        request.insert(QStringLiteral("fieldCode"), currentFieldCode);
+        path = QStringLiteral("/citation/edit/interactive");
+    }
+    QVariantMap response;
+    if (apiClient->postRequest(path, request, &response) != 200) {
+        return {};
+    }
+    const QVariantMap cluster = response.value(QStringLiteral("citationCluster")).toMap();
+    if (cluster.value(QStringLiteral("citationItems")).toList().isEmpty()) {
+        return currentFieldCode;
+    }
+    return clusterToFieldCode(response);
+}
+
+QString PluginComServer::getFieldCodeFromUuid(const QString& uuid)
+{
+    return postForFieldCode(QStringLiteral("/testMethods/citationCluster/getFromUuid"),
+        {{QStringLiteral("documentUuid"), uuid}}, QString());
+}
+
+void PluginComServer::allowSetFocus(int processId)
+{
+    QVariantMap response;
+    apiClient->postRequest(
+        QStringLiteral("/allowSetFocus"), {{QStringLiteral("processId"), processId}}, &response);
+}
+
+QString PluginComServer::mergeFields(const QStringList& fieldCodes)
+{
+    QVariantList clusters;
+    clusters.reserve(fieldCodes.size());
+    for (const QString& fieldCode : fieldCodes) {
+        clusters.append(QVariantMap{{QStringLiteral("fieldCode"), fieldCode}});
+    }
+    return postForFieldCode(QStringLiteral("/citations/merge"),
+        {{QStringLiteral("citationClusters"), clusters}}, QString());
+}
+
+QString PluginComServer::checkManualFormatAndGetFieldCode(
+    const QString& fieldCode, const QString& formattedCitation)
+{
+    return postForFieldCode(QStringLiteral("/citation/update/interactive"),
+        {{QStringLiteral("formattedText"), formattedCitation},
+            {QStringLiteral("fieldCode"), fieldCode}},
+        fieldCode);
+}
+
+QString PluginComServer::undoManualFormat(const QString& fieldCode)
+{
+    return postForFieldCode(QStringLiteral("/citation/undoManualFormat"),
+        {{QStringLiteral("fieldCode"), fieldCode}}, fieldCode);
+}
+
+bool PluginComServer::hasManualEdit(const QString& fieldCode)
+{
+    // The key alone counts, whatever its value: the application removes it to undo an edit.
+    const QVariantMap cluster = jsonFromFieldCode(fieldCode);
+    return cluster.value(QStringLiteral("tessaron"))
+        .toMap()
+        .contains(QStringLiteral("manualFormatting"));
+}
+
+void PluginComServer::setWordProcessor(const QString& processor, const QString& version)
+{
+    QVariantMap response;
+    apiClient->postRequest(QStringLiteral("/wordProcessor/set"),
+        {{QStringLiteral("wordProcessor"), processor}, {QStringLiteral("version"), version}},
+        &response);
+}
+
+/// Returns the field code that a POST of `request` answers with, or `onFailure`.
+QString PluginComServer::postForFieldCode(
+    const QString& path, const QVariantMap& request, const QString& onFailure)
+{
+    QVariantMap response;
+    return apiClient->postRequest(path, request, &response) == 200 ? clusterToFieldCode(response)
+                                                                   : onFailure;
+}
+
+// Styles and account
+
+int PluginComServer::getRecentStyles(QStringList& styleIds, QStringList& styleNames)
+{
+    styleIds.clear();
+    styleNames.clear();
+    QVariantMap response;
+    if (apiClient->getRequest(QStringLiteral("/citationStyles/default"), &response) == 200) {
+        const QVariantList styles = response.value(QStringLiteral("citationStyles")).toList();
+        for (const QVariant& style : styles) {
+            const QVariantMap entry = style.toMap();
+            styleIds.append(entry.value(QStringLiteral("url")).toString());
+            styleNames.append(entry.value(QStringLiteral("title")).toString());
+        }
+    }
+    return styleIds.size();
+}
+
+QString PluginComServer::getDesktopCitationStyleId()
+{
+    return getText(QStringLiteral("/citationStyle/selected"), QStringLiteral("citationStyleId"),
+        QStringLiteral("Can't get selected citation style id - error: %1. Server error '%2'"));
+}
+
+QString PluginComServer::getUserAccount()
+{
+    return getText(QStringLiteral("/userAccount"), QStringLiteral("account"),
+        QStringLiteral("Unable to retrieve account - error: %1. Server error '%2'"));
+}
+
+QString PluginComServer::getUserUuid()
+{
+    return getText(QStringLiteral("/userUuid"), QStringLiteral("uuid"),
+        QStringLiteral("Unable to retrieve uuid - error: %1. Server error '%2'"));
+}
+
+/// Returns the text under `key` in the reply to a GET; on failure the message, filled in: the
+/// macro shows whatever text it gets.
+QString PluginComServer::getText(
+    const QString& path, const QString& key, const QString& failureMessage)
+{
+    QVariantMap response;
+    const int status = apiClient->getRequest(path, &response);
+    return status == 200 ? response.value(key).toString()
+                         : failureMessage.arg(status).arg(apiClient->lastError());
+}
+
+// The batch
+
+void PluginComServer::setCitationStyle(const QString& styleId)
+{
+    citationStyle = styleId;
+}
+
+QString PluginComServer::getCitationStyleId()
+{
+    return citationStyle;
+}
+
+void PluginComServer::setTempDirectory(const QString& tempDir)
+{
+    tempDirectory = tempDir;
+}
+
+void PluginComServer::resetCitations()
+{
+    citations.clear();
+}
+
+void PluginComServer::addCitation(const QString& fieldCode, const QString& formattedCitation)
+{
+    citations.append({QString(), formattedCitation, QString(), fieldCode});
+}
+
+bool PluginComServer::formatCitationsAndBibliography()
+{
+    const int submittedCount = citations.size();
+    formattedCitations.clear();
+    m_lastErrorCitationIndex = -1;
+
+    QVariantMap response;
+    const int status =
+        apiClient->postRequest(QStringLiteral("/formattedCitationsAndBibliography/interactive"),
+            batchRequest(), &response);
+    if (status != 200) {
+        const auto index = response.constFind(QStringLiteral("citationIndex"));
+        if (index != response.constEnd()) {
+            m_lastErrorCitationIndex = index->toInt();
+        }
+        return false;
+    }
+
+    citationStyle = response.value(QStringLiteral("citationStyleUrl")).toString();
+    storeFormattedCitations(response.take(QStringLiteral("citationClusters")).toList());
+    formattedBibliography = response.value(QStringLiteral("bibliography")).toString();
+
+    if (formattedCitations.size() != submittedCount) {
+        qWarning() << "Citation count mismatch.  Submitted" << submittedCount
+                   << "citations but only received" << formattedCitations.size()
+                   << "formatted citations.";
+        return false;
+    }
+    if (formattedBibliography.isEmpty()) {
+        qWarning() << "No formatted bibliography returned";
+        return false;
+    }
+    return true;
+}
+
+QVariantMap PluginComServer::batchRequest() const
+{
+    QVariantList clusters;
+    clusters.reserve(citations.size());
+    for (const CitationField& citation : citations) {
+        clusters.append(QVariantMap{{QStringLiteral("fieldCode"), citation.fieldCode},
+            {QStringLiteral("formattedText"), citation.formattedCitation}});
+    }
+    return {{QStringLiteral("citationStyleUrl"), citationStyle},
+        {QStringLiteral("citationClusters"), clusters},
+        {QStringLiteral("tempDirectory"), tempDirectory}};
+}
+
+void PluginComServer::storeFormattedCitations(QVariantList clusters)
+{
+    formattedCitations.reserve(clusters.size());
+    // Each entry goes as soon as it is stored: a long document need not be in memory twice.
+    while (!clusters.isEmpty()) {
+        const QVariantMap entry = clusters.takeFirst().toMap();
+        const auto textAt = [&entry](const QString& path) {
+            return JsonUtils::getValueAtPath(entry, path).toString();
+        };
+        formattedCitations.append(
+            {textAt(QStringLiteral("citationCluster.tessaron.previouslyFormattedCitation")),
+                textAt(QStringLiteral("formattedText")),
+                textAt(QStringLiteral("citationCluster.tessaron.plainTextFormattedCitation")),
+                clusterToFieldCode(entry)});
+    }
+}
+
+QString PluginComServer::getFormattedCitation(int index)
+{
+    return citationText(
+        index, &CitationField::formattedCitation, QStringLiteral("no such citation"));
+}
+
+QString PluginComServer::getPlainTextFormattedCitation(int index)
+{
+    return citationText(
+        index, &CitationField::plainTextFormattedCitation, QStringLiteral("no such citation"));
+}
+
+QString PluginComServer::getPreviouslyFormattedCitation(int index)
+{
+    return citationText(
+        index, &CitationField::previouslyFormattedCitation, QStringLiteral("no such citation"));
+}
+
+QString PluginComServer::getFieldCode(int index)
+{
+    return citationText(index, &CitationField::fieldCode, QStringLiteral("invalid_index"));
+}
+
+QString PluginComServer::citationText(
+    int index, QString CitationField::*text, const QString& outOfRange) const
+{
+    return index >= 0 && index < formattedCitations.size() ? formattedCitations.at(index).*text
+                                                           : outOfRange;
+}
+
+int PluginComServer::lastErrorCitationIndex()
+{
+    return m_lastErrorCitationIndex;
+}
+
+QString PluginComServer::getFormattedBibliography()
+{
+    return formattedBibliography;
+}
+
+// The application's process
+
+bool PluginComServer::isTessaronRunning()
+{
+    if (desktopProcessId != 0 && kill(pid_t(desktopProcessId), 0) == 0) {
+        return true;
+    }
+    desktopProcessId = 0;
+    QVariantMap response;
+    if (apiClient->getRequest(QStringLiteral("/tessaronDesktopInfo"), &response) == 200) {
+        desktopProcessId = qint64(response.value(QStringLiteral("processId")).toULongLong());
+    }
+    return desktopProcessId != 0;
+}
+
+int PluginComServer::tessaronProcessId()
+{
+    return isTessaronRunning() ? int(desktopProcessId) : 0;
+}
+
+bool PluginComServer::launchTessaron()
+{
+    if (isTessaronRunning()) {
+        return true;
+    }
+    const int status = openDesktopApplication();
+    if (status != 0) {
+        apiClient->setLastError(QStringLiteral("Unable to start Tessaron Desktop: %1").arg(status));
+        return false;
+    }
+    constexpr qint64 longestWaitMs = 10000;
+    constexpr useconds_t pauseUs = 100000;
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < longestWaitMs && !isTessaronRunning()) {
+        usleep(pauseUs);
+    }
+    return isTessaronRunning();
+}
