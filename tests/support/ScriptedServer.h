@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QTcpServer>
+#include <QVariantMap>
+
+/// A request as the server received it.
+struct ReceivedRequest {
+    QByteArray method;
+    QByteArray path;
+    QMap<QByteArray, QByteArray> headers; ///< names in lower case
+    QByteArray body;
+
+    /// The body as JSON read by Qt's own reader, not by the code under test.
+    QVariantMap json() const;
+};
+
+/// What the server sends for one request, byte by byte, and what it does to the connection then.
+struct ScriptedReply {
+    enum Ending { KeepOpen, Close, Reset };
+
+    QByteArray bytes;
+    Ending ending = KeepOpen;
+    /// Ends the connection after so many bytes of a request's body instead of after all of it;
+    /// -1 waits for the whole request.
+    qint64 endAfterBodyBytes = -1;
+
+    static ScriptedReply json(const QByteArray& body, int status = 200);
+    static ScriptedReply withBody(
+        int status, const QByteArray& contentType, const QByteArray& body);
+};
+
+/// An HTTP server on a free port of 127.0.0.1, in the test's own thread: it works while the
+/// client waits in its event loop. Replies are used in the order in which they were scripted; a
+/// request that was not scripted gets status 599 and makes problem() say so.
+class ScriptedServer : public QObject {
+    Q_OBJECT
+
+public:
+    explicit ScriptedServer(QObject* parent = nullptr);
+
+    quint16 port() const { return server.serverPort(); }
+
+    /// Scripts the reply to the next request, which must be `method` `path`.
+    void expect(const QByteArray& method, const QByteArray& path, const ScriptedReply& reply);
+
+    const QList<ReceivedRequest>& requests() const { return received; }
+    int connectionCount() const { return connections; }
+
+    /// Empty when every scripted reply was used and nothing else was asked for; otherwise what
+    /// was wrong. Every test ends by comparing it with an empty text.
+    QString problem() const;
+
+    /// Forgets script and requests.
+    void reset();
+
+private:
+    struct Expectation {
+        QByteArray method;
+        QByteArray path;
+        ScriptedReply reply;
+    };
+
+    void accept();
+    void read(QTcpSocket* socket);
+    void answer(QTcpSocket* socket, const ReceivedRequest& request);
+
+    QTcpServer server;
+    QList<Expectation> script;
+    QList<ReceivedRequest> received;
+    QStringList problems;
+    int connections = 0;
+};
