@@ -11,6 +11,9 @@ namespace {
 
 constexpr qint64 unitSize = sizeof(ushort);
 
+// What one text can hold.
+constexpr qint64 largestFileSize = std::numeric_limits<int>::max() - 64;
+
 /// Reads all of `file` as UTF-16LE, straight into the text: a long document's arguments are tens
 /// of megabytes, and every copy of them costs the user time.
 QString readText(QFile* file)
@@ -55,7 +58,7 @@ QStringList readArgsFile(const QString& path, bool* success)
 {
     *success = false;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || file.size() > largestFileSize) {
         qWarning() << "Unable to open args file" << path;
         return {};
     }
