@@ -1,0 +1,109 @@
+// Plays Word's macro: takes a document's citations through the bridge in two styles and prints
+// what a reader of the document would see before and after.
+'use strict';
+
+const { execFileSync, spawn } = require('node:child_process');
+const fs = require('node:fs');
+const os = require('node:os');
+const path = require('node:path');
+const readline = require('node:readline');
+
+const { parseAnyText, plainText } = require('../desktop/markup');
+const demoDocument = require('../desktop/demo-document.json');
+
+const SEPARATOR = '\u0001';
+const FIELD_CODE_PREFIX = 'ADDIN CSL_CITATION ';
+const DESKTOP = path.join(__dirname, '..', 'desktop', 'main.js');
+const STYLES = [
+    ['APA, an author-date style', 'http://www.zotero.org/styles/apa'],
+    ['IEEE, a numeric style', 'http://www.zotero.org/styles/ieee'],
+];
+
+const readable = (markup) => plainText(parseAnyText(markup));
+
+/** Starts the application's stand-in and resolves to its process and port. */
+function startDesktop() {
+    // On macOS the bridge looks into the user's preferences, where no port is set.
+    const port = process.platform === 'darwin' ? '50002' : '0';
+    const desktop = spawn(process.execPath, [DESKTOP, '--port', port],
+        { stdio: ['ignore', 'pipe', 'inherit'] });
+    return new Promise((resolve, reject) => {
+        desktop.on('exit', () => reject(new Error('The stand-in of the application did not start.')));
+        readline.createInterface({ input: desktop.stdout }).once('line', (line) => {
+            resolve({ desktop, port: Number(line.split(':').pop()) });
+        });
+    });
+}
+
+/** Runs one command as the macro does: argument file in, ready file and results file out. */
+function runBridge(bridge, folder, command, args) {
+    const file = (name) => path.join(folder, `mac-word-plugin-${name}.txt`);
+    for (const name of ['result-ready', 'results']) {
+        fs.rmSync(file(name), { force: true });
+    }
+    fs.writeFileSync(file('args'), args.join(SEPARATOR), 'utf16le');
+    execFileSync(bridge, [command, folder],
+        { env: { ...process.env, XDG_CONFIG_HOME: folder }, stdio: ['ignore', 'ignore', 'inherit'] });
+    const status = Number(fs.readFileSync(file('result-ready'), 'utf16le'));
+    const results = fs.readFileSync(file('results'));
+    if (status !== results.length) {
+        throw new Error(`The bridge wrote ${results.length} bytes of results but says ${status}.`);
+    }
+    return results.toString('utf16le').split(SEPARATOR);
+}
+
+/** Formats all citations in one batch and stores the new field codes and texts in them. */
+function format(bridge, folder, styleUrl, citations) {
+    const args = [styleUrl, ...citations.flatMap((c) => [c.fieldCode, c.text])];
+    const [formatted, , bibliography, ...lines] =
+        runBridge(bridge, folder, 'formatCitationsAndBibliography', args);
+    if (formatted !== 'true') {
+        throw new Error('The application could not format the citations.');
+    }
+    citations.forEach((citation, i) => {
+        citation.before = readable(citation.text);
+        [citation.fieldCode, citation.text, , citation.plain] = lines.slice(4 * i, 4 * i + 4);
+    });
+    return bibliography.split('\n').map(readable);
+}
+
+function print(title, citations, bibliography) {
+    console.log(`\n${title}\n${'-'.repeat(title.length)}`);
+    for (const { sentence, before, plain } of citations) {
+        console.log(`  ${sentence}\n      before  ${before}\n      after   ${plain}`);
+    }
+    console.log('\n  Bibliography');
+    for (const entry of bibliography) {
+        console.log(`      ${entry}`);
+    }
+}
+
+async function main(bridge) {
+    const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'tessaron-demo-'));
+    console.log('\n== Starting a stand-in of Tessaron Desktop');
+    const { desktop, port } = await startDesktop();
+    desktop.removeAllListeners('exit');
+    try {
+        const settings = path.join(folder, 'tessaron.com', 'Tessaron Desktop.conf');
+        fs.mkdirSync(path.dirname(settings));
+        fs.writeFileSync(settings, `[%General]\nhttpServerPort=${port}\n`);
+        console.log(`   It listens on 127.0.0.1:${port}.`);
+        const citations = demoDocument.citations.map((citation) => ({
+            sentence: citation.sentence,
+            text: citation.formattedText,
+            fieldCode: FIELD_CODE_PREFIX + JSON.stringify(citation.citationCluster),
+        }));
+        for (const [name, url] of STYLES) {
+            console.log(`\n== formatCitationsAndBibliography, ${citations.length} citations, ${url}`);
+            print(name, citations, format(bridge, folder, url, citations));
+        }
+    } finally {
+        desktop.kill();
+        fs.rmSync(folder, { recursive: true });
+    }
+}
+
+main(path.resolve(process.argv[2])).catch((error) => {
+    console.error(error.message);
+    process.exitCode = 1;
+});

@@ -1,0 +1,156 @@
+'use strict';
+
+// A citation cluster is the JSON object in a citation field of a document. What stands under
+// "tessaron" is this application's own; everything else that it does not know stays as it is.
+
+const crypto = require('node:crypto');
+
+const { ApiError } = require('./errors');
+const { citationItemProblem } = require('./items');
+const { isObject, readJson } = require('./json');
+const { parseAnyText, plainText, writeMarkup } = require('./markup');
+
+const PREFIX = 'ADDIN CSL_CITATION';
+const SCHEMA = 'https://github.com/citation-style-language/schema/raw/master/csl-citation.json';
+
+/** The cluster in a field code; an ApiError with a sentence when there is none to be read. */
+function readFieldCode(fieldCode) {
+    const text = fieldCode.trim();
+    if (!text.startsWith(PREFIX)) {
+        throw unreadable(`it does not begin with "${PREFIX}"`);
+    }
+    const cluster = readCluster(text.slice(PREFIX.length));
+    if (!isObject(cluster)) {
+        throw unreadable('its JSON is not an object');
+    }
+    if (!Array.isArray(cluster.citationItems) || cluster.citationItems.length === 0) {
+        throw unreadable('it has no "citationItems"');
+    }
+    if (cluster.tessaron !== undefined && !isObject(cluster.tessaron)) {
+        throw unreadable('its "tessaron" is not an object');
+    }
+    const problem = cluster.citationItems.map(citationItemProblem).find((found) => found);
+    if (problem) {
+        throw new ApiError(422, `The citation cannot be read. ${problem}`);
+    }
+    return cluster;
+}
+
+function readCluster(json) {
+    try {
+        return readJson(json);
+    } catch (error) {
+        throw unreadable(error instanceof RangeError
+            ? 'its JSON is nested too deeply' : `its JSON is malformed: ${error.message}`);
+    }
+}
+
+function unreadable(reason) {
+    return new ApiError(422, `The field code of a citation cannot be read: ${reason}.`);
+}
+
+/** The clusters of several field codes. The error for one that cannot be read has its index. */
+function readFieldCodes(entries) {
+    return entries.map(({ fieldCode }, index) => {
+        try {
+            return readFieldCode(fieldCode);
+        } catch (error) {
+            throw error instanceof ApiError
+                ? new ApiError(error.status, `Citation ${index + 1}: ${error.message}`,
+                    { citationIndex: index })
+                : error;
+        }
+    });
+}
+
+function newCluster(citationItems) {
+    return {
+        citationID: crypto.randomBytes(6).toString('hex'),
+        citationItems,
+        properties: { noteIndex: 0 },
+        schema: SCHEMA,
+    };
+}
+
+/** The same citation with other works in it; a text edited by hand belonged to the old ones. */
+function withItems(cluster, citationItems) {
+    return { ...withoutTexts(cluster), citationItems };
+}
+
+/** One citation of all works. Where clusters differ in anything else the first one counts. */
+function mergeClusters(clusters) {
+    const tessaron = clusters.map((cluster) => cluster.tessaron || {});
+    const merged = {
+        ...Object.assign({}, ...[...clusters].reverse()),
+        tessaron: Object.assign({}, ...tessaron.reverse()),
+        citationItems: clusters.flatMap((cluster) => cluster.citationItems),
+    };
+    return withoutTexts(merged);
+}
+
+function withoutTexts(cluster) {
+    const { manualFormatting, previouslyFormattedCitation, plainTextFormattedCitation, ...rest } =
+        cluster.tessaron || {};
+    const { tessaron, ...others } = cluster;
+    return Object.keys(rest).length > 0 ? { ...others, tessaron: rest } : others;
+}
+
+/** { cluster, text }: the text that the document shows from now on, and the cluster that knows. */
+function withFormattedText(cluster, runs) {
+    const manual = manualText(cluster);
+    const shown = manual === undefined ? runs : parseAnyText(manual);
+    const text = writeMarkup(shown);
+    const tessaron = {
+        ...cluster.tessaron,
+        previouslyFormattedCitation: text,
+        plainTextFormattedCitation: plainText(shown),
+    };
+    return { text, cluster: { ...cluster, tessaron } };
+}
+
+function manualText(cluster) {
+    const manual = (cluster.tessaron || {}).manualFormatting;
+    return typeof manual === 'string' ? manual : undefined;
+}
+
+/** Whether a text found in the document is another than the one that was last put there. */
+function isEdited(cluster, text) {
+    const found = parseAnyText(text);
+    const markup = writeMarkup(found);
+    const manual = manualText(cluster);
+    const { previouslyFormattedCitation, plainTextFormattedCitation } = cluster.tessaron || {};
+    const shown = manual === undefined ? previouslyFormattedCitation : manual;
+    if (typeof shown !== 'string') {
+        return plainTextFormattedCitation !== plainText(found);
+    }
+    const expected = parseAnyText(shown);
+    // A text read out of a document as plain text has lost its italics: that is no edit.
+    const isPlain = found.every((run) => Object.keys(run).length === 1);
+    return isPlain ? plainText(found) !== plainText(expected) : markup !== writeMarkup(expected);
+}
+
+function withManualText(cluster, text) {
+    const manualFormatting = writeMarkup(parseAnyText(text));
+    return { ...cluster, tessaron: { ...cluster.tessaron, manualFormatting } };
+}
+
+function withoutManualText(cluster) {
+    if (!cluster.tessaron) {
+        return cluster;
+    }
+    const { manualFormatting, ...tessaron } = cluster.tessaron;
+    return { ...cluster, tessaron };
+}
+
+module.exports = {
+    SCHEMA,
+    readFieldCode,
+    readFieldCodes,
+    newCluster,
+    withItems,
+    mergeClusters,
+    withFormattedText,
+    isEdited,
+    withManualText,
+    withoutManualText,
+};

@@ -1,0 +1,156 @@
+'use strict';
+
+const assert = require('node:assert');
+const fs = require('node:fs');
+const net = require('node:net');
+const path = require('node:path');
+const { test } = require('node:test');
+
+const { BATCH, batchRequest, clusterOf, startApi, temporaryFolder } = require('./support/api');
+
+const works = [clusterOf([['kuhn-1962']]), clusterOf([['truss-2003']])];
+
+/** An API with a log and a fault file that `spoil` writes. */
+async function startSpoilt(t, faults) {
+    const folder = temporaryFolder(t);
+    const faultFile = path.join(folder, 'faults.json');
+    const logFile = path.join(folder, 'log');
+    const spoil = (value) => fs.writeFileSync(faultFile, JSON.stringify(value));
+    spoil(faults);
+    const api = await startApi(t, { faultFile, logFile });
+    const logged = () => fs.readFileSync(logFile, 'utf8').trim().split('\n').map(JSON.parse);
+    return { ...api, spoil, faultFile, logged };
+}
+
+test('other paths are not touched, and the file is read again', async (t) => {
+    const api = await startSpoilt(t, { '/userUuid': { status: 503 } });
+    assert.strictEqual((await api.get('/userAccount')).status, 200);
+    assert.strictEqual((await api.get('/userUuid')).status, 503);
+    api.spoil({});
+    assert.strictEqual((await api.get('/userUuid')).status, 200);
+});
+
+for (const status of [201, 204, 302, 404, 500]) {
+    test(`a status of ${status}`, async (t) => {
+        const api = await startSpoilt(t, { '/userUuid': { status } });
+        const answer = await api.get('/userUuid');
+        assert.strictEqual(answer.status, status);
+        if (status !== 204) {
+            assert.match(answer.body.error, /was asked for/);
+        }
+    });
+}
+
+for (const body of ['', 'not JSON', '[]', '{"citationClusters":5}']) {
+    test(`the body ${JSON.stringify(body)}`, async (t) => {
+        const api = await startSpoilt(t, { [BATCH]: { body } });
+        const answer = await api.format('apa', works);
+        assert.strictEqual(answer.status, 200);
+        assert.strictEqual(answer.text, body);
+    });
+}
+
+test('a delay', async (t) => {
+    const api = await startSpoilt(t, { '/userUuid': { delayMs: 300 } });
+    const start = Date.now();
+    assert.strictEqual((await api.get('/userUuid')).status, 200);
+    assert.ok(Date.now() - start >= 290);
+});
+
+for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
+    test(`the connection dropped: ${drop}`, async (t) => {
+        const api = await startSpoilt(t, { [BATCH]: { drop } });
+        await assert.rejects(api.format('apa', works), { code: 'ECONNRESET' });
+        const [request, ...others] = api.logged();
+        assert.deepStrictEqual(others, []);
+        assert.strictEqual(request.path, BATCH);
+        assert.deepStrictEqual(JSON.parse(request.body), batchRequest('apa', works));
+    });
+}
+
+/** All bytes that the server sends to one GET before it hangs up. */
+function rawGet(port, url) {
+    return new Promise((resolve, reject) => {
+        const pieces = [];
+        const socket = net.connect(port, '127.0.0.1', () => {
+            socket.write(`GET ${url} HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n`);
+        });
+        socket.on('data', (piece) => pieces.push(piece));
+        socket.on('error', reject);
+        socket.on('close', () => resolve(Buffer.concat(pieces).toString('latin1')));
+    });
+}
+
+test('a drop leaves nothing, the headers, or half of the body', async (t) => {
+    const api = await startSpoilt(t, {});
+    const whole = await rawGet(api.port, '/userUuid');
+    const [, body] = whole.split('\r\n\r\n');
+    const sent = {};
+    for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
+        api.spoil({ '/userUuid': { drop } });
+        sent[drop] = await rawGet(api.port, '/userUuid');
+    }
+    assert.strictEqual(sent.beforeStatus, '');
+    assert.match(sent.afterHeaders, /^HTTP\/1\.1 200 OK\r\n[^]*Content-Length: \d+[^]*\r\n\r\n$/);
+    const [, half] = sent.inBody.split('\r\n\r\n');
+    assert.strictEqual(half, body.slice(0, Math.floor(body.length / 2)));
+});
+
+for (const [extraCitations, count] of [[-1, 1], [-5, 0], [1, 3]]) {
+    test(`${extraCitations} extra citations`, async (t) => {
+        const api = await startSpoilt(t, { [BATCH]: { extraCitations } });
+        const { status, body } = await api.format('apa', works);
+        assert.strictEqual(status, 200);
+        assert.strictEqual(body.citationClusters.length, count);
+        assert.notStrictEqual(body.bibliography, '');
+    });
+}
+
+test('an empty bibliography', async (t) => {
+    const api = await startSpoilt(t, { [BATCH]: { emptyBibliography: true } });
+    const { body } = await api.format('apa', works);
+    assert.strictEqual(body.bibliography, '');
+    assert.strictEqual(body.citationClusters.length, 2);
+});
+
+const WRONG_FAULTS = [
+    ['a list', []],
+    ['null', null],
+    ['a fault that is a text', { '/userUuid': 'drop' }],
+    ['an unknown fault', { '/userUuid': { explode: true } }],
+    ['an unknown place', { '/userUuid': { drop: 'somewhere' } }],
+    ['a delay in words', { '/userUuid': { delayMs: 'long' } }],
+    ['a delay into the past', { '/userUuid': { delayMs: -1 } }],
+    ['an impossible status', { '/userUuid': { status: 99 } }],
+    ['a body that is an object', { '/userUuid': { body: {} } }],
+];
+for (const [name, faults] of WRONG_FAULTS) {
+    test(`a fault file with ${name} is a 500 with a sentence`, async (t) => {
+        const api = await startSpoilt(t, faults);
+        const { status, body } = await api.get('/userUuid');
+        assert.strictEqual(status, 500);
+        assert.match(body.error, /The fault file .*\/userUuid/);
+    });
+}
+
+for (const [name, break_] of [['is malformed', (file) => fs.writeFileSync(file, '{')],
+    ['is gone', (file) => fs.rmSync(file)]]) {
+    test(`a fault file that ${name} is a 500 with a sentence`, async (t) => {
+        const api = await startSpoilt(t, {});
+        break_(api.faultFile);
+        const { status, body } = await api.get('/userUuid');
+        assert.strictEqual(status, 500);
+        assert.match(body.error, /^Tessaron Desktop failed: /);
+    });
+}
+
+test('the log has method, path, headers and body of every request, refused ones too', async (t) => {
+    const api = await startSpoilt(t, {});
+    await api.get('/userUuid?x=1');
+    await api.send({ method: 'POST', url: '/nowhere', text: '{"a":"ü"' });
+    const [first, second] = api.logged();
+    assert.deepStrictEqual([first.method, first.path, first.body], ['GET', '/userUuid', '']);
+    assert.deepStrictEqual([second.method, second.path, second.body],
+        ['POST', '/nowhere', '{"a":"ü"']);
+    assert.strictEqual(second.headers['content-type'], 'application/json');
+});

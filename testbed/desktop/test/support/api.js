@@ -1,0 +1,96 @@
+'use strict';
+
+const fs = require('node:fs');
+const http = require('node:http');
+const os = require('node:os');
+const path = require('node:path');
+
+const { createApp } = require('../../app');
+const { citationItem, openLibrary } = require('../../library');
+const { scriptedDialogs } = require('../../dialogs');
+const { createServer } = require('../../server');
+const { openStyles } = require('../../styles');
+
+const BATCH = '/formattedCitationsAndBibliography/interactive';
+const styleUrl = (name) => `http://www.zotero.org/styles/${name}`;
+const fieldCode = (cluster) => `ADDIN CSL_CITATION ${JSON.stringify(cluster)}`;
+
+const library = openLibrary();
+
+/** A cluster of the library's works: [id, details] each. */
+function clusterOf(works, more = {}) {
+    const citationItems = works.map(([id, details]) => citationItem(library.find(id), details));
+    return { citationID: 'c1', citationItems, properties: { noteIndex: 0 }, ...more };
+}
+
+/** Starts the API for one test, which ends it; `answers` are those of its dialogs. */
+async function startApi(test, { answers = [], answersFile, settings, ...options } = {}) {
+    const app = createApp({ styles: openStyles(), library, settings });
+    app.dialogs = scriptedDialogs(answers, answersFile);
+    const server = createServer(app, options);
+    await new Promise((resolve) => { server.listen(0, '127.0.0.1', resolve); });
+    test.after(() => new Promise((resolve) => {
+        server.close(resolve);
+        server.closeAllConnections();
+    }));
+    const { port } = server.address();
+    return {
+        app,
+        port,
+        get: (url) => send(port, { method: 'GET', url }),
+        post: (url, body) => send(port, { method: 'POST', url, text: JSON.stringify(body) }),
+        send: (request) => send(port, request),
+        format(style, clusters) {
+            return this.post(BATCH, batchRequest(style, clusters));
+        },
+    };
+}
+
+function batchRequest(style, clusters) {
+    return {
+        citationStyleUrl: styleUrl(style),
+        citationClusters: clusters.map((cluster) => ({
+            fieldCode: typeof cluster === 'string' ? cluster : fieldCode(cluster),
+            formattedText: '(old)',
+        })),
+        tempDirectory: '/tmp',
+    };
+}
+
+/** { status, headers, text, body }: `body` is the parsed text. Rejects when the server hangs up. */
+function send(port, { method, url, text, headers = { 'Content-Type': 'application/json' } }) {
+    return new Promise((resolve, reject) => {
+        const options = { host: '127.0.0.1', port, method, path: url, headers, agent: false };
+        const request = http.request(options, (response) => {
+            const pieces = [];
+            response.on('data', (piece) => pieces.push(piece));
+            response.on('error', reject);
+            response.on('end', () => {
+                const answer = Buffer.concat(pieces).toString('utf8');
+                const { statusCode: status, headers: answerHeaders } = response;
+                resolve({ status, headers: answerHeaders, text: answer, body: parse(answer) });
+            });
+        });
+        request.on('error', reject);
+        request.end(text);
+    });
+}
+
+function parse(text) {
+    try {
+        return JSON.parse(text);
+    } catch {
+        return undefined;
+    }
+}
+
+/** A folder for one test, removed after it. */
+function temporaryFolder(test) {
+    const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'desktop-test-'));
+    test.after(() => fs.rmSync(folder, { recursive: true, force: true }));
+    return folder;
+}
+
+module.exports = {
+    BATCH, styleUrl, fieldCode, clusterOf, library, startApi, batchRequest, send, temporaryFolder,
+};

@@ -1,0 +1,84 @@
+# What ./demo, ./test and .ci/run share: installing what is missing. Sourced, not run.
+
+say() {
+    printf '\n== %s\n' "$*"
+}
+
+die() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "Missing packages need root to be installed; run as root: $*"
+    fi
+}
+
+# install_missing PACKAGE[=COMMAND]...: installs the Debian packages that are not there. With a
+# command, it is the command that counts: a Node from elsewhere will do.
+install_missing() {
+    if [ "$(uname)" = Darwin ]; then
+        require_on_macos
+        return
+    fi
+    local missing=() entry package command
+    for entry in "$@"; do
+        package=${entry%%=*}
+        command=${entry#"$package"}
+        command=${command#=}
+        if [ -n "$command" ]; then
+            command -v "$command" >/dev/null || missing+=("$package")
+        else
+            dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' \
+                || missing+=("$package")
+        fi
+    done
+    if [ "${#missing[@]}" -eq 0 ]; then
+        return
+    fi
+    command -v apt-get >/dev/null || die "Please install the equivalents of these Debian packages: ${missing[*]}"
+    say "Installing from Debian: ${missing[*]}"
+    as_root apt-get update -q
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
+
+require_on_macos() {
+    if ! command -v cmake >/dev/null || ! command -v node >/dev/null \
+        || ! { [ -n "${CMAKE_PREFIX_PATH:-}" ] || [ -n "${Qt5_DIR:-}" ]; } \
+        || [ -z "${TESSARON_CSL_DIR:-}" ]; then
+        die "Please install Qt 5.15, CMake, ninja and Node, set CMAKE_PREFIX_PATH to Qt's folder, and set TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
+    fi
+}
+
+build_packages=(g++=g++ cmake=cmake ninja-build=ninja pkg-config=pkg-config qtbase5-dev
+    libglib2.0-dev)
+testbed_packages=(nodejs=node npm=npm citation-style-language-styles
+    citation-style-language-locales)
+
+# build [CMAKE-TARGET...]: the Release build in build/, as the plain commands make it.
+build() {
+    say "Building the bridge in build/"
+    # A folder that was configured with another generator keeps it.
+    if [ -f build/CMakeCache.txt ]; then
+        cmake -S . -B build
+    else
+        cmake -S . -B build -G Ninja
+    fi
+    cmake --build build --parallel "$(getconf _NPROCESSORS_ONLN)" ${1:+--target "$@"}
+}
+
+# The CSL processor, as the lock file says; again only when the lock file has changed.
+install_node_modules() {
+    local folder=testbed/desktop
+    if ! cmp -s "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"; then
+        say "Fetching the CSL processor from npm"
+        (cd "$folder" && npm ci --no-audit --no-fund)
+        cp "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"
+    fi
+}
