@@ -1,6 +1,5 @@
 #include "apiclient/JsonUtils.h"
 
-#include <QHash>
 #include <QVarLengthArray>
 
 #include <array>
@@ -11,6 +10,8 @@ namespace {
 using Utf16Buffer = QVarLengthArray<ushort, 512>;
 
 constexpr uint blockSize = 16;
+constexpr uint sharedTextCount = 512;
+constexpr qptrdiff longestSharedText = 96;
 
 /// Whether none of the next `blockSize` units ends or interrupts a string of plain characters.
 /// Without branches inside, so that the compiler makes vector instructions of it.
@@ -32,6 +33,15 @@ template <typename Unit> QString textFrom(const Unit* units, qptrdiff length)
         return QString::fromLatin1(reinterpret_cast<const char*>(units), int(length));
     } else {
         return QString(reinterpret_cast<const QChar*>(units), int(length));
+    }
+}
+
+template <typename Unit> bool equals(const QString& text, const Unit* units, qptrdiff length)
+{
+    if constexpr (sizeof(Unit) == 1) {
+        return text == QLatin1String(reinterpret_cast<const char*>(units), int(length));
+    } else {
+        return text == QStringView(units, length);
     }
 }
 
@@ -133,7 +143,7 @@ private:
         }
         for (;;) {
             QString key;
-            if (!readKey(&key) || !skipBlanks() || !accept(':') || !skipBlanks()) {
+            if (!readString(&key) || !skipBlanks() || !accept(':') || !skipBlanks()) {
                 return false;
             }
             // Keys mostly arrive in ascending order, so the end is the best guess for the place.
@@ -178,32 +188,14 @@ private:
         }
     }
 
-    /// A document repeats a few dozen keys thousands of times: equal keys share one text.
-    bool readKey(QString* key)
-    {
-        const Unit* const start = next;
-        if (!readString(key)) {
-            return false;
-        }
-        constexpr qptrdiff longestCachedKey = 32;
-        if (next - start > longestCachedKey) {
-            return true;
-        }
-        QString& cached = keyCache[qHash(*key) % keyCache.size()];
-        if (cached == *key) {
-            *key = cached;
-        } else {
-            cached = *key;
-        }
-        return true;
-    }
-
     bool readStringValue(QVariant* value)
     {
         *value = QString();
         return readString(static_cast<QString*>(value->data()));
     }
 
+    /// A long document repeats its keys and many of its short values thousands of times: equal
+    /// texts share their memory with the last one that fell into the same place of the cache.
     bool readString(QString* text)
     {
         if (!accept('"')) {
@@ -211,6 +203,29 @@ private:
         }
         const Unit* const start = next;
         skipPlainUnits();
+        const qptrdiff length = next - start;
+        if (next == end || *next != '"' || length == 0 || length > longestSharedText) {
+            return finishString(start, text);
+        }
+        ++next;
+        QString& shared = sharedTexts[sharedTextIndex(start, uint(length))];
+        if (!equals(shared, start, length)) {
+            shared = textFrom(start, length);
+        }
+        *text = shared;
+        return true;
+    }
+
+    static uint sharedTextIndex(const Unit* text, uint length)
+    {
+        const uint hash =
+            ((text[0] * 31U + text[length / 2]) * 31U + text[length - 1]) * 31U + length;
+        return hash % sharedTextCount;
+    }
+
+    /// Takes the string that began at `start` and is plain up to `next`.
+    bool finishString(const Unit* start, QString* text)
+    {
         if (next == end) {
             return false;
         }
@@ -409,7 +424,7 @@ private:
     const Unit* const end;
     int depth = 0;
     Utf16Buffer scratch;
-    std::array<QString, 256> keyCache;
+    std::array<QString, sharedTextCount> sharedTexts;
 };
 
 template <typename Unit> QVariant read(const Unit* units, int length)

@@ -11,11 +11,15 @@ namespace {
 
 constexpr int blockSize = 16;
 constexpr int longestEscape = 6; // \uXXXX
+constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
-bool isPlain(uint unit)
-{
-    return unit >= 0x20 && unit < 0x80 && unit != '"' && unit != '\\';
-}
+constexpr std::array<bool, 0x80> plainAscii = [] {
+    std::array<bool, 0x80> plain{};
+    for (unsigned unit = 0x20; unit < plain.size(); ++unit) {
+        plain[unit] = unit != '"' && unit != '\\';
+    }
+    return plain;
+}();
 
 /// Whether the next `blockSize` units go into a JSON string as they are, as ASCII. Without
 /// branches inside, so that the compiler makes vector instructions of it.
@@ -39,10 +43,16 @@ public:
         : text(prefix)
         , used(prefix.size())
     {
+        text.resize(used + initialSize);
     }
 
     Text take()
     {
+        if (used <= initialSize) {
+            // A copy of the exact size: thousands of field codes are kept, and each would else
+            // hold on to the room that it was written in.
+            return Text(text.constData(), used);
+        }
         text.resize(used);
         return std::move(text);
     }
@@ -150,7 +160,7 @@ private:
 
     void writeString(const QString& string)
     {
-        const ushort* next = string.utf16();
+        const auto* next = reinterpret_cast<const ushort*>(string.constData());
         const ushort* const end = next + string.size();
         writeUnit('"');
         while (next != end) {
@@ -163,7 +173,11 @@ private:
             } else {
                 const ushort* const blockEnd = std::min(end, next + blockSize);
                 while (next < blockEnd) {
-                    out = writeCharacter(next, end, out);
+                    if (*next < 0x80 && plainAscii[*next]) {
+                        *out++ = Unit(*next++);
+                    } else {
+                        out = writeSpecial(next, end, out);
+                    }
                 }
             }
             used += int(out - start);
@@ -171,16 +185,18 @@ private:
         writeUnit('"');
     }
 
-    /// Writes the character at `next`, moves `next` behind it and returns where `out` goes on.
-    static Unit* writeCharacter(const ushort*& next, const ushort* end, Unit* out)
+    /// Writes the character at `next`, which is not plain ASCII, moves `next` behind it and
+    /// returns where `out` goes on.
+    static Unit* writeSpecial(const ushort*& next, const ushort* end, Unit* out)
     {
         const ushort unit = *next++;
-        if (isPlain(unit)) {
+        if (unit == '"' || unit == '\\') {
+            *out++ = '\\';
             *out++ = Unit(unit);
             return out;
         }
-        if (unit < 0x80) {
-            return unit == 0x7F ? (*out++ = Unit(unit), out) : writeEscape(unit, out);
+        if (unit < 0x20) {
+            return writeControlCharacter(unit, out);
         }
         if (!QChar::isSurrogate(unit)) {
             return writeNonAscii(unit, out);
@@ -215,16 +231,15 @@ private:
         return out;
     }
 
-    static Unit* writeEscape(ushort unit, Unit* out)
+    static Unit* writeControlCharacter(ushort unit, Unit* out)
     {
-        constexpr char escaped[] = "\"\\\b\f\n\r\t";
-        constexpr char letters[] = "\"\\bfnrt";
-        const char* const found = std::find(std::begin(escaped), std::end(escaped) - 1, char(unit));
-        if (found == std::end(escaped) - 1) {
+        constexpr std::array<char, 0x20> letters = {
+            0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r'};
+        if (letters[unit] == 0) {
             return writeHexEscape(unit, out);
         }
         *out++ = '\\';
-        *out++ = Unit(letters[found - escaped]);
+        *out++ = Unit(letters[unit]);
         return out;
     }
 

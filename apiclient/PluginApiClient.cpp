@@ -26,9 +26,10 @@ int PluginApiClient::getRequest(const QString& path, QVariantMap* result)
 
 int PluginApiClient::postRequest(const QString& path, const QVariantMap& body, QVariantMap* result)
 {
-    // The request's text is gone before the reply is taken apart: for a long document each of
-    // them is tens of megabytes.
-    return finishRequest(networkClient->post(path, JsonUtils::serialize(body)), result);
+    // A statement of its own: the request's text, tens of megabytes for a long document, is gone
+    // before the reply is taken apart.
+    const NetworkResponse response = networkClient->post(path, JsonUtils::serialize(body));
+    return finishRequest(response, result);
 }
 
 int PluginApiClient::finishRequest(const NetworkResponse& response, QVariantMap* result)

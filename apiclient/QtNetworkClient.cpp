@@ -59,6 +59,16 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
     return request;
 }
 
+/// Makes room for the whole body at once, where the reply says how long it will be.
+void reserveRoom(const QNetworkReply& reply, QByteArray* body)
+{
+    constexpr qlonglong largestReservation = 256 * 1024 * 1024; // a reply may say anything
+    const qlonglong length = reply.header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    if (body->isEmpty() && length > 0 && length <= largestReservation) {
+        body->reserve(int(length));
+    }
+}
+
 } // namespace
 
 QtNetworkClient::QtNetworkClient()
@@ -118,15 +128,21 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     const QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
+    NetworkResponse response;
+    // Taken as it comes in: the body of a long document would else be in memory twice.
+    const auto readBody = [&response, &reply] {
+        // Reading from a reply that never opened prints a warning of Qt's.
+        if (reply->isReadable()) {
+            reserveRoom(*reply, &response.body);
+            response.body += reply->readAll();
+        }
+    };
+    QObject::connect(reply.data(), &QNetworkReply::readyRead, readBody);
     QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
     loop.exec();
 
-    NetworkResponse response;
     response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    // Reading from a reply that never opened prints a warning of Qt's.
-    if (reply->isReadable()) {
-        response.body = reply->readAll();
-    }
+    readBody();
     errorText = reply->errorString();
     return response;
 }

@@ -5,43 +5,91 @@
 #include <QTextCodec>
 #include <QtEndian>
 
-#include <limits>
+#include <algorithm>
 
 namespace {
 
 constexpr qint64 unitSize = sizeof(ushort);
 
-// What one text can hold.
-constexpr qint64 largestFileSize = std::numeric_limits<int>::max() - 64;
+// Files are read and written in pieces of this many units: a long document's arguments and
+// results are tens of megabytes each, and need not be in memory once more as one text.
+constexpr int chunkSize = 256 * 1024;
 
-/// Reads all of `file` as UTF-16LE, straight into the text: a long document's arguments are tens
-/// of megabytes, and every copy of them costs the user time.
-QString readText(QFile* file)
+/// Reads the next units of `file` into `chunk`, fewer than chunkSize only at its end.
+void readChunk(QFile* file, QString* chunk)
 {
-    QString text(int(file->size() / unitSize), Qt::Uninitialized);
-    char* const bytes = reinterpret_cast<char*>(text.data());
-    const qint64 byteCount = file->read(bytes, text.size() * unitSize);
-    text.resize(int(qMax(byteCount, qint64(0)) / unitSize));
-    qFromLittleEndian<ushort>(bytes, text.size(), bytes);
-    if (text.startsWith(QChar(QChar::ByteOrderMark))) {
-        text.remove(0, 1);
-    }
-    return text;
+    chunk->resize(chunkSize);
+    char* const bytes = reinterpret_cast<char*>(chunk->data());
+    const qint64 byteCount = file->read(bytes, chunkSize * unitSize);
+    chunk->truncate(int(std::max<qint64>(byteCount, 0) / unitSize));
+    qFromLittleEndian<ushort>(bytes, chunk->size(), bytes);
 }
 
-/// The bytes of `content` in UTF-16LE without a byte-order mark. On a little-endian machine
-/// these are the text's own, which must outlive them.
-QByteArray encode(const QString& content)
+QStringList readList(QFile* file)
 {
-    const auto* const units = reinterpret_cast<const char*>(content.utf16());
-    const int byteCount = int(content.size() * unitSize);
-    if constexpr (Q_BYTE_ORDER == Q_LITTLE_ENDIAN) {
-        return QByteArray::fromRawData(units, byteCount);
+    QStringList list;
+    QString started; // what earlier chunks hold of the string that comes next
+    QString chunk;
+    readChunk(file, &chunk);
+    int start = chunk.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
+    while (!chunk.isEmpty()) {
+        for (int end; (end = chunk.indexOf(QChar(argsFileSeparator), start)) >= 0;
+             start = end + 1) {
+            list.append(started + chunk.midRef(start, end - start));
+            started.clear();
+        }
+        started += chunk.midRef(start);
+        readChunk(file, &chunk);
+        start = 0;
     }
-    QByteArray bytes(byteCount, Qt::Uninitialized);
-    qToLittleEndian<ushort>(units, content.size(), bytes.data());
-    return bytes;
+    list.append(started);
+    return list;
 }
+
+/// Writes texts to a file as UTF-16LE. Whether all bytes were written shows at the end.
+class Utf16Writer {
+public:
+    explicit Utf16Writer(QFile* target)
+        : file(target)
+    {
+        buffer.reserve(chunkSize);
+    }
+
+    void write(QStringView text)
+    {
+        while (!text.isEmpty()) {
+            const auto count = std::min<qsizetype>(text.size(), chunkSize - buffer.size());
+            buffer.append(text.data(), int(count));
+            text = text.mid(count);
+            if (buffer.size() == chunkSize) {
+                flush();
+            }
+        }
+    }
+
+    /// Returns the number of bytes written, -1 when some could not be.
+    int finish()
+    {
+        flush();
+        return complete ? int(byteCount) : -1;
+    }
+
+private:
+    void flush()
+    {
+        char* const bytes = reinterpret_cast<char*>(buffer.data());
+        qToLittleEndian<ushort>(bytes, buffer.size(), bytes);
+        const qint64 size = buffer.size() * unitSize;
+        complete = complete && file->write(bytes, size) == size;
+        byteCount += size;
+        buffer.resize(0);
+    }
+
+    QFile* const file;
+    QString buffer;
+    qint64 byteCount = 0;
+    bool complete = true;
+};
 
 } // namespace
 
@@ -58,19 +106,23 @@ QStringList readArgsFile(const QString& path, bool* success)
 {
     *success = false;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || file.size() > largestFileSize) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         qWarning() << "Unable to open args file" << path;
         return {};
     }
-    const QString text = readText(&file);
     if (argsFileCodec() == nullptr) {
         return {};
     }
     *success = true;
-    return text.split(QChar(argsFileSeparator));
+    return readList(&file);
 }
 
 int writeFile(const QString& path, const QString& content, bool* success)
+{
+    return writeArgsFile(path, {content}, success);
+}
+
+int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
 {
     *success = false;
     const QString sidePath = path + QStringLiteral(".temp");
@@ -83,18 +135,20 @@ int writeFile(const QString& path, const QString& content, bool* success)
     if (argsFileCodec() == nullptr) {
         return -1;
     }
-    const QByteArray bytes = encode(content);
-    if (sideFile.write(bytes) != bytes.size()) {
+    Utf16Writer writer(&sideFile);
+    for (int i = 0; i < lines.size(); ++i) {
+        if (i > 0) {
+            writer.write(QStringView(&argsFileSeparator, 1));
+        }
+        writer.write(lines.at(i));
+    }
+    const int byteCount = writer.finish();
+    if (byteCount < 0) {
         return -1;
     }
     sideFile.close();
     QFile::remove(path);
     QFile::rename(sidePath, path);
     *success = true;
-    return bytes.size();
-}
-
-int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
-{
-    return writeFile(path, lines.join(QChar(argsFileSeparator)), success);
+    return byteCount;
 }

@@ -1,5 +1,6 @@
 #include "frontend/ArgsFile.h"
 #include "frontend/CiteCommandHandler.h"
+#include "frontend/ProcessMemory.h"
 #include "frontend/StandardStreams.h"
 #include "service/PluginComServer.h"
 
@@ -10,6 +11,7 @@
 int main(int argc, char* argv[])
 {
     secureStandardStreams();
+    prepareProcessMemory();
     if (argc < 3) {
         qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
         return 1;

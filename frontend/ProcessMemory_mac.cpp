@@ -1,0 +1,3 @@
+#include "frontend/ProcessMemory.h"
+
+void prepareProcessMemory() { }
