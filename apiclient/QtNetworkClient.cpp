@@ -1,8 +1,10 @@
 #include "apiclient/QtNetworkClient.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QIODevice>
+#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
@@ -14,6 +16,11 @@
 #include <cstring>
 
 namespace {
+
+// Silent unless the environment asks for them, for example with
+// QT_LOGGING_RULES="tessaron.http*.debug=true". The bodies hold the document's text.
+Q_LOGGING_CATEGORY(httpLog, "tessaron.http", QtWarningMsg)
+Q_LOGGING_CATEGORY(httpBodyLog, "tessaron.http.body", QtWarningMsg)
 
 /// A request body that can be read once. QNetworkAccessManager repeats a POST by itself when the
 /// connection closes before a status line, and a second POST is a second dialog for the user. It
@@ -49,6 +56,16 @@ private:
     qint64 position = 0;
 };
 
+QUrl requestUrl(const QString& host, quint16 port, const QString& path)
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("http"));
+    url.setHost(host, QUrl::DecodedMode);
+    url.setPort(port);
+    url.setPath(path, QUrl::DecodedMode);
+    return url;
+}
+
 QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 {
     QNetworkRequest request(url);
@@ -67,6 +84,22 @@ void reserveRoom(const QNetworkReply& reply, QByteArray* body)
     if (body->isEmpty() && length > 0 && length <= largestReservation) {
         body->reserve(int(length));
     }
+}
+
+void traceRequest(const QString& path, const QByteArray& body)
+{
+    qCDebug(httpLog).noquote() << (body.isEmpty() ? "GET" : "POST") << path << body.size()
+                               << "bytes";
+    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(body);
+}
+
+void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qint64 elapsedMs)
+{
+    const QString failure =
+        reply.error() == QNetworkReply::NoError ? QString() : reply.errorString();
+    qCDebug(httpLog).noquote() << response.status << response.body.size() << "bytes" << elapsedMs
+                               << "ms" << failure;
+    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(response.body);
 }
 
 } // namespace
@@ -117,11 +150,10 @@ QString QtNetworkClient::lastError() const
 NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray& body)
 {
     errorText = QString();
-    QUrl url;
-    url.setScheme(QStringLiteral("http"));
-    url.setHost(host, QUrl::DecodedMode);
-    url.setPort(port);
-    url.setPath(path, QUrl::DecodedMode);
+    const QUrl url = requestUrl(host, port, path);
+    traceRequest(path, body);
+    QElapsedTimer duration;
+    duration.start();
 
     QEventLoop loop;
     OneTimeBody upload(body);
@@ -144,5 +176,6 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     readBody();
     errorText = reply->errorString();
+    traceReply(*reply, response, duration.elapsed());
     return response;
 }
