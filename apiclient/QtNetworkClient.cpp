@@ -95,10 +95,11 @@ void traceRequest(const QString& path, const QByteArray& body)
 
 void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qint64 elapsedMs)
 {
-    const QString failure =
-        reply.error() == QNetworkReply::NoError ? QString() : reply.errorString();
-    qCDebug(httpLog).noquote() << response.status << response.body.size() << "bytes" << elapsedMs
-                               << "ms" << failure;
+    const QString failure = reply.error() == QNetworkReply::NoError
+        ? QString()
+        : QStringLiteral(", ") + reply.errorString();
+    qCDebug(httpLog).noquote().nospace() << response.status << ' ' << response.body.size()
+                                         << " bytes " << elapsedMs << " ms" << failure;
     qCDebug(httpBodyLog).noquote() << QString::fromUtf8(response.body);
 }
 

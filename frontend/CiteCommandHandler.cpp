@@ -1,7 +1,10 @@
 #include "frontend/CiteCommandHandler.h"
 
 #include "frontend/ArgsFile.h"
+#include "frontend/ProcessMemory.h"
 #include "service/PluginComServer.h"
+
+#include <QFileInfo>
 
 #include <algorithm>
 
@@ -137,11 +140,13 @@ CiteCommandHandler* CiteCommandHandler::initWithPluginClient(PluginComServer* se
 
 QString CiteCommandHandler::handleCommand(const QString& command, const QString& directory)
 {
+    const QString argsPath = directory + QStringLiteral("/mac-word-plugin-args.txt");
+    prepareProcessMemory(QFileInfo(argsPath).size());
     bool success = false;
-    const QStringList arguments =
-        readArgsFile(directory + QStringLiteral("/mac-word-plugin-args.txt"), &success);
-    return QString::number(writeArgsFile(directory + QStringLiteral("/mac-word-plugin-results.txt"),
-        handleCommandInternal(command, directory, arguments), &success));
+    const QStringList arguments = readArgsFile(argsPath, &success);
+    const QStringList results = handleCommandInternal(command, directory, arguments);
+    return QString::number(writeArgsFile(
+        directory + QStringLiteral("/mac-word-plugin-results.txt"), results, &success));
 }
 
 QStringList CiteCommandHandler::handleCommandInternal(

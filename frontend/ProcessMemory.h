@@ -1,6 +1,8 @@
 #pragma once
 
-/// Tunes the memory allocator for one short run with one large document: ProcessMemory_linux.cpp
-/// for glibc; elsewhere the system's defaults serve (ProcessMemory_mac.cpp). Call it before the
-/// first large allocation. Nothing depends on its success.
-void prepareProcessMemory();
+#include <QtGlobal>
+
+/// Tunes the memory allocator for one short run with a document whose argument file has
+/// `argsFileSize` bytes: ProcessMemory_linux.cpp for glibc; elsewhere the system's defaults serve
+/// (ProcessMemory_mac.cpp). Call it before the document is read. Nothing depends on its success.
+void prepareProcessMemory(qint64 argsFileSize);

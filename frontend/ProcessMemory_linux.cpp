@@ -6,15 +6,7 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
-namespace {
-
-// Address space, not memory: pages count when they are touched.
-constexpr size_t roomSize = 256 * 1024 * 1024;
-constexpr uintptr_t hugePageSize = 2 * 1024 * 1024;
-
-} // namespace
-
-void prepareProcessMemory()
+void prepareProcessMemory(qint64 argsFileSize)
 {
     // One heap for both threads that keeps what is freed: a long document passes through it
     // several times over, and each page that the system takes back has to be faulted in again.
@@ -25,7 +17,11 @@ void prepareProcessMemory()
     // variants are freed while field codes are made, so every citation would walk them.
     mallopt(M_MXFAST, 0);
 
-    // In small pages, faults are a quarter of the time that a long document takes.
+    // In small pages, faults are a quarter of the time that a long document takes. A run needs
+    // four times its argument file; room that is not touched is address space and no memory.
+    constexpr size_t smallestRoom = 16 * 1024 * 1024;
+    constexpr uintptr_t hugePageSize = 2 * 1024 * 1024;
+    const size_t roomSize = smallestRoom + 6 * size_t(argsFileSize);
     void* const room = std::malloc(roomSize);
     if (room != nullptr) {
         const auto start =

@@ -1,3 +1,3 @@
 #include "frontend/ProcessMemory.h"
 
-void prepareProcessMemory() { }
+void prepareProcessMemory(qint64) { }

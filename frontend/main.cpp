@@ -1,6 +1,5 @@
 #include "frontend/ArgsFile.h"
 #include "frontend/CiteCommandHandler.h"
-#include "frontend/ProcessMemory.h"
 #include "frontend/StandardStreams.h"
 #include "service/PluginComServer.h"
 
@@ -11,7 +10,6 @@
 int main(int argc, char* argv[])
 {
     secureStandardStreams();
-    prepareProcessMemory();
     if (argc < 3) {
         qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
         return 1;

@@ -1,0 +1,151 @@
+"""Runs the programs under comparison against the canned server, and checks what they leave."""
+import contextlib
+import json
+import os
+import subprocess
+
+import benchdata
+
+FORMAT = "formatCitationsAndBibliography"
+TARGETS = {  # command: the request it sends
+    "getUserUuid": "GET /userUuid",
+    "getRecentStyles": "GET /citationStyles/default",
+    FORMAT: "POST /formattedCitationsAndBibliography/interactive",
+}
+RESULTS = "mac-word-plugin-results.txt"
+READY = "mac-word-plugin-result-ready.txt"
+FIELD_CODE_PREFIX = "ADDIN CSL_CITATION "
+ORGANISATION = "tessaron.com"
+
+
+class Failure(Exception):
+    """A reason to stop; its text says all."""
+
+
+class Bench:
+    """The programs, and a folder that is their home while they are measured."""
+
+    def __init__(self, bridge, tools, home):
+        here = os.path.dirname(os.path.abspath(__file__))
+        self.server_program = os.path.join(tools, "canned_server")
+        self.spawner = os.path.join(tools, "spawner")
+        self.programs = {
+            "bridge": [bridge],
+            "C++ peer": [os.path.join(tools, "peer_curl")],
+            "Python peer": ["/usr/bin/python3", os.path.join(here, "peer_python.py")],
+        }
+        for program in (self.server_program, self.spawner, bridge, *self.programs["C++ peer"]):
+            if not os.access(program, os.X_OK):
+                raise Failure(f"{program} is not there or cannot be run.")
+        self.home = home
+        self.server_times = {}  # by the document's folder name
+
+    def folder(self, name):
+        return os.path.join(self.home, name)
+
+    def command_line(self, program, command, folder):
+        return [*self.programs[program], command, folder]
+
+    def write_settings(self, port):
+        folder = self.folder(ORGANISATION)
+        os.makedirs(folder, exist_ok=True)
+        with open(os.path.join(folder, "Tessaron Desktop.conf"), "w", encoding="ascii") as file:
+            file.write(f"[%General]\nhttpServerPort={port}\n")
+
+    @contextlib.contextmanager
+    def server(self, command, folder, *options):
+        """Serves the answer in `folder` until the block ends; yields the port.
+
+        The server ends when its standard input does, so it cannot outlive this script.
+        """
+        answer = os.path.join(folder, "answer.json")
+        line = [self.server_program, *options, *TARGETS[command].split(), answer]
+        with subprocess.Popen(line, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              text=True) as server:
+            port = server.stdout.readline().strip()
+            if not port:
+                raise Failure("The server cannot be started.")
+            self.write_settings(port)
+            yield port
+            server.stdin.close()
+            times = json.loads(server.stdout.readline())
+        self.server_times[os.path.basename(folder)] = times.get(TARGETS[command], {"requests": 0})
+
+    def spawn(self, rounds, folder, lines):
+        """Runs the command lines in turn; for each a list of runs {ms, cpuMs, peakMb, faults}."""
+        spawner = [self.spawner, str(rounds)]
+        for name in (RESULTS, READY):
+            spawner += "--remove", os.path.join(folder, name)
+        for line in lines:
+            spawner += "--", *line
+        environment = {"HOME": self.home, "XDG_CONFIG_HOME": self.home, "LANG": "C.UTF-8",
+                       "PATH": "/usr/bin:/bin"}
+        done = subprocess.run(spawner, env=environment, stdout=subprocess.PIPE, text=True)
+        if done.returncode != 0:
+            raise Failure("A measured program failed.")
+        runs = [[] for _ in lines]
+        for row in done.stdout.splitlines():
+            index, wall, peak, user, system, faults = map(int, row.split())
+            runs[index].append({"ms": wall / 1e6, "cpuMs": (user + system) / 1e3,
+                                "peakMb": peak * 1024 / 1e6, "faults": faults})
+        return runs
+
+    def measure(self, rounds, command, folder, lines):
+        """The runs of the command lines against one server. The bridge must come last: it always
+        exits with 0, so its last results are looked at. "{port}" in a line becomes the port."""
+        with self.server(command, folder) as port:
+            lines = [[word.replace("{port}", port) for word in line] for line in lines]
+            runs = self.spawn(rounds, folder, lines)
+        requests = self.server_times[os.path.basename(folder)]["requests"]
+        if requests != rounds * len(lines):
+            raise Failure(f"{rounds * len(lines)} runs sent {requests} requests.")
+        check_success(command, read_results(command, folder))
+        return runs
+
+    def check_equal(self, command, folder):
+        """Every program must send the same request and leave the same results, by value."""
+        saved = os.path.join(folder, "request.json")
+        seen = {}
+        for program in self.programs:
+            with self.server(command, folder, "--save", saved):
+                self.spawn(1, folder, [self.command_line(program, command, folder)])
+            if not os.path.exists(saved):
+                raise Failure(f"The {program} sent no request for {command}.")
+            with open(saved, "rb") as file:
+                request = file.read()
+            os.remove(saved)
+            check_ready(program, folder)
+            seen[program] = (json.loads(request) if request else None,
+                             read_results(command, folder))
+            check_success(command, seen[program][1])
+            if seen[program] != seen["bridge"]:
+                raise Failure(f"The {program} and the bridge differ in {command} ({folder}).")
+
+
+def read_utf16(folder, name):
+    with open(os.path.join(folder, name), "rb") as file:
+        return file.read().decode("utf-16-le", "surrogatepass")
+
+
+def read_results(command, folder):
+    """The results by value; objects in field codes as pairs, so that the keys' order counts."""
+    lines = read_utf16(folder, RESULTS).split(benchdata.SEPARATOR)
+    if command == FORMAT:
+        for index in range(3, len(lines), 4):
+            if not lines[index].startswith(FIELD_CODE_PREFIX):
+                raise Failure(f"Line {index} of the results in {folder} is no field code.")
+            lines[index] = json.loads(lines[index][len(FIELD_CODE_PREFIX):],
+                                      object_pairs_hook=tuple)
+    return lines
+
+
+def check_success(command, results):
+    failed = results[0] != "true" if command == FORMAT else results[0].startswith("Unable")
+    if failed or not results[0] or results[0] == "0":
+        raise Failure(f"{command} failed; the results begin with {results[:2]}.")
+
+
+def check_ready(program, folder):
+    size = os.path.getsize(os.path.join(folder, RESULTS))
+    if read_utf16(folder, READY) != str(size):
+        raise Failure(f"The ready file of the {program} does not hold the results' size.")
