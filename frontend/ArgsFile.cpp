@@ -6,6 +6,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -67,11 +68,11 @@ public:
         }
     }
 
-    /// Returns the number of bytes written, -1 when some could not be.
+    /// Returns the number of bytes written, -1 when some could not be or an int cannot count them.
     int finish()
     {
         flush();
-        return complete ? int(byteCount) : -1;
+        return complete && byteCount <= std::numeric_limits<int>::max() ? int(byteCount) : -1;
     }
 
 private:

@@ -18,7 +18,8 @@ int main(int argc, char* argv[])
     const QString command = QString::fromUtf8(argv[1]);
     const QString directory = QString::fromUtf8(argv[2]);
     QCoreApplication application(argc, argv);
-    // Folder names are UTF-8 in every locale: a macro's environment may well have none.
+    // Folder names are UTF-8 whatever the locale says: a macro's environment may well have none,
+    // and not every build of Qt takes UTF-8 then.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
 
     auto* const service = new PluginComServer(nullptr);

@@ -6,6 +6,8 @@
 
 #include <sys/socket.h>
 
+#include <numeric>
+
 QVariantMap ReceivedRequest::json() const
 {
     return QJsonDocument::fromJson(body).object().toVariantMap();
@@ -54,14 +56,26 @@ void ScriptedServer::reset()
     script.clear();
     received.clear();
     problems.clear();
+    stray.clear();
     connections = 0;
+    incoming.clear();
+}
+
+QByteArray ScriptedServer::strayBytes() const
+{
+    return std::accumulate(incoming.begin(), incoming.end(), stray);
 }
 
 void ScriptedServer::accept()
 {
     while (QTcpSocket* const socket = server.nextPendingConnection()) {
         ++connections;
-        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        ++openConnections;
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            --openConnections;
+            stray += incoming.take(socket);
+            socket->deleteLater();
+        });
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
         read(socket);
     }
@@ -69,8 +83,8 @@ void ScriptedServer::accept()
 
 void ScriptedServer::read(QTcpSocket* socket)
 {
-    const QByteArray bytes = socket->property("received").toByteArray() + socket->readAll();
-    socket->setProperty("received", bytes);
+    QByteArray& bytes = incoming[socket];
+    bytes += socket->readAll();
     const int headEnd = bytes.indexOf("\r\n\r\n");
     if (headEnd < 0) {
         return;
@@ -82,13 +96,14 @@ void ScriptedServer::read(QTcpSocket* socket)
         const int colon = line.indexOf(':');
         request.headers.insert(line.left(colon).toLower(), line.mid(colon + 1).trimmed());
     }
-    request.body = bytes.mid(headEnd + 4);
+    const int bodyStart = headEnd + 4;
     const qint64 wholeBody = request.headers.value("content-length").toLongLong();
     const qint64 cut = script.isEmpty() ? -1 : script.first().reply.endAfterBodyBytes;
-    if (request.body.size() < (cut < 0 ? wholeBody : qMin(cut, wholeBody))) {
+    if (bytes.size() - bodyStart < (cut < 0 ? wholeBody : qMin(cut, wholeBody))) {
         return;
     }
-    socket->setProperty("received", QByteArray());
+    request.body = bytes.mid(bodyStart);
+    incoming.remove(socket);
     received.append(request);
     answer(socket, request);
 }
@@ -107,6 +122,10 @@ void ScriptedServer::answer(QTcpSocket* socket, const ReceivedRequest& request)
     socket->write(reply.bytes);
     if (reply.ending == ScriptedReply::KeepOpen) {
         return;
+    }
+    if (reply.endAfterBodyBytes >= 0) {
+        // What may still come is the rest of the body.
+        QObject::disconnect(socket, &QTcpSocket::readyRead, this, nullptr);
     }
     socket->flush();
     if (reply.ending == ScriptedReply::Reset) {

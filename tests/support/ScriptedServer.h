@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QTcpServer>
@@ -48,6 +49,10 @@ public:
 
     const QList<ReceivedRequest>& requests() const { return received; }
     int connectionCount() const { return connections; }
+    int openConnectionCount() const { return openConnections; }
+
+    /// What came behind the last whole request of each connection.
+    QByteArray strayBytes() const;
 
     /// Empty when every scripted reply was used and nothing else was asked for; otherwise what
     /// was wrong. Every test ends by comparing it with an empty text.
@@ -67,9 +72,13 @@ private:
     void read(QTcpSocket* socket);
     void answer(QTcpSocket* socket, const ReceivedRequest& request);
 
-    QTcpServer server;
     QList<Expectation> script;
     QList<ReceivedRequest> received;
     QStringList problems;
+    QByteArray stray;
+    QHash<QTcpSocket*, QByteArray> incoming;
     int connections = 0;
+    int openConnections = 0;
+    // Goes first: it closes its connections, and they tell.
+    QTcpServer server;
 };

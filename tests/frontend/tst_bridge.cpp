@@ -1,0 +1,390 @@
+#include "tests/frontend/BridgeRun.h"
+#include "tests/frontend/ExchangeFolder.h"
+#include "tests/frontend/Texts.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryHome.h"
+
+#include <QtTest>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+Q_DECLARE_METATYPE(ScriptedReply)
+
+namespace {
+
+const QStringList allFiles{text("mac-word-plugin-args.txt"),
+    text("mac-word-plugin-result-ready.txt"), text("mac-word-plugin-results.txt")};
+
+/// What happens to the names in a folder while it lives, in order.
+class FolderWatch {
+public:
+    explicit FolderWatch(const QString& folder)
+    {
+        inotify_add_watch(
+            queue, QFile::encodeName(folder).constData(), IN_CREATE | IN_DELETE | IN_MOVED_TO);
+    }
+    ~FolderWatch() { close(queue); }
+    Q_DISABLE_COPY(FolderWatch)
+
+    QStringList events() const
+    {
+        alignas(inotify_event) char bytes[8192];
+        const ssize_t size = read(queue, bytes, sizeof bytes);
+        QStringList told;
+        for (ssize_t at = 0; at < size;) {
+            const auto* const event = reinterpret_cast<const inotify_event*>(bytes + at);
+            const char* const what = (event->mask & IN_CREATE) != 0 ? "create "
+                : (event->mask & IN_DELETE) != 0                    ? "delete "
+                                                                    : "rename to ";
+            told << text(what) + text(event->name);
+            at += ssize_t(sizeof *event + event->len);
+        }
+        return told;
+    }
+
+private:
+    const int queue = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+};
+
+} // namespace
+
+/// The program as the macro meets it: the seventeen commands and the three files.
+class tst_Bridge : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { home.writePort(server.port()); }
+    void init() { server.reset(); }
+
+    void commands_data();
+    void commands();
+    void sendsPlainRequests_data();
+    void sendsPlainRequests();
+    void writesTheseBytes();
+    void writesTheReadyFileLast_data();
+    void writesTheReadyFileLast();
+    void readsTheSettingsAnew();
+    void usageErrors_data();
+    void usageErrors();
+    void usageLineHasTheDefaultCategory();
+    void usageLineNamesAnyProgram();
+    void ignoresFurtherArguments();
+    void unknownCommands_data();
+    void unknownCommands();
+    void bytesThatAreNoText();
+
+private:
+    TemporaryHome home;
+    ScriptedServer server;
+};
+
+void tst_Bridge::commands_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<ScriptedReply>("reply");
+    QTest::addColumn<QStringList>("results");
+    const auto row = [](const char* command, const QStringList& arguments, const char* path,
+                         const char* request, const char* reply, const QStringList& results) {
+        QTest::newRow(command) << arguments << QByteArray(path) << QByteArray(request)
+                               << ScriptedReply::json(reply) << results;
+    };
+    const QString built = text(R"(ADDIN CSL_CITATION {"a":"\u0001","citationItems":[1]})");
+    const char* const cluster = R"({"citationCluster":{"citationItems":[1],"a":"\u0001"}})";
+    row("setWordProcessor", {text("Word"), text("16.89")}, "/wordProcessor/set",
+        R"({"wordProcessor":"Word","version":"16.89"})", "{}", {});
+    row("getFieldCodeFromCitationEditor", {text("ADDIN CSL_CITATION {}")},
+        "/citation/edit/interactive", R"({"fieldCode":"ADDIN CSL_CITATION {}"})", cluster, {built});
+    row("getFieldCodeFromUuid", {text("u-1")}, "/testMethods/citationCluster/getFromUuid",
+        R"({"documentUuid":"u-1"})", cluster, {built});
+    row("getCitationStyleFromDialog", {text("old")}, "/citationStyle/choose/interactive",
+        R"({"currentStyleUrl":"old"})", R"({"citationStyleUrl":"\u0436\ud83d\ude00"})",
+        {text("\xd0\xb6\xf0\x9f\x98\x80")});
+    row("isTessaronRunning", {}, "/tessaronDesktopInfo", "", R"({"processId":12})", {text("true")});
+    row("launchTessaron", {}, "/tessaronDesktopInfo", "", R"({"processId":12})", {text("true")});
+    row("mergeFields", {text("f"), text("\xd0\xb6\n")}, "/citations/merge",
+        R"({"citationClusters":[{"fieldCode":"f"},{"fieldCode":"\u0436\n"}]})", cluster, {built});
+    row("checkManualFormatAndGetFieldCode", {text("f"), text("(A, 1)")},
+        "/citation/update/interactive", R"-({"fieldCode":"f","formattedText":"(A, 1)"})-", cluster,
+        {built});
+    row("undoManualFormat", {text("f")}, "/citation/undoManualFormat", R"({"fieldCode":"f"})",
+        cluster, {built});
+    row("hasManualEdit", {text(R"(ADDIN {"tessaron":{"manualFormatting":false}})")}, "", "", "",
+        {text("true")});
+    row("getUserAccount", {}, "/userAccount", "", R"({"account":"a@example.org"})",
+        {text("a@example.org")});
+    row("getUserUuid", {}, "/userUuid", "", R"({"uuid":"u-2"})", {text("u-2")});
+    row("getRecentStyles", {}, "/citationStyles/default", "",
+        R"({"citationStyles":[{"url":"u1","title":"t1"},{"url":"u2","title":"t2"}]})",
+        {text("2"), text("u1"), text("t1"), text("u2"), text("t2")});
+    row("tessaronProcessId", {}, "/tessaronDesktopInfo", "", R"({"processId":4242})",
+        {text("4242")});
+    row("lastError", {}, "", "", "", {QString()});
+    row("getDesktopCitationStyleId", {}, "/citationStyle/selected", "",
+        R"({"citationStyleId":"s"})", {text("s")});
+    row("formatCitationsAndBibliography",
+        {text("s1"), text("f1"), text("t1"), text("f2"), text("t2"), text("left over")},
+        "/formattedCitationsAndBibliography/interactive",
+        R"({"citationStyleUrl":"s1","tempDirectory":"FOLDER","citationClusters":[)"
+        R"({"fieldCode":"f1","formattedText":"t1"},{"fieldCode":"f2","formattedText":"t2"}]})",
+        R"({"citationStyleUrl":"s2","bibliography":"b","citationClusters":[)"
+        R"({"formattedText":"n1","citationCluster":{"tessaron":{)"
+        R"("previouslyFormattedCitation":"p1","plainTextFormattedCitation":"q1"}}},)"
+        R"({"formattedText":"n2","citationCluster":{"id":9007199254740993}}]})",
+        {text("true"), text("s2"), text("b"),
+            text(R"(ADDIN CSL_CITATION {"tessaron":{"plainTextFormattedCitation":"q1",)"
+                 R"("previouslyFormattedCitation":"p1"}})"),
+            text("n1"), text("p1"), text("q1"),
+            text(R"(ADDIN CSL_CITATION {"id":9007199254740993})"), text("n2"), QString(),
+            QString()});
+}
+
+void tst_Bridge::commands()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, path);
+    QFETCH(QByteArray, request);
+    QFETCH(ScriptedReply, reply);
+    QFETCH(QStringList, results);
+    const ExchangeFolder folder;
+    folder.putArguments(arguments);
+    if (!path.isEmpty()) {
+        server.expect(request.isEmpty() ? "GET" : "POST", path, reply);
+    }
+    const BridgeOutcome run = runBridge({text(QTest::currentDataTag()), folder.path()});
+
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.results(), listBytes(results));
+    const QByteArray status = QByteArray::number(listBytes(results).size());
+    QCOMPARE(folder.ready(), utf16le(QString::fromLatin1(status)));
+    QCOMPARE(run.output, status + '\n');
+    QCOMPARE(folder.names(), allFiles);
+    QCOMPARE(bytesOf(folder.argumentsPath()), listBytes(arguments));
+    QCOMPARE(server.problem(), QString());
+    if (!request.isEmpty()) {
+        QCOMPARE(compactJson(server.requests().constFirst().body),
+            compactJson(request.replace("FOLDER", folder.path().toUtf8())));
+    }
+}
+
+void tst_Bridge::sendsPlainRequests_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QByteArray>("method");
+    QTest::addColumn<QByteArray>("path");
+    QTest::addColumn<QByteArray>("body");
+    QTest::newRow("GET") << text("getUserUuid") << QByteArray("GET") << QByteArray("/userUuid")
+                         << QByteArray();
+    QTest::newRow("POST") << text("undoManualFormat") << QByteArray("POST")
+                          << QByteArray("/citation/undoManualFormat")
+                          << QByteArray(R"({"fieldCode":"f"})");
+    QTest::newRow("POST of an empty object")
+        << text("getFieldCodeFromCitationEditor") << QByteArray("POST")
+        << QByteArray("/citation/choose/interactive") << QByteArray("{}");
+}
+
+void tst_Bridge::sendsPlainRequests()
+{
+    QFETCH(QString, command);
+    QFETCH(QByteArray, method);
+    QFETCH(QByteArray, path);
+    QFETCH(QByteArray, body);
+    const ExchangeFolder folder;
+    folder.putArguments({body == "{}" ? QString() : text("f")});
+    server.expect(method, path, ScriptedReply::json("{}"));
+    // A proxy that the environment names is never asked: nobody listens there.
+    const QString proxy = text("http://127.0.0.1:9");
+    const BridgeOutcome run = runBridge({command, folder.path()},
+        BridgeStart::withVariables({{text("http_proxy"), proxy}, {text("all_proxy"), proxy}}));
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(server.problem(), QString());
+    QCOMPARE(server.connectionCount(), 1);
+    const ReceivedRequest request = server.requests().constFirst();
+    QCOMPARE(request.body, body);
+    QCOMPARE(request.headers.value("host"), "127.0.0.1:" + QByteArray::number(server.port()));
+    if (method == "POST") {
+        QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
+        QCOMPARE(request.headers.value("content-length"), QByteArray::number(body.size()));
+    } else {
+        QVERIFY(!request.headers.contains("content-type"));
+        QCOMPARE(request.headers.value("content-length", "0"), QByteArray("0"));
+    }
+    QVERIFY(!request.headers.contains("transfer-encoding"));
+    QVERIFY(!request.headers.contains("expect"));
+}
+
+void tst_Bridge::writesTheseBytes()
+{
+    const ExchangeFolder folder;
+    putFile(folder.argumentsPath(), QByteArray("\xff\xfe", 2));
+    server.expect("GET", "/citationStyles/default",
+        ScriptedReply::json(R"({"citationStyles":[{"url":"u"}]})"));
+    const BridgeOutcome run = runBridge({text("getRecentStyles"), folder.path()});
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(run.output, QByteArray("8\n"));
+    // "1", "u" and an empty title.
+    QCOMPARE(folder.results().toHex(' '), QByteArray("31 00 01 00 75 00 01 00"));
+    QCOMPARE(folder.ready().toHex(' '), QByteArray("38 00"));
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::writesTheReadyFileLast_data()
+{
+    QTest::addColumn<bool>("oldFiles");
+    QTest::newRow("first command in a folder") << false;
+    QTest::newRow("files of an earlier command") << true;
+}
+
+void tst_Bridge::writesTheReadyFileLast()
+{
+    QFETCH(bool, oldFiles);
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    if (oldFiles) {
+        putFile(folder.resultsPath(), "old results, longer than the new ones");
+        putFile(folder.readyPath(), "old status, longer than the new one");
+    }
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
+    const FolderWatch watch(folder.path());
+    const BridgeOutcome run = runBridge({text("getUserUuid"), folder.path()});
+    QCOMPARE(run.errors, QByteArray());
+    QStringList expected;
+    for (const char* const name :
+        {"mac-word-plugin-results.txt", "mac-word-plugin-result-ready.txt"}) {
+        expected << text("create ") + text(name) + text(".temp");
+        if (oldFiles) {
+            expected << text("delete ") + text(name);
+        }
+        expected << text("rename to ") + text(name);
+    }
+    QCOMPARE(watch.events(), expected);
+    QCOMPARE(folder.results(), QByteArray("u\0", 2));
+    QCOMPARE(folder.ready(), QByteArray("2\0", 2));
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::readsTheSettingsAnew()
+{
+    ScriptedServer other;
+    home.writePort(other.port());
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    other.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"other"})"));
+    const BridgeOutcome run = runBridge({text("getUserUuid"), folder.path()});
+    home.writePort(server.port());
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(folder.results(), utf16le(text("other")));
+    QCOMPARE(other.problem(), QString());
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("no arguments") << QStringList();
+    QTest::newRow("only a command") << QStringList{text("getUserUuid")};
+    QTest::newRow("only a folder") << QStringList{text(".")};
+    QTest::newRow("only an empty argument") << QStringList{QString()};
+    QTest::newRow("only an option") << QStringList{text("--help")};
+}
+
+void tst_Bridge::usageErrors()
+{
+    QFETCH(QStringList, arguments);
+    const ExchangeFolder folder;
+    const BridgeOutcome run = runBridge(arguments, BridgeStart::inFolder(folder.path()));
+    QCOMPARE(run.errors, "usage:  " + bridgePath().toUtf8() + "  tessaronCommand tempFolderPath\n");
+    QCOMPARE(run.output, QByteArray());
+    QCOMPARE(run.exitStatus, 1);
+    QCOMPARE(folder.names(), QStringList());
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::usageLineHasTheDefaultCategory()
+{
+    const BridgeOutcome run = runBridge({},
+        BridgeStart::withVariables(
+            {{text("QT_MESSAGE_PATTERN"), text("%{type} %{category} %{line} %{message}")}}));
+    QCOMPARE(run.errors,
+        "warning default 0 usage:  " + bridgePath().toUtf8()
+            + "  tessaronCommand tempFolderPath\n");
+    QCOMPARE(run.exitStatus, 1);
+}
+
+void tst_Bridge::usageLineNamesAnyProgram()
+{
+    const ExchangeFolder folder;
+    BridgeStart start = BridgeStart::withVariables({{text("LC_ALL"), text("C")}});
+    start.program = folder.path() + text("/\xd0\x9c\xd0\xbe\xd1\x81\xd1\x82 %1 \xf0\x9f\x98\x80");
+    QVERIFY(QFile::link(bridgePath(), start.program));
+    const BridgeOutcome run = runBridge({}, start);
+    QCOMPARE(
+        run.errors, "usage:  " + start.program.toUtf8() + "  tessaronCommand tempFolderPath\n");
+    QCOMPARE(run.exitStatus, 1);
+}
+
+void tst_Bridge::ignoresFurtherArguments()
+{
+    const ExchangeFolder folder;
+    const ExchangeFolder other;
+    folder.putArguments({text("f")});
+    other.putArguments({text("g")});
+    server.expect("POST", "/citation/undoManualFormat", ScriptedReply::json("{}", 500));
+    const BridgeOutcome run = runBridge(
+        {text("undoManualFormat"), folder.path(), other.path(), text("getUserUuid"), QString()});
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.output, QByteArray("2\n"));
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.results(), QByteArray("f\0", 2));
+    QCOMPARE(other.names(), QStringList{text("mac-word-plugin-args.txt")});
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::unknownCommands_data()
+{
+    QTest::addColumn<QString>("command");
+    const char* const commands[] = {"", "noSuchCommand", "LastError", "GETUSERUUID", "getUserUuid ",
+        "getUserUui", "allowSetFocus", "pluginVersion", "--help", "--version", "-", "--",
+        "-qmljsdebugger", "-qmljsdebugger=port:3768,block", "-platform", "%s%n",
+        "\xd0\xb3\xd0\xb5\xd1\x82", "\xf0\x9f\x98\x80"};
+    for (const char* const command : commands) {
+        QTest::newRow(qUtf8Printable(QLatin1Char('"') + text(command) + QLatin1Char('"')))
+            << text(command);
+    }
+}
+
+void tst_Bridge::unknownCommands()
+{
+    QFETCH(QString, command);
+    const ExchangeFolder folder;
+    folder.putArguments({text("f")});
+    const BridgeOutcome run = runBridge({command, folder.path()});
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.output, QByteArray("0\n"));
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.results(), QByteArray());
+    QCOMPARE(folder.ready(), QByteArray("0\0", 2));
+    QCOMPARE(folder.names(), allFiles);
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Bridge::bytesThatAreNoText()
+{
+    const ExchangeFolder folder;
+    folder.putArguments({text("f")});
+    const BridgeOutcome run = runBridge({folder.path()},
+        BridgeStart::inShell(text(R"sh(exec "$0" "$(printf 'getUserUuid\377')" "$1")sh")));
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.output, QByteArray("0\n"));
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.names(), allFiles);
+    QCOMPARE(server.problem(), QString());
+}
+
+QTEST_GUILESS_MAIN(tst_Bridge)
+#include "tst_bridge.moc"
