@@ -59,18 +59,20 @@ require_on_macos() {
 build_packages=(g++=g++ cmake=cmake ninja-build=ninja pkg-config=pkg-config qtbase5-dev
     libglib2.0-dev)
 testbed_packages=(nodejs=node npm=npm citation-style-language-styles
-    citation-style-language-locales)
+    citation-style-language-locales python3-lxml python3-docx)
+benchmark_packages=(libcurl4-openssl-dev nlohmann-json3-dev libbenchmark-dev curl=curl)
 
-# build [CMAKE-TARGET...]: the Release build in build/, as the plain commands make it.
-build() {
-    say "Building the bridge in build/"
+# configure [CMAKE-OPTION...]: the Release build in build/, as the plain commands make it.
+configure() {
     # A folder that was configured with another generator keeps it.
-    if [ -f build/CMakeCache.txt ]; then
-        cmake -S . -B build
-    else
-        cmake -S . -B build -G Ninja
-    fi
-    cmake --build build --parallel "$(getconf _NPROCESSORS_ONLN)" ${1:+--target "$@"}
+    [ -f build/CMakeCache.txt ] || set -- -G Ninja "$@"
+    cmake -S . -B build "$@"
+}
+
+# build [CMAKE-BUILD-OPTION...]
+build() {
+    say "Building in build/"
+    cmake --build build --parallel "$(getconf _NPROCESSORS_ONLN)" "$@"
 }
 
 # The CSL processor, as the lock file says; again only when the lock file has changed.

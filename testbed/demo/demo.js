@@ -1,5 +1,5 @@
-// Plays Word's macro: takes a document's citations through the bridge in two styles and prints
-// what a reader of the document would see before and after.
+// Plays Word's macro: takes citations through the bridge in two styles and prints what a reader
+// would see before and after; then does the same to a real .docx, which stays in OUTDIR.
 'use strict';
 
 const { execFileSync, spawn } = require('node:child_process');
@@ -13,7 +13,10 @@ const demoDocument = require('../desktop/demo-document.json');
 
 const SEPARATOR = '\u0001';
 const FIELD_CODE_PREFIX = 'ADDIN CSL_CITATION ';
-const DESKTOP = path.join(__dirname, '..', 'desktop', 'main.js');
+const TESTBED = path.join(__dirname, '..');
+const DESKTOP = path.join(TESTBED, 'desktop', 'main.js');
+const MACRO = path.join(TESTBED, 'macro', 'macro');
+const SAMPLES = path.join(TESTBED, 'samples');
 const STYLES = [
     ['APA, an author-date style', 'http://www.zotero.org/styles/apa'],
     ['IEEE, a numeric style', 'http://www.zotero.org/styles/ieee'],
@@ -78,7 +81,35 @@ function print(title, citations, bibliography) {
     }
 }
 
-async function main(bridge) {
+/** The same on a Word document, with the macro's stand-in; pictures where LibreOffice is there. */
+function formatWordDocument(bridge, folder, output) {
+    const run = (program, ...args) => execFileSync(program, args, {
+        env: { ...process.env, XDG_CONFIG_HOME: folder, BRIDGE: bridge }, encoding: 'utf8',
+    });
+    run(path.join(SAMPLES, 'make_samples'), path.join(folder, 'samples'));
+    fs.mkdirSync(output, { recursive: true });
+    const before = path.join(output, 'before.docx');
+    const after = path.join(output, 'after.docx');
+    fs.copyFileSync(path.join(folder, 'samples', 'author-date.docx'), before);
+    console.log('\n== A Word document, before');
+    console.log(run(MACRO, 'list', before).trimEnd());
+    console.log('\n== The same document, after');
+    const summary = run(MACRO, 'format', before, after, '--style', STYLES[0][1]);
+    console.log(run(MACRO, 'list', after).trimEnd());
+    console.log(`\n${summary.trimEnd()}`);
+    if (['soffice', 'pdftoppm'].every(isInstalled)) {
+        console.log(run(path.join(SAMPLES, 'render_pictures'), output, before, after).trimEnd());
+    } else {
+        console.log('With LibreOffice and poppler-utils installed, pictures of both would be here.');
+    }
+}
+
+function isInstalled(program) {
+    return process.env.PATH.split(path.delimiter).some(
+        (folder) => fs.existsSync(path.join(folder, program)));
+}
+
+async function main(bridge, output) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'tessaron-demo-'));
     console.log('\n== Starting a stand-in of Tessaron Desktop');
     const { desktop, port } = await startDesktop();
@@ -97,13 +128,14 @@ async function main(bridge) {
             console.log(`\n== formatCitationsAndBibliography, ${citations.length} citations, ${url}`);
             print(name, citations, format(bridge, folder, url, citations));
         }
+        formatWordDocument(bridge, folder, output);
     } finally {
         desktop.kill();
         fs.rmSync(folder, { recursive: true });
     }
 }
 
-main(path.resolve(process.argv[2])).catch((error) => {
+main(...process.argv.slice(2, 4).map((name) => path.resolve(name))).catch((error) => {
     console.error(error.message);
     process.exitCode = 1;
 });

@@ -1,0 +1,131 @@
+"""The bibliography: a field "ADDIN CSL_BIBLIOGRAPHY" with one paragraph for each entry."""
+
+import copy
+
+from lxml import etree
+
+from . import fields, rewrite, runs
+from .package import W
+
+CODE = "ADDIN CSL_BIBLIOGRAPHY"
+ODD_PLACE = "it does not consist of plain paragraphs"
+NO_SECTION = {W + "sectPr", W + "pPrChange"}
+MARKERS = {
+    W + name
+    for name in ("bookmarkStart", "bookmarkEnd", "commentRangeStart", "commentRangeEnd")
+}
+
+
+def entries_of(text):
+    """One list of pieces for each line of the application's text."""
+    return [runs.pieces_of_markup(line) for line in text.rstrip("\n").split("\n")]
+
+
+def create(body):
+    """A field at the end of the body, before the last section's properties."""
+    paragraph = etree.Element(W + "p", nsmap=body.nsmap)
+    paragraph.extend(rewrite.new_field(CODE))
+    section = body.find(W + "sectPr")
+    body.append(paragraph) if section is None else section.addprevious(paragraph)
+    begin, separate, end = paragraph.iter(W + "fldChar")
+    return fields.Field(
+        begin=begin, separate=separate, end=end, codes=list(paragraph.iter(W + "instrText"))
+    )
+
+
+def fill(field, entries):
+    """Writes the entries; the answer is why the field was left as it was, or empty."""
+    entries = [runs.shown(pieces) for pieces in entries]
+    if field.problem:
+        return field.problem
+    if field.simple is not None:
+        _make_complex(field)
+    paragraphs = _paragraphs(field)
+    if paragraphs is None:
+        return ODD_PLACE
+    if _entries_now(field, paragraphs) == entries:
+        return ""
+    look = field.look
+    start = rewrite.opened(field)
+    field.end = rewrite.split_before(field.end)
+    for node in field.texts:
+        rewrite.remove(node)
+    tail = [node for p in paragraphs[1:-1] for node in p if node.tag in MARKERS]
+    tail += _tail(field, paragraphs)
+    blocks = _blocks(paragraphs, len(entries))
+    rewrite.insert_after(start, runs.runs_of_pieces(entries[0], look))
+    for block, pieces in zip(blocks[1:], entries[1:]):
+        block.extend(runs.runs_of_pieces(pieces, look))
+    blocks[-1].extend(tail)
+    return ""
+
+
+def _paragraphs(field):
+    """The field's paragraphs, or None where something else stands between or around its runs."""
+    first, last = fields.paragraph(field.begin), fields.paragraph(field.end)
+    marks = [m for m in (field.begin, field.separate, field.end) if m is not None]
+    if any(mark.getparent().getparent().tag != W + "p" for mark in marks):
+        return None
+    if field.separate is not None and fields.paragraph(field.separate) is not first:
+        return None
+    paragraphs = [first]
+    while paragraphs[-1] is not last:
+        following = paragraphs[-1].getnext()
+        if following is None or following.tag != W + "p":
+            return None
+        paragraphs.append(following)
+    holders = {fields.paragraph(node) for node in field.texts}
+    return paragraphs if holders <= set(paragraphs) else None
+
+
+def _entries_now(field, paragraphs):
+    lines = {id(paragraph): [] for paragraph in paragraphs}
+    for node in field.texts:
+        lines[id(fields.paragraph(node))].append(node)
+    return [field.pieces(nodes) for nodes in lines.values()]
+
+
+def _tail(field, paragraphs):
+    """What follows the field's text: the rest of its last paragraph, cut off to be moved."""
+    end = field.end.getparent()
+    before = [n for n in end.itersiblings(preceding=True) if n.tag in MARKERS]
+    kept = before[::-1] if len(paragraphs) > 1 else []
+    return kept + [end, *end.itersiblings()]
+
+
+def _blocks(paragraphs, count):
+    """As many paragraphs as entries: the first as it is, the others empty and in its style."""
+    first, last = paragraphs[0], paragraphs[-1]
+    section = last.find(f"{W}pPr/{W}sectPr")
+    for paragraph in paragraphs[1:]:
+        paragraph.getparent().remove(paragraph)
+    new = [_paragraph_like(first) for _ in range(count - 1)]
+    rewrite.insert_after(first, new)
+    blocks = [first, *new]
+    if section is not None:
+        properties = blocks[-1].find(W + "pPr")
+        if properties is None:
+            properties = etree.Element(W + "pPr")
+            blocks[-1].insert(0, properties)
+        change = properties.find(W + "pPrChange")
+        properties.append(section) if change is None else change.addprevious(section)
+    return blocks
+
+
+def _paragraph_like(first):
+    new = etree.Element(W + "p", nsmap=first.nsmap)
+    properties = first.find(W + "pPr")
+    if properties is not None:
+        copied = copy.deepcopy(properties)
+        for child in [c for c in copied.iter() if c.tag in NO_SECTION | fields.DELETED]:
+            child.getparent().remove(child)
+        new.append(copied)
+    return new
+
+
+def _make_complex(field):
+    new = rewrite.new_field(field.code, list(field.simple))
+    rewrite.insert_after(field.simple, new)
+    field.simple.getparent().remove(field.simple)
+    field.begin, field.separate, field.end = (new[i][-1] for i in (0, 2, -1))
+    field.codes, field.simple = [new[1][-1]], None

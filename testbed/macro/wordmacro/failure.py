@@ -1,0 +1,2 @@
+class Failure(Exception):
+    """What went wrong, as one sentence for the person at the terminal."""

@@ -1,0 +1,125 @@
+"""Changes inside a field, and nowhere else: its code, its text, the field as a whole."""
+
+import copy
+
+from lxml import etree
+
+from . import runs
+from .package import W
+
+# An element of these kinds goes when the last run inside it goes.
+CONTAINERS = {W + name for name in ("ins", "moveTo", "hyperlink", "smartTag")}
+
+
+def set_code(field, code):
+    # Only inside JSON strings can such characters stand, and there an escape says the same.
+    code = runs.UNHOLDABLE.sub(lambda found: f"\\u{ord(found.group()):04x}", code)
+    if code == field.code:
+        return
+    if field.simple is not None:
+        field.simple.set(W + "instr", code)
+        return
+    first = next(node for node in field.codes if node.tag == W + "instrText")
+    for node in field.codes:
+        if node is not first:
+            remove(node)
+    first.text = code
+    first.set(runs.XML_SPACE, "preserve")
+    field.codes = [first]
+
+
+def set_pieces(field, pieces):
+    """Replaces a field's text, unless the document shows exactly this text already."""
+    pieces = runs.shown(pieces)
+    if pieces == field.pieces():
+        return
+    new = runs.runs_of_pieces(pieces, field.look)
+    for node in field.texts:
+        remove(node)
+    if field.simple is not None:
+        field.simple.extend(new)
+    else:
+        insert_after(opened(field), new)
+    field.texts = [node for run in new for node in run if node.tag != W + "rPr"]
+
+
+def set_everywhere(field, code, pieces):
+    """Changes a citation and its copies; no pieces leave the text as it is."""
+    for copy_of_it in (field, *field.twins):
+        set_code(copy_of_it, code)
+        if pieces is not None:
+            set_pieces(copy_of_it, pieces)
+
+
+def opened(field):
+    """The run after which a complex field's text goes; end character in a run of its own."""
+    if field.separate is None:
+        field.end = split_before(field.end)
+        field.separate = etree.Element(W + "fldChar")
+        field.separate.set(W + "fldCharType", "separate")
+        field.end.getparent().addprevious(like(field.end.getparent(), [field.separate]))
+    elif field.separate.getparent() is field.end.getparent():
+        field.end = split_before(field.end)
+    return field.separate.getparent()
+
+
+def like(run, children):
+    new = etree.Element(run.tag, nsmap=run.nsmap)
+    properties = run.find(W + "rPr")
+    new.extend([] if properties is None else [copy.deepcopy(properties)])
+    new.extend(children)
+    return new
+
+
+def split_before(node):
+    """Gives a node and what follows it in its run a run of their own."""
+    run = node.getparent()
+    before = [child for child in node.itersiblings(preceding=True) if child.tag != W + "rPr"]
+    if before:
+        run.addnext(like(run, [node, *node.itersiblings()]))
+    return node
+
+
+def insert_after(place, elements):
+    for element in reversed(elements):
+        place.addnext(element)
+
+
+def remove(node):
+    """Removes a node and what it leaves empty: its run, a container around the run."""
+    parent = node.getparent()
+    parent.remove(node)
+    if parent.tag == W + "r" and all(child.tag == W + "rPr" for child in parent):
+        remove(parent)
+    elif parent.tag in CONTAINERS and len(parent) == 0:
+        remove(parent)
+
+
+def remove_field(field):
+    if field.simple is not None:
+        remove(field.simple)
+        return
+    for node in (*field.codes, *field.texts, field.begin, field.separate, field.end):
+        if node is not None:
+            remove(node)
+
+
+def new_field(code, texts=()):
+    """The runs of a complex field around the runs of its text."""
+    instruction = etree.Element(W + "instrText")
+    instruction.text = code
+    instruction.set(runs.XML_SPACE, "preserve")
+    opening = [_character("begin"), instruction, _character("separate")]
+    return [*map(_in_run, opening), *texts, _in_run(_character("end"))]
+
+
+def _character(kind):
+    character = etree.Element(W + "fldChar", nsmap={"w": W[1:-1]})
+    character.set(W + "fldCharType", kind)
+    return character
+
+
+def _in_run(content):
+    run = etree.Element(W + "r", nsmap={"w": W[1:-1]})
+    run.append(content)
+    return run
