@@ -415,7 +415,7 @@ private:
     {
         bool converted = false;
         const double number = textFrom(start, next - start).toLatin1().toDouble(&converted);
-        *value = number;
+        *value = converted || *start != '-' ? number : -number;
         // The grammar is right, so a failed conversion is a number out of range: too small is 0.
         return converted || number == 0.0;
     }

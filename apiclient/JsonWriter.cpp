@@ -125,6 +125,9 @@ private:
         if (!std::isfinite(number)) {
             return writeAscii("null");
         }
+        if (number == 0.0 && std::signbit(number)) {
+            return writeAscii("-0.0"); // QByteArray::number() drops the sign
+        }
         QByteArray digits = QByteArray::number(number, 'g', QLocale::FloatingPointShortest);
         if (!digits.contains('.') && !digits.contains('e')) {
             digits += ".0";

@@ -48,7 +48,8 @@ QVariantMap PluginApiClient::parseResponse(int status, const QByteArray& body)
     if (error != map.constEnd()) {
         errorMessage = error->toString();
     } else if (!body.isEmpty()) {
-        errorMessage = QString::fromUtf8(body);
+        errorMessage =
+            QString::fromUtf8(body.constData(), body.size()); // up to the end, not to U+0000
     } else {
         errorMessage = networkClient->lastError();
     }

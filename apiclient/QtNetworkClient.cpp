@@ -90,7 +90,7 @@ void traceRequest(const QString& path, const QByteArray& body)
 {
     qCDebug(httpLog).noquote() << (body.isEmpty() ? "GET" : "POST") << path << body.size()
                                << "bytes";
-    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(body);
+    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(body.constData(), body.size());
 }
 
 void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qint64 elapsedMs)
@@ -100,7 +100,8 @@ void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qin
         : QStringLiteral(", ") + reply.errorString();
     qCDebug(httpLog).noquote().nospace() << response.status << ' ' << response.body.size()
                                          << " bytes " << elapsedMs << " ms" << failure;
-    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(response.body);
+    qCDebug(httpBodyLog).noquote()
+        << QString::fromUtf8(response.body.constData(), response.body.size());
 }
 
 } // namespace
@@ -151,6 +152,8 @@ QString QtNetworkClient::lastError() const
 NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray& body)
 {
     errorText = QString();
+    // A kept connection may have been closed by now, and a POST into it would be lost.
+    manager->clearConnectionCache();
     const QUrl url = requestUrl(host, port, path);
     traceRequest(path, body);
     QElapsedTimer duration;

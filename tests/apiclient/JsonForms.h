@@ -1,0 +1,31 @@
+#pragma once
+
+#include "apiclient/JsonUtils.h"
+#include "tests/apiclient/Described.h"
+
+#include <algorithm>
+#include <memory>
+
+/// Parses a copy that ends where its memory ends, so that the address sanitizer sees any reading
+/// past the end.
+inline QVariant parseExactly(const QByteArray& json)
+{
+    const std::unique_ptr<char[]> copy(new char[size_t(json.size())]);
+    std::copy(json.begin(), json.end(), copy.get());
+    return JsonUtils::parse(QByteArray::fromRawData(copy.get(), json.size()));
+}
+
+/// The text in UTF-16. QString::fromUtf8 alone would drop a leading U+FEFF and stop at U+0000.
+inline QString inUtf16(const QByteArray& json)
+{
+    const QByteArray behindLetter = 'x' + json;
+    return QString::fromUtf8(behindLetter.constData(), behindLetter.size()).mid(1);
+}
+
+/// Both forms of the text must read as the same value; returns its description.
+inline QByteArray describedFromBothForms(const QByteArray& json)
+{
+    const QByteArray fromUtf8 = described(parseExactly(json));
+    const QByteArray fromUtf16 = described(JsonUtils::parseText(inUtf16(json)));
+    return fromUtf8 == fromUtf16 ? fromUtf8 : "UTF-8: " + fromUtf8 + " UTF-16: " + fromUtf16;
+}

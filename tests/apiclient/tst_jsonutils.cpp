@@ -1,0 +1,292 @@
+#include "apiclient/JsonUtils.h"
+#include "tests/apiclient/Described.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRandomGenerator>
+#include <QtTest>
+
+#include <limits>
+
+// What passes through the program comes out as it went in: reading and writing together, and
+// the way to a value inside. Reading and writing alone have programs of their own.
+class tst_JsonUtils : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void passesThrough_data();
+    void passesThrough();
+    void agreesWithQtOnRandomValues();
+    void keepsRandomTexts();
+    void keepsADeepValue();
+    void getValueAtPath_data();
+    void getValueAtPath();
+    void getValueAtPathCopiesNothing();
+};
+
+namespace {
+
+const QChar highSurrogate(0xD83D);
+const QChar lowSurrogate(0xDE00);
+
+QString text(const char* utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+QVariant randomValue(QRandomGenerator& random, int depth);
+
+QString randomText(QRandomGenerator& random)
+{
+    // Letters, what must be escaped, and characters of two, three and four bytes.
+    static const QString alphabet =
+        text("abcdefghij \"\\/{}[]:,\x01\b\f\n\r\t\x7F\u00E9\u0416\u20AC\u4E2D");
+    QString chosen;
+    for (int length = random.bounded(40); length > 0; --length) {
+        const int index = random.bounded(alphabet.size() + 1);
+        chosen += index < alphabet.size() ? QString(alphabet.at(index)) : text("\U0001D11E");
+    }
+    return chosen;
+}
+
+QVariantMap randomMap(QRandomGenerator& random, int depth)
+{
+    QVariantMap map;
+    for (int count = random.bounded(6); count > 0; --count) {
+        map.insert(randomText(random), randomValue(random, depth - 1));
+    }
+    return map;
+}
+
+QVariantList randomList(QRandomGenerator& random, int depth)
+{
+    QVariantList list;
+    for (int count = random.bounded(6); count > 0; --count) {
+        list.append(randomValue(random, depth - 1));
+    }
+    return list;
+}
+
+QVariant randomValue(QRandomGenerator& random, int depth)
+{
+    switch (random.bounded(depth > 0 ? 8 : 6)) {
+    case 0:
+        return QVariant::fromValue(nullptr);
+    case 1:
+        return random.bounded(2) == 1;
+    case 2:
+        // Up to 2^53, where Qt's own reader is exact too.
+        return qlonglong(random.generate64() >> 11) - (1LL << 52);
+    case 3:
+        return random.generateDouble() * 1e6;
+    case 4:
+    case 5:
+        return randomText(random);
+    case 6:
+        return randomMap(random, depth);
+    default:
+        return randomList(random, depth);
+    }
+}
+
+} // namespace
+
+void tst_JsonUtils::passesThrough_data()
+{
+    QTest::addColumn<QVariant>("value");
+    const auto row = [](const char* name, const QVariant& value) { QTest::newRow(name) << value; };
+
+    row("2^53 + 1", 9007199254740993LL);
+    row("-(2^53 + 1)", -9007199254740993LL);
+    row("largest signed integer", std::numeric_limits<qlonglong>::max());
+    row("smallest signed integer", std::numeric_limits<qlonglong>::min());
+    row("2^63", 9223372036854775808ULL);
+    row("2^63 + 1", 9223372036854775809ULL);
+    row("2^64 - 1", std::numeric_limits<qulonglong>::max());
+    row("0", 0LL);
+    row("0.1", 0.1);
+    row("123456789.123456789", 123456789.123456789);
+    row("1e300", 1e300);
+    row("integral double", 2.0);
+    row("integral double beyond 2^53", 1e17);
+    row("negative zero", -0.0);
+    row("largest double", std::numeric_limits<double>::max());
+    row("smallest normal double", std::numeric_limits<double>::min());
+    row("smallest double", std::numeric_limits<double>::denorm_min());
+    row("null", QVariant::fromValue(nullptr));
+    row("true", true);
+    row("false", false);
+    row("text", text("text"));
+    row("empty text", QString(QLatin1String("")));
+    row("U+0000 alone", QString(QChar(0)));
+    row("U+0000 within a text", text("a") + QChar(0) + text("b"));
+    row("U+0001", QString(QChar(1)));
+    row("U+001F", QString(QChar(0x1F)));
+    row("U+007F", QString(QChar(0x7F)));
+    row("U+2028 and U+2029", QString(QChar(0x2028)) + QChar(0x2029));
+    row("high surrogate alone", QString(highSurrogate));
+    row("low surrogate alone", QString(lowSurrogate));
+    row("surrogates in the wrong order", QString(lowSurrogate) + highSurrogate);
+    row("two high surrogates, then a low one",
+        QString(highSurrogate) + highSurrogate + lowSurrogate);
+    row("high surrogate before a letter", QString(highSurrogate) + text("a"));
+    row("surrogate pair", QString(highSurrogate) + lowSurrogate);
+    row("U+FEFF alone", QString(QChar(0xFEFF)));
+    row("U+FEFF at the start of a text", QChar(0xFEFF) + text("a"));
+    row("U+FEFF twice at the start of a text", QString(2, QChar(0xFEFF)));
+    row("U+FEFF within a text", text("a") + QChar(0xFEFF));
+    row("U+FFFE and U+FFFF", QString(QChar(0xFFFE)) + QChar(0xFFFF));
+    row("key with U+FEFF at its start", QVariantMap{{QChar(0xFEFF) + text("k"), 1LL}});
+    row("key with U+0000", QVariantMap{{QString(QChar(0)), 1LL}});
+    row("key with half a surrogate pair", QVariantMap{{QString(highSurrogate), 1LL}});
+    row("key with a dot", QVariantMap{{text("a.b"), 1LL}, {text("a"), 2LL}});
+    row("empty key", QVariantMap{{QLatin1String(""), 1LL}});
+    row("empty object", QVariantMap());
+    row("empty array", QVariantList());
+    row("array of everything",
+        QVariantList{QVariant::fromValue(nullptr), true, 1LL, 1.5, text("x"), QVariantMap(),
+            QVariantList{QVariantList()}});
+}
+
+void tst_JsonUtils::passesThrough()
+{
+    QFETCH(QVariant, value);
+    // As the whole text, and in each place where a value can stand.
+    const QVariantMap inObject{{text("key"), value}};
+    const QVariantList inArray{1LL, value, value};
+    for (const QVariant& whole : {value, QVariant(inObject), QVariant(inArray)}) {
+        QCOMPARE(described(JsonUtils::parse(JsonUtils::serialize(whole))), described(whole));
+        QCOMPARE(
+            described(JsonUtils::parseText(JsonUtils::serializeToText(whole))), described(whole));
+        QCOMPARE(JsonUtils::serializeToText(whole).toUtf8(), JsonUtils::serialize(whole));
+    }
+}
+
+void tst_JsonUtils::agreesWithQtOnRandomValues()
+{
+    QRandomGenerator random(20);
+    for (int i = 0; i < 2000; ++i) {
+        const QVariantMap value = randomMap(random, 5);
+        const QByteArray written = JsonUtils::serialize(value);
+        QJsonParseError error{};
+        const QJsonDocument readByQt = QJsonDocument::fromJson(written, &error);
+        QCOMPARE(error.error, QJsonParseError::NoError);
+        QCOMPARE(readByQt.object(), QJsonObject::fromVariantMap(value));
+
+        const QByteArray writtenByQt = QJsonDocument(QJsonObject::fromVariantMap(value)).toJson();
+        const QVariant read = JsonUtils::parse(writtenByQt);
+        QCOMPARE(QJsonObject::fromVariantMap(read.toMap()), QJsonObject::fromVariantMap(value));
+        QCOMPARE(described(JsonUtils::parseText(QString::fromUtf8(writtenByQt))), described(read));
+        QCOMPARE(described(JsonUtils::parse(written)), described(value));
+    }
+}
+
+void tst_JsonUtils::keepsRandomTexts()
+{
+    // Any code unit may stand beside any other: surrogates, controls, quotes, letters.
+    QRandomGenerator random(8259);
+    for (int i = 0; i < 5000; ++i) {
+        QString units;
+        for (int length = random.bounded(80); length > 0; --length) {
+            const quint32 kind = random.bounded(4);
+            units += QChar(kind == 0 ? 0xD800 + random.bounded(0x800)
+                    : kind == 1      ? random.bounded(0x80)
+                    : kind == 2      ? random.bounded(0x10000)
+                                     : 'a');
+        }
+        QCOMPARE(described(JsonUtils::parse(JsonUtils::serialize(units))), described(units));
+        const QString written = JsonUtils::serializeToText(units);
+        QCOMPARE(described(JsonUtils::parseText(written)), described(units));
+        QCOMPARE(written.toUtf8(), JsonUtils::serialize(units));
+    }
+}
+
+void tst_JsonUtils::keepsADeepValue()
+{
+    QVariant deep = 1LL;
+    for (int i = 0; i < 512; ++i) {
+        deep = QVariantMap{{text("a"), QVariantList{deep}}};
+    }
+    QCOMPARE(described(JsonUtils::parse(JsonUtils::serialize(deep))), described(deep));
+    QCOMPARE(described(JsonUtils::parseText(JsonUtils::serializeToText(deep))), described(deep));
+}
+
+void tst_JsonUtils::getValueAtPath_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QVariant>("expected");
+    const auto row = [](const char* name, const char* json, const char* path,
+                         const QVariant& expected = {}) {
+        QTest::newRow(name) << QByteArray(json) << text(path) << expected;
+    };
+    const QVariant null = QVariant::fromValue(nullptr);
+
+    row("one key", R"({"a":1})", "a", 1LL);
+    row("three keys",
+        R"({"citationCluster":{"tessaron":{"previouslyFormattedCitation":"Knuth 1968"}}})",
+        "citationCluster.tessaron.previouslyFormattedCitation", text("Knuth 1968"));
+    row("beside other keys", R"({"a":{"x":0,"b":2,"z":3},"b":4})", "a.b", 2LL);
+    row("the value is an object", R"({"a":{"b":1}})", "a", QVariantMap{{text("b"), 1LL}});
+    row("the value is an array", R"({"a":{"b":[1]}})", "a.b", QVariantList{1LL});
+    row("the value is null", R"({"a":{"b":null}})", "a.b", null);
+    row("the value is an empty text", R"({"a":""})", "a", text(""));
+    row("the value is false", R"({"a":false})", "a", false);
+    row("non-ASCII keys", R"({"Ж":{"𝄞":1}})", "Ж.𝄞", 1LL);
+    row("an empty key", R"({"":1})", "", 1LL);
+    row("an empty key at the end", R"({"a":{"":1}})", "a.", 1LL);
+    row("an empty key at the start", R"({"":{"a":1}})", ".a", 1LL);
+    row("an empty key in the middle", R"({"a":{"":{"b":1}}})", "a..b", 1LL);
+
+    row("empty object", "{}", "a");
+    row("empty object, several keys", "{}", "a.b.c");
+    row("empty object, empty path", "{}", "");
+    row("empty path", R"({"a":1})", "");
+    row("only dots", R"({"a":{"b":1}})", "..");
+    row("the first key is missing", R"({"b":{"b":1}})", "a.b");
+    row("a middle key is missing", R"({"a":{"x":{"c":1}}})", "a.b.c");
+    row("the last key is missing", R"({"a":{"b":{"x":1}}})", "a.b.c");
+    row("the last key is there, but higher", R"({"a":{"b":{}},"c":1})", "a.b.c");
+    row("another case", R"({"a":{"B":1}})", "a.b");
+    row("a blank too many", R"({"a":{"b":1}})", "a .b");
+    row("a dot too many", R"({"a":{"b":1}})", "a.b.");
+    row("a dot before", R"({"a":{"b":1}})", ".a.b");
+    row("two dots", R"({"a":{"b":1}})", "a..b");
+    row("a key that holds the dot", R"({"a.b":1})", "a.b");
+    row("a key that holds the dot, deeper", R"({"x":{"a.b":1}})", "x.a.b");
+    row("a prefix of a key", R"({"abc":1})", "ab");
+    row("longer than a key", R"({"ab":1})", "abc");
+    row("a text on the way", R"({"a":"{\"b\":1}"})", "a.b");
+    row("a number on the way", R"({"a":1})", "a.b");
+    row("a double on the way", R"({"a":1.5})", "a.b");
+    row("a boolean on the way", R"({"a":true})", "a.b");
+    row("null on the way", R"({"a":null})", "a.b");
+    row("an array on the way", R"({"a":[{"b":1}]})", "a.b");
+    row("an array's index", R"({"a":[1]})", "a.0");
+    row("a text in the middle of the way", R"({"a":{"b":"x"}})", "a.b.c");
+}
+
+void tst_JsonUtils::getValueAtPath()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QString, path);
+    QFETCH(QVariant, expected);
+    const QVariant whole = JsonUtils::parse(json);
+    QCOMPARE(whole.userType(), int(QMetaType::QVariantMap));
+    QCOMPARE(described(JsonUtils::getValueAtPath(whole.toMap(), path)), described(expected));
+}
+
+void tst_JsonUtils::getValueAtPathCopiesNothing()
+{
+    const QVariantMap inner{{text("b"), text("value")}};
+    const QVariantMap map{{text("a"), inner}};
+    const QVariantMap before = map;
+    QCOMPARE(JsonUtils::getValueAtPath(map, text("a.b")).toString(), text("value"));
+    QCOMPARE(JsonUtils::getValueAtPath(map, text("a.missing.deeper")), QVariant());
+    QCOMPARE(map, before);
+    QVERIFY(!map.contains(text("a.missing")) && map.size() == 1);
+}
+
+QTEST_GUILESS_MAIN(tst_JsonUtils)
+#include "tst_jsonutils.moc"
