@@ -180,7 +180,10 @@ QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
             command << *expanded;
         }
     }
-    return command.isEmpty() || command.first().isEmpty() ? QList<QByteArray>() : command;
+    // The standard allows no "=" in a program: a shell would take it for an assignment.
+    const bool isValid =
+        !command.isEmpty() && !command.first().isEmpty() && !command.first().contains('=');
+    return isValid ? command : QList<QByteArray>();
 }
 
 std::optional<DesktopEntry> readDesktopEntry(const QString& filePath)

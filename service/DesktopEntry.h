@@ -30,5 +30,5 @@ struct ExecFields {
 /// Splits `exec`, the value of an Exec key without its string escapes, into arguments and
 /// expands its field codes. Codes for files and URLs and the deprecated ones become nothing.
 /// Returns an empty list for an invalid line: an unknown code, a quote that is not closed or
-/// stands inside an argument, no program.
+/// stands inside an argument, no program or one whose name holds "=".
 QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields);

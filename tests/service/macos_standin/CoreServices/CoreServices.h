@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The declarations of macOS that the bridge uses, as far as it uses them, so that its code for
+// macOS can be compiled and called elsewhere. LaunchServices.cpp records the calls.
+
+using Boolean = unsigned char;
+using UInt8 = std::uint8_t;
+using OSStatus = std::int32_t;
+using OSType = std::uint32_t;
+using LSLaunchFlags = std::uint32_t;
+using CFIndex = long;
+
+struct OpaqueString;
+struct OpaqueUrl;
+struct OpaqueDictionary;
+struct OpaqueArray;
+struct AppleEvent;
+using CFStringRef = const OpaqueString*;
+using CFURLRef = const OpaqueUrl*;
+using CFDictionaryRef = const OpaqueDictionary*;
+using CFArrayRef = const OpaqueArray*;
+
+// Here a constant string is its characters.
+#define CFSTR(text) (reinterpret_cast<CFStringRef>("" text ""))
+
+struct FSRef {
+    UInt8 hidden[80];
+};
+
+struct ProcessSerialNumber {
+    std::uint32_t highLongOfPSN;
+    std::uint32_t lowLongOfPSN;
+};
+
+struct LSApplicationParameters {
+    CFIndex version;
+    LSLaunchFlags flags;
+    const FSRef* application;
+    void* asyncLaunchRefCon;
+    CFDictionaryRef environment;
+    CFArrayRef argv;
+    AppleEvent* initialEvent;
+};
+
+constexpr OSStatus noErr = 0;
+constexpr OSType kLSUnknownCreator = 0;
+
+// Deprecated as on macOS, where the code must compile with warnings as errors all the same.
+extern "C" {
+[[deprecated]] OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory);
+[[deprecated]] OSStatus LSFindApplicationForInfo(OSType inCreator, CFStringRef inBundleID,
+    CFStringRef inName, FSRef* outAppRef, CFURLRef* outAppURL);
+[[deprecated]] OSStatus LSOpenApplication(
+    const LSApplicationParameters* appParams, ProcessSerialNumber* outPSN);
+}

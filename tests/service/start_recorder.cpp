@@ -1,0 +1,66 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <string>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+void writeDescriptors(FILE* record)
+{
+    DIR* const folder = opendir("/proc/self/fd");
+    while (const dirent* const entry = readdir(folder)) {
+        const int descriptor = std::atoi(entry->d_name);
+        if (entry->d_name[0] == '.' || descriptor == dirfd(folder)
+            || descriptor == fileno(record)) {
+            continue;
+        }
+        char target[4096] = "";
+        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
+        if (readlink(link.c_str(), target, sizeof target - 1) >= 0) {
+            std::fprintf(record, "fd %d=%s\n", descriptor, target);
+        }
+    }
+    closedir(folder);
+}
+
+void writeSignals(FILE* record)
+{
+    FILE* const status = std::fopen("/proc/self/status", "r");
+    char line[4096];
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::strncmp(line, "SigIgn:", 7) == 0 || std::strncmp(line, "SigBlk:", 7) == 0) {
+            std::fputs(line, record);
+        }
+    }
+    std::fclose(status);
+}
+
+} // namespace
+
+/// Stands in for the desktop application: writes how it was started into the file RECORD.
+int main(int argc, char** argv)
+{
+    const char* const path = std::getenv("RECORD");
+    FILE* const record = path == nullptr ? nullptr : std::fopen(path, "w");
+    if (record == nullptr) {
+        return 1;
+    }
+    for (int i = 0; i < argc; ++i) {
+        std::fprintf(record, "arg %s\n", argv[i]);
+    }
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        std::fprintf(record, "env %s\n", *variable);
+    }
+    char folder[4096] = "";
+    if (getcwd(folder, sizeof folder) != nullptr) {
+        std::fprintf(record, "cwd %s\n", folder);
+    }
+    std::fprintf(record, "pid %d\nsession %d\n", int(getpid()), int(getsid(0)));
+    writeSignals(record);
+    writeDescriptors(record);
+    return std::fclose(record) == 0 ? 0 : 1;
+}
