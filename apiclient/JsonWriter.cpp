@@ -6,11 +6,15 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <limits>
+#include <type_traits>
+#include <utility>
 
 namespace {
 
 constexpr int blockSize = 16;
 constexpr int longestEscape = 6; // \uXXXX
+constexpr qint64 largestSize = std::numeric_limits<int>::max() / 2 - 64; // what one text can hold
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
 constexpr std::array<bool, 0x80> plainAscii = [] {
@@ -95,7 +99,8 @@ private:
     Unit* reserve(int count)
     {
         if (text.size() - used < count) {
-            text.resize(std::max(used + count, used + used / 2));
+            const qint64 wanted = std::max(qint64(used) + count, qint64(used) * 3 / 2);
+            text.resize(int(std::min<qint64>(wanted, largestSize)));
         }
         return reinterpret_cast<Unit*>(text.data()) + used;
     }

@@ -10,6 +10,7 @@ PluginApiClient::PluginApiClient(int port, QObject* parent)
     , host(QStringLiteral("127.0.0.1"))
     , networkClient(new QtNetworkClient)
 {
+    // The transport in use drops the time-out and never refuses a host.
     constexpr int thirtyMinutesMs = 1800000;
     networkClient->setSendReceiveTimeout(thirtyMinutesMs);
     if (!networkClient->connect(host, quint16(port))) {

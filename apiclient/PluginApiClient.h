@@ -33,6 +33,7 @@ public:
     /// transport's own error.
     QVariantMap parseResponse(int status, const QByteArray& body);
 
+    /// Records a failure that is no request's, such as that of a start of the application.
     void setLastError(const QString& message);
 
     /// Why the last failed request failed. A success leaves it as it was, so it says something

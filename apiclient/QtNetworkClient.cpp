@@ -76,14 +76,26 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
     return request;
 }
 
-/// Makes room for the whole body at once, where the reply says how long it will be.
-void reserveRoom(const QNetworkReply& reply, QByteArray* body)
+// More than any document's; one byte array holds 2 GB.
+constexpr qint64 largestBody = 512 * 1024 * 1024;
+
+/// Adds what has come in of `reply` to `body`. False when that is more than largestBody.
+bool takeReceived(QNetworkReply* reply, QByteArray* body)
 {
-    constexpr qlonglong largestReservation = 256 * 1024 * 1024; // a reply may say anything
-    const qlonglong length = reply.header(QNetworkRequest::ContentLengthHeader).toLongLong();
-    if (body->isEmpty() && length > 0 && length <= largestReservation) {
-        body->reserve(int(length));
+    // Reading from a reply that never opened prints a warning of Qt's.
+    if (!reply->isReadable()) {
+        return true;
     }
+    if (body->size() + reply->bytesAvailable() > largestBody) {
+        return false;
+    }
+    if (body->isEmpty()) {
+        // Room for the whole body at once, where the reply says how long it will be.
+        const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+        body->reserve(int(qBound<qint64>(0, length, largestBody)));
+    }
+    *body += reply->readAll();
+    return true;
 }
 
 void traceRequest(const QString& path, const QByteArray& body)
@@ -164,22 +176,25 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     const QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
-    NetworkResponse response;
     // Taken as it comes in: the body of a long document would else be in memory twice.
-    const auto readBody = [&response, &reply] {
-        // Reading from a reply that never opened prints a warning of Qt's.
-        if (reply->isReadable()) {
-            reserveRoom(*reply, &response.body);
-            response.body += reply->readAll();
+    NetworkResponse response;
+    bool tooLarge = false;
+    QObject::connect(reply.data(), &QNetworkReply::readyRead, [&] {
+        if (!tooLarge && !takeReceived(reply.data(), &response.body)) {
+            tooLarge = true;
+            reply->abort();
         }
-    };
-    QObject::connect(reply.data(), &QNetworkReply::readyRead, readBody);
+    });
     QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
     loop.exec();
 
-    response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    readBody();
     errorText = reply->errorString();
+    if (tooLarge || !takeReceived(reply.data(), &response.body)) {
+        response = NetworkResponse();
+        errorText = QStringLiteral("The reply is larger than 512 MB");
+    } else {
+        response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    }
     traceReply(*reply, response, duration.elapsed());
     return response;
 }

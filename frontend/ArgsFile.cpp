@@ -16,6 +16,10 @@ constexpr qint64 unitSize = sizeof(ushort);
 // results are tens of megabytes each, and need not be in memory once more as one text.
 constexpr int chunkSize = 256 * 1024;
 
+// A larger file is no document's. Each of its units may become six bytes of the request, and one
+// byte array holds 2 GB.
+constexpr qint64 largestArgsFile = 256 * 1024 * 1024;
+
 /// Reads the next units of `file` into `chunk`, fewer than chunkSize only at its end.
 void readChunk(QFile* file, QString* chunk)
 {
@@ -107,7 +111,7 @@ QStringList readArgsFile(const QString& path, bool* success)
 {
     *success = false;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || file.size() > largestArgsFile) {
         qWarning() << "Unable to open args file" << path;
         return {};
     }

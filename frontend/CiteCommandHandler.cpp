@@ -7,6 +7,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -17,9 +18,38 @@ struct Command {
     Operation run;
 };
 
+QString rendered(const QString& text)
+{
+    return text;
+}
+
 QString rendered(bool value)
 {
     return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+QString rendered(int number)
+{
+    return QString::number(number);
+}
+
+template <typename Result, typename... Texts, size_t... index>
+QStringList call(Result (PluginComServer::*operation)(Texts...), PluginComServer& service,
+    const QStringList& arguments, std::index_sequence<index...>)
+{
+    return {rendered((service.*operation)(arguments.value(int(index))...))};
+}
+
+template <typename Result, typename... Texts>
+constexpr auto parameterIndices(Result (PluginComServer::*)(Texts...))
+{
+    return std::index_sequence_for<Texts...>();
+}
+
+/// A command that is one operation on as many texts as it has parameters, with one result.
+template <auto operation> QStringList run(PluginComServer& service, const QStringList& arguments)
+{
+    return call(operation, service, arguments, parameterIndices(operation));
 }
 
 QStringList formatCitationsAndBibliography(PluginComServer& service, const QStringList& arguments)
@@ -34,7 +64,7 @@ QStringList formatCitationsAndBibliography(PluginComServer& service, const QStri
     const bool formatted = service.formatCitationsAndBibliography();
     QStringList results{rendered(formatted)};
     if (!formatted) {
-        results << QString::number(service.lastErrorCitationIndex());
+        results << rendered(service.lastErrorCitationIndex());
         return results;
     }
     results.reserve(3 + 4 * count);
@@ -52,7 +82,7 @@ QStringList getRecentStyles(PluginComServer& service, const QStringList&)
     QStringList styleIds;
     QStringList styleNames;
     service.getRecentStyles(styleIds, styleNames);
-    QStringList results{QString::number(styleIds.size())};
+    QStringList results{rendered(styleIds.size())};
     results.reserve(1 + 2 * styleIds.size());
     for (int i = 0; i < styleIds.size(); ++i) {
         results << styleIds.at(i) << styleNames.at(i);
@@ -66,68 +96,30 @@ QStringList setWordProcessor(PluginComServer& service, const QStringList& argume
     return {};
 }
 
+QStringList mergeFields(PluginComServer& service, const QStringList& arguments)
+{
+    return {service.mergeFields(arguments)};
+}
+
 // Every command that the macro knows.
 constexpr Command commands[] = {
     {"setWordProcessor", setWordProcessor},
-    {"getFieldCodeFromCitationEditor",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {service.getFieldCodeFromCitationEditor(arguments.value(0))};
-        }},
-    {"getFieldCodeFromUuid",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {service.getFieldCodeFromUuid(arguments.value(0))};
-        }},
-    {"getCitationStyleFromDialog",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {service.getCitationStyleFromDialog(arguments.value(0))};
-        }},
+    {"getFieldCodeFromCitationEditor", run<&PluginComServer::getFieldCodeFromCitationEditor>},
+    {"getFieldCodeFromUuid", run<&PluginComServer::getFieldCodeFromUuid>},
+    {"getCitationStyleFromDialog", run<&PluginComServer::getCitationStyleFromDialog>},
     {"formatCitationsAndBibliography", formatCitationsAndBibliography},
-    {"isTessaronRunning",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {rendered(service.isTessaronRunning())};
-        }},
-    {"launchTessaron",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {rendered(service.launchTessaron())};
-        }},
-    {"mergeFields",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {service.mergeFields(arguments)};
-        }},
-    {"checkManualFormatAndGetFieldCode",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {
-                service.checkManualFormatAndGetFieldCode(arguments.value(0), arguments.value(1))};
-        }},
-    {"undoManualFormat",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {service.undoManualFormat(arguments.value(0))};
-        }},
-    {"hasManualEdit",
-        [](PluginComServer& service, const QStringList& arguments) -> QStringList {
-            return {rendered(service.hasManualEdit(arguments.value(0)))};
-        }},
-    {"getUserAccount",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {service.getUserAccount()};
-        }},
-    {"getUserUuid",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {service.getUserUuid()};
-        }},
+    {"isTessaronRunning", run<&PluginComServer::isTessaronRunning>},
+    {"launchTessaron", run<&PluginComServer::launchTessaron>},
+    {"mergeFields", mergeFields},
+    {"checkManualFormatAndGetFieldCode", run<&PluginComServer::checkManualFormatAndGetFieldCode>},
+    {"undoManualFormat", run<&PluginComServer::undoManualFormat>},
+    {"hasManualEdit", run<&PluginComServer::hasManualEdit>},
+    {"getUserAccount", run<&PluginComServer::getUserAccount>},
+    {"getUserUuid", run<&PluginComServer::getUserUuid>},
     {"getRecentStyles", getRecentStyles},
-    {"tessaronProcessId",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {QString::number(service.tessaronProcessId())};
-        }},
-    {"lastError",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {service.lastError()};
-        }},
-    {"getDesktopCitationStyleId",
-        [](PluginComServer& service, const QStringList&) -> QStringList {
-            return {service.getDesktopCitationStyleId()};
-        }},
+    {"tessaronProcessId", run<&PluginComServer::tessaronProcessId>},
+    {"lastError", run<&PluginComServer::lastError>},
+    {"getDesktopCitationStyleId", run<&PluginComServer::getDesktopCitationStyleId>},
 };
 
 } // namespace

@@ -10,12 +10,13 @@ class PluginComServer;
 class CiteCommandHandler {
 public:
     /// Makes the handler ready to use `service`, which it does not own and which must outlive
-    /// every command. Returns the handler itself.
+    /// every command. Comes before any command. Returns the handler itself.
     CiteCommandHandler* initWithPluginClient(PluginComServer* service);
 
     /// Runs `command` on the argument file in `directory` (without a trailing slash), writes the
     /// results file there, and returns its size in bytes as decimal text, "-1" when it could not
-    /// be written. An unknown command has no results; a missing argument file has no arguments.
+    /// be written. Tunes the process's memory for the argument file first. An unknown command has
+    /// no results; a missing argument file has no arguments.
     QString handleCommand(const QString& command, const QString& directory);
 
     /// Runs `command` and returns its results. Missing arguments are empty texts, additional

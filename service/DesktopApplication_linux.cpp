@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
+#include <initializer_list>
 #include <spawn.h>
 #include <unistd.h>
 #include <vector>

@@ -79,19 +79,10 @@ std::optional<QByteArray> fieldText(char code, const ExecFields& fields)
         return fields.name;
     case 'k':
         return fields.entryPath;
-    case 'f':
-    case 'F':
-    case 'u':
-    case 'U':
-    case 'd':
-    case 'D':
-    case 'n':
-    case 'N':
-    case 'v':
-    case 'm':
-        return QByteArray();
     default:
-        return {};
+        // Files, URLs and what is deprecated.
+        return QByteArrayLiteral("fFuUdDnNvm").contains(code) ? std::optional(QByteArray())
+                                                              : std::nullopt;
     }
 }
 

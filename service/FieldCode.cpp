@@ -16,6 +16,6 @@ QVariantMap jsonFromFieldCode(const QString& fieldCode)
         return {};
     }
     // Where the only "}" stands before the "{", the length is 0 or less. mid() takes 0 as
-    // nothing and a negative length as "to the end".
+    // nothing and a negative length as "to the end"; neither is an object then.
     return JsonUtils::parseText(fieldCode.mid(first, last - first + 1)).toMap();
 }

@@ -11,6 +11,15 @@
 #include <csignal>
 #include <unistd.h>
 
+namespace {
+
+QString noSuchCitation()
+{
+    return QStringLiteral("no such citation");
+}
+
+} // namespace
+
 PluginComServer::PluginComServer(QObject* parent)
     : QObject(parent)
     , apiClient(new PluginApiClient(tessaronDesktopTcpPort()))
@@ -216,7 +225,8 @@ bool PluginComServer::formatCitationsAndBibliography()
     }
 
     citationStyle = response.value(QStringLiteral("citationStyleUrl")).toString();
-    storeFormattedCitations(response.take(QStringLiteral("citationClusters")).toList());
+    QVariantList clusters = response.take(QStringLiteral("citationClusters")).toList();
+    storeFormattedCitations(std::move(clusters));
     formattedBibliography = response.value(QStringLiteral("bibliography")).toString();
 
     if (formattedCitations.size() != submittedCount) {
@@ -264,20 +274,17 @@ void PluginComServer::storeFormattedCitations(QVariantList clusters)
 
 QString PluginComServer::getFormattedCitation(int index)
 {
-    return citationText(
-        index, &CitationField::formattedCitation, QStringLiteral("no such citation"));
+    return citationText(index, &CitationField::formattedCitation, noSuchCitation());
 }
 
 QString PluginComServer::getPlainTextFormattedCitation(int index)
 {
-    return citationText(
-        index, &CitationField::plainTextFormattedCitation, QStringLiteral("no such citation"));
+    return citationText(index, &CitationField::plainTextFormattedCitation, noSuchCitation());
 }
 
 QString PluginComServer::getPreviouslyFormattedCitation(int index)
 {
-    return citationText(
-        index, &CitationField::previouslyFormattedCitation, QStringLiteral("no such citation"));
+    return citationText(index, &CitationField::previouslyFormattedCitation, noSuchCitation());
 }
 
 QString PluginComServer::getFieldCode(int index)

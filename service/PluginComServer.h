@@ -39,9 +39,10 @@ public:
     // The order of the slots is the order of the meta-object's methods: callers by index rely
     // on it.
 public Q_SLOTS:
+    /// "1.0". The class information says "1.1": two versions of two things.
     QString pluginVersion();
 
-    /// Why the last failed request failed; empty before the first.
+    /// Why the last failed request or start of the application failed; empty before the first.
     QString lastError();
 
     /// Opens the style chooser at `selectedStyleId`. Returns the "citationStyleUrl" of the
@@ -56,7 +57,8 @@ public Q_SLOTS:
     /// Returns the field code of the library's entry `uuid`; empty text on failure.
     QString getFieldCodeFromUuid(const QString& uuid);
 
-    /// Tells the application that process `processId` lets it take the keyboard focus.
+    /// Tells the application that process `processId` lets it take the keyboard focus. A failure
+    /// shows in lastError() alone.
     void allowSetFocus(int processId);
 
     /// Returns the field code of one citation made of all of `fieldCodes`; empty text on failure.
@@ -70,7 +72,8 @@ public Q_SLOTS:
     /// Removes such a record. Returns the new field code; `fieldCode` on failure.
     QString undoManualFormat(const QString& fieldCode);
 
-    /// Tells the application which word processor calls, and its version.
+    /// Tells the application which word processor calls, and its version. A failure shows in
+    /// lastError() alone.
     void setWordProcessor(const QString& processor, const QString& version);
 
     /// Replaces both lists by the recent styles' URLs and titles, in the application's order.
@@ -119,7 +122,8 @@ public Q_SLOTS:
     /// answers. Returns whether it does; a failed start is told by lastError().
     bool launchTessaron();
 
-    /// Whether the application runs and answers.
+    /// Whether the application runs: whether its process id, once known, is that of a process, and
+    /// until then whether it answers.
     bool isTessaronRunning();
 
     /// The application's process id, 0 when it does not run.

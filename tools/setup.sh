@@ -49,10 +49,13 @@ install_missing() {
 }
 
 require_on_macos() {
-    if ! command -v cmake >/dev/null || ! command -v node >/dev/null \
-        || ! { [ -n "${CMAKE_PREFIX_PATH:-}" ] || [ -n "${Qt5_DIR:-}" ]; } \
-        || [ -z "${TESSARON_CSL_DIR:-}" ]; then
-        die "Please install Qt 5.15, CMake, ninja and Node, set CMAKE_PREFIX_PATH to Qt's folder, and set TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
+    local tool
+    local complete=true
+    for tool in cmake ninja node npm "${TESTBED_PYTHON:-missing}"; do
+        command -v "$tool" >/dev/null || complete=false
+    done
+    if ! $complete || [ -z "${CMAKE_PREFIX_PATH:-}" ] || [ -z "${TESSARON_CSL_DIR:-}" ]; then
+        die "Please install Qt 5.15, CMake, ninja, Node and a Python 3 with lxml and python-docx, and set CMAKE_PREFIX_PATH to Qt's folder, TESTBED_PYTHON to that Python, and TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
     fi
 }
 

@@ -111,10 +111,13 @@ function isInstalled(program) {
 
 async function main(bridge, output) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'tessaron-demo-'));
-    console.log('\n== Starting a stand-in of Tessaron Desktop');
-    const { desktop, port } = await startDesktop();
-    desktop.removeAllListeners('exit');
+    let desktop;
     try {
+        console.log('\n== Starting a stand-in of Tessaron Desktop');
+        const started = await startDesktop();
+        const { port } = started;
+        desktop = started.desktop;
+        desktop.removeAllListeners('exit');
         const settings = path.join(folder, 'tessaron.com', 'Tessaron Desktop.conf');
         fs.mkdirSync(path.dirname(settings));
         fs.writeFileSync(settings, `[%General]\nhttpServerPort=${port}\n`);
@@ -130,7 +133,7 @@ async function main(bridge, output) {
         }
         formatWordDocument(bridge, folder, output);
     } finally {
-        desktop.kill();
+        desktop?.kill();
         fs.rmSync(folder, { recursive: true });
     }
 }

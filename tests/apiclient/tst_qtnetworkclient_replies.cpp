@@ -27,6 +27,7 @@ private Q_SLOTS:
     void uploadCutInTheMiddle();
     void afterAFailureTheNextRequestWorks();
     void postAfterConnectionWasClosed();
+    void aReplyBeyondTheLimitIsNone();
     void redirectsAreNotFollowed_data();
     void redirectsAreNotFollowed();
 };
@@ -371,6 +372,16 @@ void tst_QtNetworkClientReplies::postAfterConnectionWasClosed()
         QCOMPARE(client->post(text("/b"), "{}").status, 200);
     }
     QCOMPARE(server->requests().size(), 80);
+}
+
+void tst_QtNetworkClientReplies::aReplyBeyondTheLimitIsNone()
+{
+    const QByteArray body(512 * 1024 * 1024 + 1, ' ');
+    server->expect("POST", "/path", ScriptedReply::json(body));
+    const NetworkResponse response = client->post(QStringLiteral("/path"), "{}");
+    QCOMPARE(response.status, 0);
+    QCOMPARE(response.body, QByteArray());
+    QCOMPARE(client->lastError(), QStringLiteral("The reply is larger than 512 MB"));
 }
 
 void tst_QtNetworkClientReplies::redirectsAreNotFollowed_data()

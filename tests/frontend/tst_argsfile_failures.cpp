@@ -42,6 +42,7 @@ private Q_SLOTS:
     void cannotRead_data();
     void cannotRead();
     void doesNotReadWhatIsForbidden();
+    void doesNotReadMoreThanAFileMayHold();
     void replacesAReadOnlyFile();
     void leavesTheFileBehindALink();
     void doesNotReplaceAFolder();
@@ -103,6 +104,20 @@ void tst_ArgsFileFailures::doesNotReadWhatIsForbidden()
     });
     QCOMPARE(QString::fromUtf8(answer),
         QStringLiteral("0 false|") + quotedWarning("Unable to open args file", path));
+}
+
+void tst_ArgsFileFailures::doesNotReadMoreThanAFileMayHold()
+{
+    // A sparse file: it has the size and takes no room.
+    QFile large(file());
+    QVERIFY(large.open(QIODevice::WriteOnly));
+    QVERIFY(large.resize(256 * 1024 * 1024 + 1));
+    large.close();
+    QTest::ignoreMessage(
+        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
+    bool success = true;
+    QCOMPARE(readArgsFile(file(), &success), QStringList());
+    QVERIFY(!success);
 }
 
 void tst_ArgsFileFailures::replacesAReadOnlyFile()
