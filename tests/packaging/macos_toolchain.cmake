@@ -1,0 +1,10 @@
+# Lets CMake generate the build for macOS where there is no macOS: it takes the compiler's word for
+# nothing and never runs it. What comes out can be read, not built.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_OSX_SYSROOT /)
+set(CMAKE_CXX_COMPILER_ID AppleClang)
+set(CMAKE_CXX_COMPILER_ID_RUN TRUE)
+set(CMAKE_CXX_COMPILER_VERSION 14.0.0)
+set(CMAKE_CXX_COMPILER_WORKS TRUE)
+set(CMAKE_CXX_ABI_COMPILED TRUE)
+set(CMAKE_CXX_STANDARD_COMPUTED_DEFAULT 98)

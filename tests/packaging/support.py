@@ -1,0 +1,85 @@
+"""What the tests of the packages share: where things are, and running programs."""
+
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+SOURCE = Path(os.environ["SOURCE_DIR"])
+BUILD = Path(os.environ["BUILD_DIR"])
+BRIDGE = Path(os.environ["BRIDGE"])
+WORK = Path(os.environ["WORK_DIR"])  # this test run's own folder
+CMAKE = os.environ["CMAKE_COMMAND"]
+VERSION = os.environ["VERSION"]
+
+# What the product is made of. The rest of the repository must not be needed to build it.
+PRODUCT = ["CMakeLists.txt", "apiclient", "service", "frontend", "packaging"]
+INSTALLED = ["bin/tessaron-word-bridge", "share/man/man1/tessaron-word-bridge.1"]
+if (SOURCE / "LICENSE").exists():
+    PRODUCT.append("LICENSE")
+    INSTALLED.insert(1, "share/doc/tessaron-word-bridge/copyright")
+
+
+def skip(reason):
+    """Ends the test; CTest reports it as skipped."""
+    print(f"Skipped: {reason}")
+    sys.exit(77)
+
+
+def run(*command, status=0, **options):
+    """Runs a program and returns its standard output; any other status is an error."""
+    done = subprocess.run(
+        [str(part) for part in command],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        encoding="utf-8",
+        **options,
+    )
+    if done.returncode != status:
+        raise AssertionError(
+            f"{' '.join(map(str, command))} ended with status {done.returncode}, not {status}:\n"
+            f"{done.stdout}{done.stderr}"
+        )
+    return done.stdout
+
+
+def configure(source, build, *options, **keywords):
+    """Configures with the compiler, the generator and the Qt of the build that is under test."""
+    return run(
+        CMAKE, "-S", source, "-B", build, "-G", os.environ["GENERATOR"],
+        f"-DCMAKE_CXX_COMPILER={os.environ['CXX']}", f"-DQt5_DIR={os.environ['QT5_DIR']}",
+        *options, **keywords,
+    )  # fmt: skip
+
+
+def files_below(folder):
+    return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file())
+
+
+def home_without_application(folder):
+    """An environment in which the application does not run: nothing listens on its port."""
+    settings = Path(folder) / "tessaron.com" / "Tessaron Desktop.conf"
+    settings.parent.mkdir(parents=True)
+    settings.write_text("[%General]\nhttpServerPort=1\n")
+    return {**os.environ, "XDG_CONFIG_HOME": str(folder)}
+
+
+def utf16(text):
+    return text.encode("utf-16-le", "surrogatepass")
+
+
+class Case(unittest.TestCase):
+    def assertHolds(self, program, known, unknown):
+        """The file holds the text it must know, and none of the folders. (Prints no file.)"""
+        data = program.read_bytes()
+        self.assertTrue(utf16(known) in data, f"{known} is not in {program}.")
+        for folder in unknown:
+            self.assertFalse(str(folder).encode() in data, f"{folder} is in {program}.")
+
+    def temporary_folder(self):
+        folder = tempfile.TemporaryDirectory(prefix="packaging-")
+        self.addCleanup(folder.cleanup)
+        return Path(folder.name)

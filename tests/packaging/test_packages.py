@@ -1,0 +1,131 @@
+"""The packages: what they hold and need, and that two builds of one commit are the same bytes."""
+
+import os
+import shutil
+import tarfile
+import unittest
+
+from support import CMAKE, INSTALLED, PRODUCT, SOURCE, VERSION, WORK, Case, configure, files_below
+from support import run, skip
+
+PROGRAM = "tessaron-word-bridge"
+COMMIT_DATE = 1700000000
+# Two builds of one commit.
+FIRST, SECOND = PLACES = [WORK / "one", WORK / "another" / "longer place"]
+
+
+def environment():
+    """Git without the user's settings and with a fixed date; cpack without a date given."""
+    variables = {
+        **os.environ,
+        "GIT_CONFIG_GLOBAL": os.devnull,
+        "GIT_CONFIG_NOSYSTEM": "1",
+        "GIT_AUTHOR_NAME": "Test",
+        "GIT_AUTHOR_EMAIL": "test@example.invalid",
+        "GIT_AUTHOR_DATE": f"{COMMIT_DATE} +0000",
+        "GIT_COMMITTER_NAME": "Test",
+        "GIT_COMMITTER_EMAIL": "test@example.invalid",
+        "GIT_COMMITTER_DATE": f"{COMMIT_DATE} +0000",
+    }
+    variables.pop("SOURCE_DATE_EPOCH", None)
+    return variables
+
+
+def check_out(place):
+    shutil.rmtree(place, ignore_errors=True)
+    place.mkdir(parents=True)
+    for name in PRODUCT:
+        copy = shutil.copytree if (SOURCE / name).is_dir() else shutil.copy
+        copy(SOURCE / name, place / name)
+    for command in (["init", "-q"], ["add", "."], ["commit", "-q", "-m", "The product"]):
+        run("git", *command, cwd=place, env=environment())
+
+
+def build(place):
+    check_out(place)
+    # With debug information, where folders would show first; the packages are without it.
+    configure(
+        place, place / "build", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
+        "-DCMAKE_CXX_FLAGS=-g",
+    )  # fmt: skip
+    run(CMAKE, "--build", place / "build", "--parallel", os.cpu_count())
+
+
+def make_packages(place, *options, umask=0o022):
+    cpack = shutil.which("cpack", path=os.path.dirname(CMAKE))
+    run(cpack, *options, cwd=place / "build", env=environment(), umask=umask)
+
+
+def package(place, ending):
+    (found,) = (place / "build").glob(f"*{ending}")
+    return found
+
+
+class PackagesTest(Case):
+    @classmethod
+    def setUpClass(cls):
+        for place in PLACES:
+            build(place)
+            make_packages(place)
+        cls.deb = package(FIRST, ".deb")
+        cls.archive = package(FIRST, ".tar.gz")
+
+    def test_same_bytes_from_another_folder(self):
+        for name in (PROGRAM, self.deb.name, self.archive.name):
+            one, another = ((place / "build" / name).read_bytes() for place in PLACES)
+            self.assertTrue(one == another, f"Two builds of {name} differ.")
+
+    def test_no_build_path(self):
+        self.assertHolds(FIRST / "build" / PROGRAM, "/tessaronDesktopInfo", [FIRST])
+
+    def test_deb_holds_the_program_and_its_page(self):
+        self.assertEqual(self.unpacked(), sorted(f"usr/{name}" for name in INSTALLED))
+
+    def test_deb_carries_the_date_of_the_commit(self):
+        self.unpacked()
+        for path in self.folder.rglob("*"):
+            self.assertEqual(path.stat().st_mtime, COMMIT_DATE, path)
+
+    def test_deb_is_roots_and_open_to_all(self):
+        folder = self.temporary_folder()
+        make_packages(SECOND, "-G", "DEB", "-B", folder, umask=0o077)
+        entries = run("dpkg-deb", "--contents", *folder.glob("*.deb")).splitlines()
+        self.assertEqual(
+            {" ".join(entry.split()[:2]) for entry in entries},
+            {f"{mode} root/root" for mode in ("drwxr-xr-x", "-rwxr-xr-x", "-rw-r--r--")},
+        )
+
+    def test_deb_says_what_it_is(self):
+        self.assertEqual(self.field("Package"), PROGRAM)
+        self.assertEqual(self.field("Version"), VERSION)
+        self.assertEqual(self.field("Architecture"), run("dpkg", "--print-architecture").strip())
+
+    def test_deb_depends_on_what_the_program_loads(self):
+        needed = {entry.split()[0] for entry in self.field("Depends").split(", ")}
+        self.assertLessEqual({"libc6", "libglib2.0-0", "libqt5core5a", "libqt5network5"}, needed)
+        # Nothing that only building or testing it takes.
+        self.assertFalse([name for name in needed if "dev" in name or "test" in name])
+
+    def test_archive_holds_one_folder(self):
+        with tarfile.open(self.archive) as archive:
+            members = archive.getmembers()
+        top = self.archive.name[: -len(".tar.gz")]
+        self.assertTrue(top.startswith(f"{PROGRAM}-{VERSION}-"), top)
+        names = sorted(member.name for member in members if member.isfile())
+        self.assertEqual(names, sorted(f"{top}/{name}" for name in INSTALLED))
+        self.assertFalse([member.name for member in members if member.mode & 0o022])
+
+    def field(self, name):
+        return run("dpkg-deb", "--field", self.deb, name).strip()
+
+    def unpacked(self):
+        self.folder = self.temporary_folder()
+        run("dpkg-deb", "--extract", self.deb, self.folder)
+        return files_below(self.folder)
+
+
+if __name__ == "__main__":
+    for tool in ("git", "dpkg-shlibdeps"):
+        if shutil.which(tool) is None:
+            skip(f"{tool} is not installed.")
+    unittest.main()
