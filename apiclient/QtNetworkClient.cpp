@@ -73,6 +73,8 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
     // Without both, the body would be copied into a buffer first, and that one can be rewound.
     request.setHeader(QNetworkRequest::ContentLengthHeader, bodySize);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+    // Qt would answer a request for credentials by sending again, and lose the reply's own text.
+    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     return request;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 #include <QTextCodec>
 #include <QtEndian>
 
@@ -111,7 +112,9 @@ QStringList readArgsFile(const QString& path, bool* success)
 {
     *success = false;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || file.size() > largestArgsFile) {
+    // Opening a named pipe would wait for a writer.
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
+        || file.size() > largestArgsFile) {
         qWarning() << "Unable to open args file" << path;
         return {};
     }

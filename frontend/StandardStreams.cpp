@@ -1,9 +1,12 @@
 #include "frontend/StandardStreams.h"
 
+#include <QtGlobal>
+
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <initializer_list>
+#include <thread>
 #include <unistd.h>
 
 void secureStandardStreams()
@@ -16,6 +19,18 @@ void secureStandardStreams()
     }
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+void silenceOtherThreads()
+{
+    static const std::thread::id ownThread = std::this_thread::get_id();
+    static QtMessageHandler formerHandler = nullptr;
+    formerHandler = qInstallMessageHandler(
+        [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+            if (std::this_thread::get_id() == ownThread) {
+                formerHandler(type, context, message);
+            }
+        });
 }
 
 void printLine(const char* text)

@@ -6,6 +6,10 @@
 /// pipe without a reader fails instead of ending the process.
 void secureStandardStreams();
 
+/// Lets only the calling thread's messages pass to Qt's message log from now on: Qt's network
+/// thread warns of its own accord, and standard error is for the program's own messages.
+void silenceOtherThreads();
+
 /// Writes `text` and a newline to standard output and flushes it. A failure is not told: what it
 /// says stands in the result-ready file too.
 void printLine(const char* text);

@@ -10,6 +10,7 @@
 int main(int argc, char* argv[])
 {
     secureStandardStreams();
+    silenceOtherThreads();
     if (argc < 3) {
         qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
         return 1;

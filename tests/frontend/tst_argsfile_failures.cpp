@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <unistd.h>
 
@@ -43,6 +45,7 @@ private Q_SLOTS:
     void cannotRead();
     void doesNotReadWhatIsForbidden();
     void doesNotReadMoreThanAFileMayHold();
+    void doesNotWaitAtANamedPipe();
     void replacesAReadOnlyFile();
     void leavesTheFileBehindALink();
     void doesNotReplaceAFolder();
@@ -113,6 +116,16 @@ void tst_ArgsFileFailures::doesNotReadMoreThanAFileMayHold()
     QVERIFY(large.open(QIODevice::WriteOnly));
     QVERIFY(large.resize(256 * 1024 * 1024 + 1));
     large.close();
+    QTest::ignoreMessage(
+        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
+    bool success = true;
+    QCOMPARE(readArgsFile(file(), &success), QStringList());
+    QVERIFY(!success);
+}
+
+void tst_ArgsFileFailures::doesNotWaitAtANamedPipe()
+{
+    QCOMPARE(mkfifo(QFile::encodeName(file()).constData(), 0600), 0);
     QTest::ignoreMessage(
         QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
     bool success = true;

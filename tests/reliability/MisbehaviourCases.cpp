@@ -1,0 +1,152 @@
+#include "tests/reliability/MisbehaviourCases.h"
+
+#include "tests/frontend/Texts.h"
+
+namespace {
+
+using Case = MisbehaviourCase;
+
+const struct {
+    const char* name;
+    Misbehaviour::Ending ending;
+} endings[] = {{"closed ", Misbehaviour::Close}, {"half closed ", Misbehaviour::HalfClose},
+    {"reset ", Misbehaviour::Reset}, {"closed later ", Misbehaviour::CloseLater}};
+
+/// Connections that end before there is a status.
+QList<Case> casesWithoutStatus()
+{
+    constexpr qint64 atOnce = Misbehaviour::atOnce;
+    constexpr qint64 request = Misbehaviour::wholeBody;
+    const struct {
+        const char* name;
+        qint64 after;
+        QByteArray bytes;
+    } points[] = {
+        {"at once", atOnce, ""},
+        {"behind the headers", 0, ""},
+        {"behind the request", request, ""},
+        {"in mid protocol name", request, "HT"},
+        {"in mid status line", request, "HTTP/1.1 20"},
+        {"in mid status line, at once", atOnce, "HTTP/1.1 20"},
+        {"behind an interim reply", request, "HTTP/1.1 100 Continue\r\n\r\n"},
+        {"with bytes that are not HTTP", request, "220 mail ready\r\n"},
+        {"with bytes that are not HTTP, at once", atOnce, "220 mail ready\r\n"},
+        {"with empty lines", request, "\r\n\r\n\r\n"},
+        {"with 5,000 bytes", request, QByteArray(5000, '\xff')},
+        {"with a TLS alert", request, QByteArray("\x15\x03\x01\x00\x02\x02\x28", 7)},
+        {"with a TLS greeting", atOnce, "\x16\x03\x03" + QByteArray(120, '\0')},
+        {"with an answer but no HTTP", request, R"({"citationStyleUrl":"zero"})"},
+        {"with a request", request, "POST /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"},
+        {"with a status that is no number", request, "HTTP/1.1 abc OK\r\n\r\n"},
+    };
+    QList<Case> cases;
+    for (const auto& ending : endings) {
+        for (const auto& point : points) {
+            cases.append({QByteArray(ending.name) + point.name,
+                {point.after, point.bytes, ending.ending}, Failed, {}});
+        }
+    }
+    return cases;
+}
+
+/// Replies that say 200 and do not come to their end.
+QList<Case> cutReplies()
+{
+    const QByteArray ok("HTTP/1.1 200 OK\r\n");
+    const struct {
+        const char* name;
+        QByteArray bytes;
+    } points[] = {
+        {"in mid headers", ok + "Content-Le"},
+        {"behind the reply's headers", ok + "Content-Length: 50\r\n\r\n"},
+        {"in mid body", ok + "Content-Length: 50\r\n\r\n{\"citationStyleUrl\":\"s"},
+        {"in mid chunk", ok + "Transfer-Encoding: chunked\r\n\r\n50\r\n{\"citationStyleUrl\":\"s"},
+    };
+    QList<Case> cases;
+    for (const auto& ending : endings) {
+        for (const auto& point : points) {
+            // Without its headers' end there is no reply.
+            const bool headersEnd = point.bytes.contains("\r\n\r\n");
+            cases.append({QByteArray(ending.name) + point.name,
+                {Misbehaviour::wholeBody, point.bytes, ending.ending},
+                headersEnd ? (ending.ending == Misbehaviour::Reset ? FailedOrNothing : Nothing)
+                           : Failed,
+                {}});
+        }
+    }
+    return cases;
+}
+
+QByteArray reply(const QByteArray& status, const QByteArray& headers, const QByteArray& body)
+{
+    return "HTTP/1.1 " + status + " Scripted\r\n" + headers
+        + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+}
+
+/// Whole replies that might have a client send its request once more.
+QList<Case> invitations()
+{
+    const struct {
+        const char* status;
+        const char* headers;
+    } replies[] = {
+        {"301", "Location: /other\r\n"},
+        {"302", "Location: /other\r\n"},
+        {"303", "Location: /other\r\n"},
+        {"307", "Location: /other\r\n"},
+        {"308", "Location: /other\r\n"},
+        {"401", "WWW-Authenticate: Basic realm=\"r\"\r\n"},
+        {"401", "WWW-Authenticate: Digest realm=\"r\", nonce=\"n\", qop=\"auth\"\r\n"},
+        {"401", "WWW-Authenticate: NTLM\r\n"},
+        {"407", "Proxy-Authenticate: Basic realm=\"r\"\r\n"},
+        {"408", "Connection: close\r\n"},
+        {"413", "Retry-After: 0\r\n"},
+        {"417", ""},
+        {"421", ""},
+        {"425", ""},
+        {"426", "Upgrade: h2c\r\nConnection: Upgrade\r\n"},
+        {"429", "Retry-After: 0\r\n"},
+        {"503", "Retry-After: 0\r\n"},
+    };
+    QList<Case> cases;
+    for (const auto& answer : replies) {
+        cases.append({QByteArray(answer.status) + ' ' + QByteArray(answer.headers).simplified(),
+            {Misbehaviour::wholeBody, reply(answer.status, answer.headers, "%1 says no"),
+                Misbehaviour::CloseLater},
+            Failed, text("%1 says no")});
+    }
+    const QByteArray refusal = reply("500", "", R"({"error":"first"})");
+    const QByteArray success = reply("200", "", "{}");
+    cases.append({"two replies, the first a failure",
+        {Misbehaviour::wholeBody, refusal + success, Misbehaviour::CloseLater}, Failed,
+        text("first")});
+    cases.append({"two replies, the first a success",
+        {Misbehaviour::wholeBody, success + refusal, Misbehaviour::CloseLater}, Nothing, {}});
+    cases.append({"a reply before the request is sent", {0, refusal, Misbehaviour::CloseLater},
+        Failed, text("first")});
+    return cases;
+}
+
+} // namespace
+
+QList<MisbehaviourCase> misbehaviourCases()
+{
+    return casesWithoutStatus() + cutReplies() + invitations();
+}
+
+QList<MisbehaviourCase> cutUploadCases()
+{
+    constexpr qint64 middle = 9000000;
+    QList<Case> cases;
+    for (const auto& ending : endings) {
+        for (const qint64 after : {Misbehaviour::atOnce, qint64(0), qint64(100000), middle}) {
+            cases.append({ending.name + QByteArray("after ") + QByteArray::number(after),
+                {after, {}, ending.ending}, Failed, {}});
+        }
+        const QByteArray name = ending.name + QByteArray("in the middle with ");
+        cases.append(
+            {name + "413", {middle, reply("413", "", "too large"), ending.ending}, Failed, {}});
+        cases.append({name + "no HTTP", {middle, "no\r\n", ending.ending}, Failed, {}});
+    }
+    return cases;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <atomic>
+#include <thread>
+
+/// An application in a thread of its own that answers every request with a user id of the wanted
+/// length, for runs that are ended from outside. The id of length n is the first n letters of
+/// one long text, so that no wrong piece of it looks right.
+class UuidServer {
+public:
+    explicit UuidServer(int longest);
+    ~UuidServer();
+    Q_DISABLE_COPY(UuidServer)
+
+    int port() const { return portNumber; }
+    void setLength(int newLength) { length = newLength; }
+    /// The bytes of a results file that holds the id of `wantedLength`.
+    QByteArray results(int wantedLength) const;
+
+private:
+    void serve();
+    void answer(int connection);
+
+    const QByteArray letters;
+    QByteArray resultBytes;
+    std::atomic<int> length{0};
+    int listener = -1;
+    int portNumber = 0;
+    std::thread thread;
+};

@@ -1,0 +1,233 @@
+#include "tests/frontend/BridgeRun.h"
+#include "tests/frontend/ChildProcess.h"
+#include "tests/frontend/ExchangeFolder.h"
+#include "tests/frontend/Texts.h"
+#include "tests/reliability/BadParents.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryHome.h"
+
+#include <QtTest>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+void lowerLimits()
+{
+    const rlimit files{16, 16};
+    setrlimit(RLIMIT_NOFILE, &files);
+}
+
+} // namespace
+
+/// Whatever surroundings a macro starts the program in, it writes its files and ends with
+/// status 0.
+class tst_AlwaysAnswers : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void homes_data();
+    void homes();
+    void settings_data();
+    void settings();
+    void settingsOfAnotherUser();
+    void ports_data();
+    void ports();
+    void portsOfWhichSixteenBitsCount_data();
+    void portsOfWhichSixteenBitsCount();
+    void parents_data();
+    void parents();
+
+private:
+    QByteArray answerTo(const QString& command, const BridgeStart& start, QByteArray* results);
+
+    TemporaryHome home;
+    ScriptedServer server;
+};
+
+void tst_AlwaysAnswers::init()
+{
+    server.reset();
+    QDir(home.path(text("xdg_config_home"))).removeRecursively();
+    home.writePort(server.port());
+}
+
+/// Runs `command` and returns what is wrong with the answer; `*results` is what it holds.
+QByteArray tst_AlwaysAnswers::answerTo(
+    const QString& command, const BridgeStart& start, QByteArray* results)
+{
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    const BridgeOutcome run = runBridge({command, folder.path()}, start);
+    *results = folder.results();
+    if (run.exitStatus != 0) {
+        return "exit status " + QByteArray::number(run.exitStatus) + ' ' + run.errors;
+    }
+    if (folder.ready() != utf16le(QString::number(results->size()))) {
+        return "ready file: " + folder.ready();
+    }
+    return run.errors;
+}
+
+void tst_AlwaysAnswers::homes_data()
+{
+    QTest::addColumn<QString>("surroundings");
+    const char* const all[] = {"unset HOME", "unset HOME XDG_CONFIG_HOME XDG_CONFIG_DIRS",
+        "HOME=", "HOME=/nonexistent/home XDG_CONFIG_HOME=", "HOME=/dev/null XDG_CONFIG_HOME=",
+        "HOME=relative XDG_CONFIG_HOME=relative",
+        "HOME=/proc/self XDG_CONFIG_HOME=", "XDG_CONFIG_HOME=/nonexistent",
+        "XDG_CONFIG_HOME=/dev/null", "XDG_CONFIG_HOME=", "export LC_ALL=C; unset HOME LANG",
+        "export LC_ALL=no_SUCH.locale", "export TMPDIR=/nonexistent",
+        "export QT_PLUGIN_PATH=/nonexistent", "exec env -i \"$0\" \"$@\"", "cd /proc/self",
+        "umask 077"};
+    for (const char* const surroundings : all) {
+        QTest::newRow(surroundings) << text(surroundings);
+    }
+}
+
+void tst_AlwaysAnswers::homes()
+{
+    QFETCH(QString, surroundings);
+    QByteArray results;
+    QCOMPARE(answerTo(text("hasManualEdit"),
+                 BridgeStart::inShell(surroundings + text("\nexec \"$0\" \"$@\"")), &results),
+        QByteArray());
+    QCOMPARE(results, utf16le(text("false")));
+}
+
+void tst_AlwaysAnswers::settings_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("empty") << QByteArray("");
+    QTest::newRow("garbage") << QByteArray("\x00\xff\xfe garbage [[[ = \n[", 19);
+    QTest::newRow("10 MB of garbage") << QByteArray(10000000, '\xa7');
+    QTest::newRow("10 MB of one group") << QByteArray(10000000, '[');
+    QTest::newRow("a million keys") << QByteArray("k=v\n").repeated(1000000);
+    QTest::newRow("a binary property list") << QByteArray("bplist00\xd1\x01\x02", 11);
+    QTest::newRow("cut off") << QByteArray("[%General]\nhttpServerPort=\"500");
+    QTest::newRow("a port that is text") << QByteArray("[%General]\nhttpServerPort=abc\n");
+    QTest::newRow("a directory") << QByteArray();
+}
+
+void tst_AlwaysAnswers::settings()
+{
+    QFETCH(QByteArray, content);
+    const QString path = text("xdg_config_home/tessaron.com/Tessaron Desktop.conf");
+    home.writeSettings(content);
+    if (content.isNull()) {
+        QVERIFY(QFile::remove(home.path(path)));
+        QVERIFY(QDir().mkpath(home.path(path)));
+    }
+    QByteArray results;
+    QCOMPARE(answerTo(text("hasManualEdit"), {}, &results), QByteArray());
+    QCOMPARE(results, utf16le(text("false")));
+}
+
+void tst_AlwaysAnswers::settingsOfAnotherUser()
+{
+    // This user's home may not even be entered by the one who runs the program.
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    giveToOrdinaryUser(folder.path());
+    const ExchangeFolder programs;
+    BridgeStart start = BridgeStart::prepared([] {
+        if (!becomeOrdinaryUser()) {
+            _exit(77);
+        }
+    });
+    start.program = programs.path() + text("/bridge");
+    QVERIFY(QFile::copy(bridgePath(), start.program));
+    giveToOrdinaryUser(programs.path());
+    QVERIFY(QFile::setPermissions(start.program, QFile::Permissions(0x5555)));
+    const QString settings = home.path(text("xdg_config_home/tessaron.com"));
+    QVERIFY(QFile::setPermissions(settings, QFile::Permissions()));
+    const BridgeOutcome run = runBridge({text("hasManualEdit"), folder.path()}, start);
+    QVERIFY(QFile::setPermissions(settings, QFile::Permissions(0x7700)));
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.ready(), utf16le(text("10")));
+}
+
+void tst_AlwaysAnswers::ports_data()
+{
+    QTest::addColumn<QByteArray>("port");
+    for (const char* const port : {"0", "65536", "-65536", "131072", "-1", "70000", "-2147483648",
+             "99999999999999999999", "abc", "", "1e5", "%1"}) {
+        QTest::newRow((QByteArray("<") + port + '>').constData()) << QByteArray(port);
+    }
+}
+
+void tst_AlwaysAnswers::ports()
+{
+    QFETCH(QByteArray, port);
+    home.writeSettings("[%General]\nhttpServerPort=" + port + "\n");
+    QByteArray results;
+    QCOMPARE(answerTo(text("getUserUuid"), {}, &results), QByteArray());
+    const QByteArray message = utf16le(text("Unable to retrieve uuid - error: 0. Server error '"));
+    QCOMPARE(results.left(message.size()), message);
+    QVERIFY(results.size() > message.size() + utf16le(text("'")).size());
+    QCOMPARE(server.connectionCount(), 0);
+}
+
+void tst_AlwaysAnswers::portsOfWhichSixteenBitsCount_data()
+{
+    QTest::addColumn<int>("added");
+    QTest::newRow("65536") << 65536;
+    QTest::newRow("-65536") << -65536;
+    QTest::newRow("2^30") << (1 << 30);
+}
+
+void tst_AlwaysAnswers::portsOfWhichSixteenBitsCount()
+{
+    QFETCH(int, added);
+    home.writePort(server.port() + added);
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
+    QByteArray results;
+    QCOMPARE(answerTo(text("getUserUuid"), {}, &results), QByteArray());
+    QCOMPARE(results, utf16le(text("u")));
+    QCOMPARE(server.problem(), QString());
+}
+
+void tst_AlwaysAnswers::parents_data()
+{
+    QTest::addColumn<Preparation>("prepare");
+    const auto row = [](const char* name, Preparation prepare) { QTest::newRow(name) << prepare; };
+    row("ignores all signals", ignoreAllSignals);
+    row("blocks all signals", blockAllSignals);
+    row("does both", [] {
+        ignoreAllSignals();
+        blockAllSignals();
+    });
+    row("leaves files open", leaveFilesOpen);
+    row("allows sixteen open files", lowerLimits);
+    row("reads no output", breakOutput);
+    row("reads no output, ignores and blocks", [] {
+        breakOutput();
+        ignoreAllSignals();
+        blockAllSignals();
+    });
+    row("closes everything", [] {
+        for (int file = 0; file < 1024; ++file) {
+            close(file);
+        }
+    });
+    row("is of no session", [] { setsid(); });
+}
+
+void tst_AlwaysAnswers::parents()
+{
+    QFETCH(Preparation, prepare);
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
+    server.expect("POST", "/citations/merge", ScriptedReply::json(R"({"citationCluster":1})"));
+    QByteArray results;
+    QCOMPARE(answerTo(text("getUserUuid"), BridgeStart::prepared(prepare), &results), QByteArray());
+    QCOMPARE(results, utf16le(text("u")));
+    QCOMPARE(answerTo(text("mergeFields"), BridgeStart::prepared(prepare), &results), QByteArray());
+    QCOMPARE(results, utf16le(text("ADDIN CSL_CITATION 1")));
+    QCOMPARE(server.problem(), QString());
+}
+
+QTEST_GUILESS_MAIN(tst_AlwaysAnswers)
+#include "tst_alwaysanswers.moc"

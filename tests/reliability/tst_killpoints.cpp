@@ -1,0 +1,113 @@
+#include "tests/frontend/BridgeRun.h"
+#include "tests/frontend/ExchangeFolder.h"
+#include "tests/frontend/Texts.h"
+#include "tests/reliability/KilledRun.h"
+#include "tests/reliability/UuidServer.h"
+#include "tests/support/TemporaryHome.h"
+
+#include <QtTest>
+
+#include <csignal>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+
+namespace {
+
+constexpr char command[] = "getUserUuid";
+constexpr int idLength = 300 * 1024; // more than one write
+
+/// Lets the traced process run to its next system call, before or behind it. False when it ended.
+bool goOn(pid_t process)
+{
+    constexpr int systemCall = SIGTRAP | 0x80;
+    int status = 0;
+    long signal = 0;
+    do {
+        if (ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0
+            || waitpid(process, &status, 0) != process || !WIFSTOPPED(status)) {
+            return false;
+        }
+        // That of a started program is for the tracer; all others are the program's own.
+        signal = WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
+    } while (WSTOPSIG(status) != systemCall);
+    return true;
+}
+
+} // namespace
+
+/// Where a random kill hits seldom: the program is killed before and behind every system call of
+/// its main thread, from the first one that touches the results to its end.
+class tst_KillPoints : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { home.writePort(server.port()); }
+    void everySystemCall_data();
+    void everySystemCall();
+
+private:
+    /// Kills a run at its system call number `point`; false when it ended before.
+    bool runTo(int point);
+
+    TemporaryHome home;
+    UuidServer server{idLength};
+    ExchangeFolder folder;
+};
+
+bool tst_KillPoints::runTo(int point)
+{
+    const pid_t process = startBridge(command, folder, true);
+    int status = 0;
+    waitpid(process, &status, 0);
+    ptrace(
+        PTRACE_SETOPTIONS, process, nullptr, long(PTRACE_O_TRACESYSGOOD) | long(PTRACE_O_EXITKILL));
+    const QString sideFile = folder.resultsPath() + text(".temp");
+    bool writes = false;
+    for (int passed = 0; passed <= point;) {
+        if (!goOn(process)) {
+            return false;
+        }
+        writes = writes || QFile::exists(sideFile);
+        passed += int(writes);
+    }
+    kill(process, SIGKILL);
+    waitpid(process, &status, 0);
+    return true;
+}
+
+void tst_KillPoints::everySystemCall_data()
+{
+    QTest::addColumn<QByteArray>("oldResults");
+    QTest::addColumn<QByteArray>("oldReady");
+    QTest::newRow("first command in a folder") << QByteArray() << QByteArray();
+    QTest::newRow("files of an earlier command") << QByteArray("old results") << QByteArray("old");
+    QTest::newRow("results of an earlier command") << QByteArray("old results") << QByteArray();
+}
+
+void tst_KillPoints::everySystemCall()
+{
+    QFETCH(QByteArray, oldResults);
+    QFETCH(QByteArray, oldReady);
+    server.setLength(idLength);
+    folder.putArguments({});
+    const ExchangeState state{
+        oldResults, oldReady, server.results(idLength), utf16le(QString::number(2 * idLength))};
+    int point = 0;
+    bool killed = true;
+    for (; killed; ++point) {
+        QFile::remove(folder.resultsPath() + text(".temp"));
+        QFile::remove(folder.readyPath() + text(".temp"));
+        prepareFolder(folder, state);
+        killed = runTo(point);
+        QCOMPARE(wrongness(folder, state), QByteArray());
+    }
+    // The last one was not killed.
+    QVERIFY(folder.results() == state.newResults);
+    QCOMPARE(folder.ready(), state.newReady);
+    QCOMPARE(folder.names().size(), 3);
+    qInfo("killed at %d points", point - 1);
+    QVERIFY(point > 20);
+}
+
+QTEST_GUILESS_MAIN(tst_KillPoints)
+#include "tst_killpoints.moc"

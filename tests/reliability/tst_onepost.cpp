@@ -1,0 +1,182 @@
+#include "apiclient/PluginApiClient.h"
+#include "tests/frontend/BridgeRun.h"
+#include "tests/frontend/ExchangeFolder.h"
+#include "tests/frontend/Texts.h"
+#include "tests/reliability/MisbehaviourCases.h"
+#include "tests/support/TemporaryHome.h"
+
+#include <QtTest>
+
+namespace {
+
+struct Command {
+    const char* name;
+    QStringList arguments;
+    QStringList failed;
+    QStringList nothing;
+    QStringList second; ///< what the answer on a second connection gives
+    QByteArray warning; ///< that comes with `nothing`
+};
+
+/// Every POST that a macro can ask for.
+QList<Command> commands()
+{
+    const QString code = text(R"(ADDIN CSL_CITATION {"citationItems":[1]})");
+    const QStringList null{text("ADDIN CSL_CITATION null")};
+    const QStringList second{text(R"(ADDIN CSL_CITATION {"citationItems":[2]})")};
+    const QStringList empty{QString()};
+    const QStringList unformatted{text("false"), text("-1")};
+    const QStringList formatted{text("true"), text("second"), text("b"),
+        text("ADDIN CSL_CITATION {}"), text("second"), QString(), QString()};
+    return {{"setWordProcessor", {text("Word"), text("16")}, {}, {}, {}, {}},
+        {"getFieldCodeFromCitationEditor", {code}, empty, {code}, second, {}},
+        {"getFieldCodeFromUuid", {text("u")}, empty, null, second, {}},
+        {"getCitationStyleFromDialog", {text("s")}, empty, empty, {text("second")}, {}},
+        {"formatCitationsAndBibliography", {text("s"), code, text("t")}, unformatted, unformatted,
+            formatted,
+            "Citation count mismatch.  Submitted 1 citations but only received 0 formatted "
+            "citations.\n"},
+        {"mergeFields", {code, code}, empty, null, second, {}},
+        {"checkManualFormatAndGetFieldCode", {code, text("t")}, {code}, null, second, {}},
+        {"undoManualFormat", {code}, {code}, null, second, {}}};
+}
+
+/// Waits until all has arrived that was sent, and looks.
+bool hasOnePostAtMost(const RawServer& server)
+{
+    QCoreApplication::processEvents();
+    return QTest::qWaitFor([&server] { return server.openConnectionCount() == 0; })
+        && server.postCount() <= 1;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(MisbehaviourCase)
+Q_DECLARE_METATYPE(Command)
+
+/// A POST is a dialog or a merge for the user: the application gets it once or not at all.
+class tst_OnePost : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everyCommand_data();
+    void everyCommand();
+    void largeRequests_data();
+    void largeRequests();
+    void lastErrors_data();
+    void lastErrors();
+
+private:
+    TemporaryHome home;
+};
+
+void tst_OnePost::everyCommand_data()
+{
+    QTest::addColumn<Command>("command");
+    QTest::addColumn<MisbehaviourCase>("row");
+    const QList<MisbehaviourCase> cases = misbehaviourCases();
+    const QList<Command> all = commands();
+    for (const Command& command : all) {
+        for (const MisbehaviourCase& row : cases) {
+            QTest::newRow((QByteArray(command.name) + ", " + row.name).constData())
+                << command << row;
+        }
+    }
+}
+
+void tst_OnePost::everyCommand()
+{
+    QFETCH(Command, command);
+    QFETCH(MisbehaviourCase, row);
+    RawServer server(row.misbehaviour);
+    home.writePort(server.serverPort());
+    const ExchangeFolder folder;
+    folder.putArguments(command.arguments);
+    const BridgeOutcome run = runBridge({text(command.name), folder.path()});
+    QVERIFY(server.connectionCount() >= 1);
+    QVERIFY(hasOnePostAtMost(server));
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.ready(), utf16le(QString::number(folder.results().size())));
+    if (server.answerCount() == 1) {
+        // The first connection was gone before anything was sent, so a second one is allowed.
+        QCOMPARE(row.misbehaviour.afterBodyBytes, Misbehaviour::atOnce);
+        QCOMPARE(folder.results(), listBytes(command.second));
+        return;
+    }
+    if (row.misbehaviour.afterBodyBytes != Misbehaviour::atOnce) {
+        QCOMPARE(server.postCount(), 1);
+    }
+    const bool nothing = row.outcome == Nothing
+        || (row.outcome == FailedOrNothing && folder.results() == listBytes(command.nothing));
+    QCOMPARE(folder.results(), listBytes(nothing ? command.nothing : command.failed));
+    if (row.outcome != FailedOrNothing) {
+        QCOMPARE(run.errors, nothing ? command.warning : QByteArray());
+    }
+}
+
+void tst_OnePost::largeRequests_data()
+{
+    QTest::addColumn<MisbehaviourCase>("row");
+    const QList<MisbehaviourCase> cases = cutUploadCases();
+    for (const MisbehaviourCase& row : cases) {
+        QTest::newRow(row.name.constData()) << row;
+    }
+}
+
+void tst_OnePost::largeRequests()
+{
+    QFETCH(MisbehaviourCase, row);
+    RawServer server(row.misbehaviour);
+    home.writePort(server.serverPort());
+    const ExchangeFolder folder;
+    constexpr int half = 9000000;
+    folder.putArguments(
+        {text("s"), QString(half, QLatin1Char('f')), QString(half, QLatin1Char('t'))});
+    const BridgeOutcome run = runBridge({text("formatCitationsAndBibliography"), folder.path()});
+    QVERIFY(hasOnePostAtMost(server));
+    QCOMPARE(run.exitStatus, 0);
+    if (server.answerCount() == 1) {
+        QCOMPARE(row.misbehaviour.afterBodyBytes, Misbehaviour::atOnce);
+    } else {
+        QCOMPARE(run.errors, QByteArray());
+        QCOMPARE(folder.results(), listBytes({text("false"), text("-1")}));
+    }
+}
+
+void tst_OnePost::lastErrors_data()
+{
+    QTest::addColumn<MisbehaviourCase>("row");
+    const QList<MisbehaviourCase> cases = misbehaviourCases();
+    for (const MisbehaviourCase& row : cases) {
+        QTest::newRow(row.name.constData()) << row;
+    }
+}
+
+void tst_OnePost::lastErrors()
+{
+    QFETCH(MisbehaviourCase, row);
+    RawServer server(row.misbehaviour);
+    PluginApiClient client(server.serverPort());
+    client.setLastError(text("of an earlier request"));
+    QVariantMap result{{text("of"), text("an earlier request")}};
+    const int status = client.postRequest(text("/a/interactive"), {{text("b"), 1}}, &result);
+    QCOMPARE(result.value(text("of")), QVariant());
+    QVERIFY(server.postCount() <= 1);
+    if (status == 200) {
+        QVERIFY(row.outcome != Failed || server.answerCount() == 1);
+        QCOMPARE(client.lastError(), text("of an earlier request"));
+        return;
+    }
+    QVERIFY(row.outcome != Nothing);
+    QCOMPARE(server.answerCount(), 0);
+    if (row.error.isNull()) {
+        QCOMPARE(status, 0);
+        QVERIFY(!client.lastError().isEmpty());
+        QVERIFY(client.lastError() != text("of an earlier request"));
+    } else {
+        QCOMPARE(client.lastError(), row.error);
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_OnePost)
+#include "tst_onepost.moc"
