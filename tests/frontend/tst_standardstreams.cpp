@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -38,6 +39,7 @@ private Q_SLOTS:
     void printsIntoNothing_data();
     void printsIntoNothing();
     void livesPastAFileSizeLimit();
+    void letsOnlyItsOwnThreadSpeak();
 };
 
 void tst_StandardStreams::opensWhatIsClosed_data()
@@ -141,6 +143,18 @@ void tst_StandardStreams::livesPastAFileSizeLimit()
         return QByteArray::number(int(first)) + ' ' + QByteArray::number(int(second));
     });
     QCOMPARE(answer, QByteArray("4 -1"));
+}
+
+void tst_StandardStreams::letsOnlyItsOwnThreadSpeak()
+{
+    const QByteArray answer = inChildProcess([] {
+        silenceOtherThreads();
+        qWarning("first");
+        std::thread([] { qWarning("from another thread"); }).join();
+        qWarning("last");
+        return QByteArray("done");
+    });
+    QCOMPARE(answer, QByteArray("done|first|last"));
 }
 
 QTEST_GUILESS_MAIN(tst_StandardStreams)
