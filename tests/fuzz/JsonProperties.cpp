@@ -1,0 +1,186 @@
+#include "tests/fuzz/JsonProperties.h"
+
+#include "apiclient/JsonUtils.h"
+#include "tests/fuzz/Check.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSet>
+#include <QTextCodec>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+bool isSameDouble(double left, double right)
+{
+    return std::memcmp(&left, &right, sizeof left) == 0;
+}
+
+bool isSameMap(const QVariantMap& left, const QVariantMap& right)
+{
+    return left.keys() == right.keys()
+        && std::equal(left.begin(), left.end(), right.begin(), isSameValue);
+}
+
+bool isSameList(const QVariantList& left, const QVariantList& right)
+{
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), isSameValue);
+}
+
+bool agrees(const QVariant& ours, const QJsonValue& qts);
+
+bool mapAgrees(const QVariantMap& ours, const QJsonObject& qts)
+{
+    for (auto entry = ours.begin(); entry != ours.end(); ++entry) {
+        const auto found = qts.constFind(entry.key());
+        if (found == qts.constEnd() || !agrees(entry.value(), *found)) {
+            return false;
+        }
+    }
+    return ours.size() == qts.size();
+}
+
+bool agrees(const QVariant& ours, const QJsonValue& qts)
+{
+    switch (ours.userType()) {
+    case QMetaType::QVariantMap:
+        return qts.isObject() && mapAgrees(ours.toMap(), qts.toObject());
+    case QMetaType::QVariantList: {
+        const QVariantList list = ours.toList();
+        const QJsonArray array = qts.toArray();
+        return qts.isArray()
+            && std::equal(list.begin(), list.end(), array.begin(), array.end(), agrees);
+    }
+    case QMetaType::QString:
+        return qts.isString() && ours.toString() == qts.toString();
+    case QMetaType::Bool:
+        return qts.isBool() && ours.toBool() == qts.toBool();
+    case QMetaType::Nullptr:
+        return qts.isNull();
+    default:
+        // Integers too: Qt rounds the large ones.
+        return qts.isDouble() && ours.toDouble() == qts.toDouble();
+    }
+}
+
+/// The text of `bytes` with every U+FEFF kept; nothing when they are not UTF-8.
+std::optional<QString> decoded(const QByteArray& bytes)
+{
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    const QString text =
+        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    if (state.invalidChars != 0 || state.remainingChars != 0) {
+        return {};
+    }
+    return text;
+}
+
+/// Whether a key occurs twice in `json`, which has no escapes, wherever that may be.
+bool repeatsKey(const QByteArray& json)
+{
+    const QList<QByteArray> pieces = json.split('"');
+    QSet<QByteArray> keys;
+    for (int i = 1; i + 1 < pieces.size(); i += 2) {
+        if (pieces.at(i + 1).trimmed().startsWith(':')) {
+            if (keys.contains(pieces.at(i))) {
+                return true;
+            }
+            keys.insert(pieces.at(i));
+        }
+    }
+    return false;
+}
+
+bool isDigitAt(const QByteArray& json, int index)
+{
+    return index >= 0 && index < json.size() && json.at(index) >= '0' && json.at(index) <= '9';
+}
+
+/// Whether a point lacks a digit on one of its sides.
+bool holdsBarePoint(const QByteArray& json)
+{
+    for (int i = json.indexOf('.'); i >= 0; i = json.indexOf('.', i + 1)) {
+        if (!isDigitAt(json, i - 1) || !isDigitAt(json, i + 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void checkAgainstQt(const QByteArray& json, const QVariant& value)
+{
+    const auto document = readByQt(json);
+    if (!document) {
+        return;
+    }
+    const bool isRead =
+        value.userType() == QMetaType::QVariantMap || value.userType() == QMetaType::QVariantList;
+    check(isRead == !document->isNull(), "what Qt's reader accepts is accepted, and nothing else");
+    if (isRead) {
+        const QJsonValue root =
+            document->isObject() ? QJsonValue(document->object()) : QJsonValue(document->array());
+        check(agrees(value, root), "Qt's reader reads the same value");
+    }
+}
+
+} // namespace
+
+bool isSameValue(const QVariant& left, const QVariant& right)
+{
+    if (left.userType() != right.userType()) {
+        return false;
+    }
+    switch (left.userType()) {
+    case QMetaType::QVariantMap:
+        return isSameMap(left.toMap(), right.toMap());
+    case QMetaType::QVariantList:
+        return isSameList(left.toList(), right.toList());
+    case QMetaType::Double:
+        return isSameDouble(left.toDouble(), right.toDouble());
+    default:
+        return left == right;
+    }
+}
+
+void checkSurvivesWriting(const QVariant& value)
+{
+    const QByteArray bytes = JsonUtils::serialize(value);
+    const QString text = JsonUtils::serializeToText(value);
+    check(bytes == text.toUtf8(), "the same JSON is written in UTF-8 and in UTF-16");
+    check(isSameValue(JsonUtils::parse(bytes), value), "read(write(value)) is value, in UTF-8");
+    check(isSameValue(JsonUtils::parseText(text), value), "read(write(value)) is value, in UTF-16");
+}
+
+void checkJsonProperties(const QByteArray& json)
+{
+    const QVariant value = JsonUtils::parse(json);
+    const auto text = decoded(json);
+    if (!text) {
+        check(!value.isValid(), "invalid UTF-8 is malformed");
+        return;
+    }
+    // Without the zero that QString has at its end: reading behind the end shows.
+    const std::vector<ushort> units(text->utf16(), text->utf16() + text->size());
+    const auto raw =
+        QString::fromRawData(reinterpret_cast<const QChar*>(units.data()), text->size());
+    check(isSameValue(JsonUtils::parseText(raw), value), "UTF-8 and UTF-16 are read alike");
+    checkAgainstQt(json, value);
+    if (value.isValid()) {
+        checkSurvivesWriting(value);
+    }
+}
+
+std::optional<QJsonDocument> readByQt(const QByteArray& json)
+{
+    // Qt's reader takes any character for an escape, "1." and ".1" for numbers and keys for equal
+    // that differ behind a zero; refuses a number that is too small for a double; drops U+FEFF in
+    // front of a text; leaks what stands under a repeated key.
+    if (json.contains('\\') || json.contains('\0') || json.contains("e-") || json.contains("E-")
+        || json.contains("\xEF\xBB\xBF") || holdsBarePoint(json) || repeatsKey(json)) {
+        return {};
+    }
+    return QJsonDocument::fromJson(json);
+}

@@ -1,0 +1,114 @@
+// The reader of desktop entries. Input: a desktop entry's file; the same bytes are also taken as
+// an Exec line with its fields, and as the arguments of a command, both parted by zero bytes.
+
+#include "service/DesktopEntry.h"
+#include "tests/fuzz/Check.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTextCodec>
+
+#include <algorithm>
+
+namespace {
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    check(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush(),
+        "the folder for the files has room");
+}
+
+/// What the standard asks of a command's program: to be there, and to hold no "=".
+bool isProgram(const QList<QByteArray>& command)
+{
+    return !command.isEmpty() && !command.first().isEmpty() && !command.first().contains('=');
+}
+
+/// `argument` as the standard says that it stands in an Exec line.
+QByteArray quoted(QByteArray argument)
+{
+    for (const char* reserved : {"\\", "\"", "`", "$"}) {
+        argument.replace(reserved, QByteArray("\\") + reserved);
+    }
+    return '"' + argument.replace('%', "%%") + '"';
+}
+
+/// `value` as the standard says that a string stands behind a key.
+QByteArray asKeyValue(QByteArray value)
+{
+    constexpr const char* escapes[][2] = {
+        {"\\", "\\\\"}, {"\n", "\\n"}, {"\t", "\\t"}, {"\r", "\\r"}, {" ", "\\s"}};
+    for (const auto& escape : escapes) {
+        value.replace(escape[0], escape[1]);
+    }
+    return value;
+}
+
+bool isUtf8(const QByteArray& bytes)
+{
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
+    return state.invalidChars + state.remainingChars == 0;
+}
+
+void checkQuoting(const QList<QByteArray>& arguments)
+{
+    QByteArray exec;
+    for (const QByteArray& argument : arguments) {
+        exec += quoted(argument) + ' ';
+    }
+    check(expandExec(exec, {}) == (isProgram(arguments) ? arguments : QList<QByteArray>()),
+        "quoted arguments come out as they were");
+}
+
+/// Of a line without quotes and field codes every word is an argument.
+void checkPlainLine(QByteArray exec, const QList<QByteArray>& command)
+{
+    if (exec.contains('"') || exec.contains('%')) {
+        return;
+    }
+    QList<QByteArray> words = exec.replace('\t', ' ').replace('\n', ' ').split(' ');
+    words.removeAll(QByteArray());
+    check(command == (isProgram(words) ? words : QList<QByteArray>()), "a plain line is its words");
+}
+
+/// The same line gives the same command by way of a file.
+void checkThroughFile(const QString& path, const QByteArray& exec, const QByteArray& icon)
+{
+    if (!isUtf8(exec) || !isUtf8(icon) || icon.startsWith('\f') || icon.startsWith('\v')) {
+        return;
+    }
+    // GLib drops any white space in front of a value, also what the standard does not name.
+    writeFile(path,
+        "[Desktop Entry]\nType=Application\nName=n\nIcon=" + asKeyValue(icon) + "\nExec=\\s"
+            + asKeyValue(exec) + "\nPath=/tmp\n");
+    const QList<QByteArray> command = expandExec(exec, {icon, "n", QFile::encodeName(path)});
+    const auto entry = readDesktopEntry(path);
+    check(entry.has_value() == !command.isEmpty(), "an entry installs when its line is valid");
+    check(!entry || (entry->command == command && entry->workingDirectory == "/tmp"),
+        "file and line give the same command");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const QTemporaryDir folder(QStringLiteral("/dev/shm/fuzz_desktop_entry-XXXXXX"));
+    const QByteArray bytes(reinterpret_cast<const char*>(data), int(size));
+
+    const QString path = folder.filePath(QStringLiteral("read.desktop"));
+    writeFile(path, bytes);
+    const auto entry = readDesktopEntry(path);
+    check(!entry || isProgram(entry->command), "an entry that installs names a program");
+
+    const QList<QByteArray> pieces = bytes.split('\0');
+    const QByteArray& exec = pieces.first();
+    const QList<QByteArray> command =
+        expandExec(exec, {pieces.value(1), pieces.value(2), pieces.value(3)});
+    check(command.isEmpty() || isProgram(command), "a valid line names a program");
+    checkPlainLine(exec, command);
+    checkThroughFile(folder.filePath(QStringLiteral("written.desktop")), exec, pieces.value(1));
+    checkQuoting(pieces);
+    return 0;
+}
