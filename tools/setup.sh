@@ -12,10 +12,8 @@ die() {
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
         "$@"
-    elif command -v sudo >/dev/null; then
-        sudo "$@"
     else
-        die "Missing packages need root to be installed; run as root: $*"
+        sudo "$@"
     fi
 }
 
@@ -42,10 +40,13 @@ install_missing() {
         return
     fi
     command -v apt-get >/dev/null || die "Please install the equivalents of these Debian packages: ${missing[*]}"
-    say "Installing from Debian: ${missing[*]}"
-    as_root apt-get update -q
-    as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -q --no-install-recommends "${missing[@]}"
+    if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
+        die "These packages are missing. As root, run: apt-get install --no-install-recommends ${missing[*]}"
+    fi
+    say "Installing from Debian, on a bare machine some 900 MB: ${missing[*]}"
+    { as_root apt-get update -q && as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -q --no-install-recommends "${missing[@]}"; } \
+        || die "The packages could not be installed. Is the network there? Run this again when it is."
 }
 
 require_on_macos() {
@@ -59,7 +60,7 @@ require_on_macos() {
     fi
 }
 
-build_packages=(g++=g++ cmake=cmake ninja-build=ninja pkg-config=pkg-config qtbase5-dev
+build_packages=(g++=g++ cmake=cmake make=make ninja-build=ninja pkg-config=pkg-config qtbase5-dev
     libglib2.0-dev)
 testbed_packages=(nodejs=node npm=npm citation-style-language-styles
     citation-style-language-locales python3-lxml python3-docx)
@@ -67,6 +68,8 @@ benchmark_packages=(libcurl4-openssl-dev nlohmann-json3-dev libbenchmark-dev cur
 
 # configure [CMAKE-OPTION...]: the Release build in build/, as the plain commands make it.
 configure() {
+    say "Configuring build/"
+    [ ! -e build ] || [ -w build ] || die "build/ belongs to somebody else: remove it, or run this as its owner."
     # A folder that was configured with another generator keeps it.
     [ -f build/CMakeCache.txt ] || set -- -G Ninja "$@"
     cmake -S . -B build "$@"
@@ -83,7 +86,8 @@ install_node_modules() {
     local folder=testbed/desktop
     if ! cmp -s "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"; then
         say "Fetching the CSL processor from npm"
-        (cd "$folder" && npm ci --no-audit --no-fund)
+        (cd "$folder" && npm ci --no-audit --no-fund --fetch-retries=1 --fetch-retry-mintimeout=1000) \
+            || die "The CSL processor could not be fetched from npm. Is the network there? Run this again when it is."
         cp "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"
     fi
 }

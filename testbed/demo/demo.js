@@ -84,7 +84,7 @@ function print(title, citations, bibliography) {
 /** The same on a Word document, with the macro's stand-in; pictures where LibreOffice is there. */
 function formatWordDocument(bridge, folder, output) {
     const run = (program, ...args) => execFileSync(program, args, {
-        env: { ...process.env, XDG_CONFIG_HOME: folder, BRIDGE: bridge }, encoding: 'utf8',
+        env: { ...process.env, XDG_CONFIG_HOME: folder, TMPDIR: folder, BRIDGE: bridge }, encoding: 'utf8',
     });
     run(path.join(SAMPLES, 'make_samples'), path.join(folder, 'samples'));
     fs.mkdirSync(output, { recursive: true });
@@ -100,7 +100,7 @@ function formatWordDocument(bridge, folder, output) {
     if (['soffice', 'pdftoppm'].every(isInstalled)) {
         console.log(run(path.join(SAMPLES, 'render_pictures'), output, before, after).trimEnd());
     } else {
-        console.log('With LibreOffice and poppler-utils installed, pictures of both would be here.');
+        console.log(`Install libreoffice-writer-nogui and poppler-utils for pictures of both in ${output}.`);
     }
 }
 
@@ -112,6 +112,11 @@ function isInstalled(program) {
 async function main(bridge, output) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'tessaron-demo-'));
     let desktop;
+    // However it ends, nothing stays behind.
+    process.on('exit', () => {
+        desktop?.kill();
+        fs.rmSync(folder, { recursive: true, force: true });
+    });
     try {
         console.log('\n== Starting a stand-in of Tessaron Desktop');
         const started = await startDesktop();
@@ -134,8 +139,11 @@ async function main(bridge, output) {
         formatWordDocument(bridge, folder, output);
     } finally {
         desktop?.kill();
-        fs.rmSync(folder, { recursive: true });
     }
+}
+
+for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+    process.on(signal, () => process.exit(1));
 }
 
 main(...process.argv.slice(2, 4).map((name) => path.resolve(name))).catch((error) => {

@@ -391,7 +391,7 @@ void tst_BridgeReplies::noServer()
     }
     // Bound but not listening: nobody else can take the port, and connections are refused.
     QTcpSocket reserved;
-    QVERIFY(reserved.bind(QHostAddress::LocalHost));
+    QVERIFY(reserved.bind(QHostAddress(QHostAddress::LocalHost)));
     home.writePort(reserved.localPort());
     const ExchangeFolder folder;
     folder.putArguments({text(R"(ADDIN {"tessaron":{}})"), text("t")});

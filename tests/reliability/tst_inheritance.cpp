@@ -79,7 +79,8 @@ void tst_Inheritance::theApplicationInheritsNothing()
     }
     QFETCH(Preparation, prepare);
     const QString entry = text("xdg_data_home/applications/com.tessaron.desktop.desktop");
-    home.writeFile(entry, "[Desktop Entry]\nType=Application\nName=T\nExec=" START_RECORDER "\n");
+    home.writeFile(
+        entry, "[Desktop Entry]\nType=Application\nName=T\nExec=\"" START_RECORDER "\"\n");
     const QString record = home.path(text("record"));
     QFile::remove(record);
     server.expect("GET", "/tessaronDesktopInfo", ScriptedReply::json("{}", 404));

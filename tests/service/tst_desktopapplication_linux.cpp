@@ -195,7 +195,7 @@ void DesktopApplicationTest::workingDirectory()
     QFETCH(bool, told);
     const QString folder = fixture.home.path(QStringLiteral("a b/ü"));
     QVERIFY(QDir().mkpath(folder));
-    install("Exec=" START_RECORDER + (told ? "\nPath=" + folder.toUtf8() : QByteArray()));
+    install("Exec=\"" START_RECORDER "\"" + (told ? "\nPath=" + folder.toUtf8() : QByteArray()));
     const QString former = QDir::currentPath();
     QCOMPARE(openDesktopApplication(), 0);
     QCOMPARE(waitForApplication(), 0);
@@ -220,7 +220,7 @@ void DesktopApplicationTest::programInPath()
 
 void DesktopApplicationTest::environment()
 {
-    install("Exec=" START_RECORDER);
+    install("Exec=\"" START_RECORDER "\"");
     qputenv("DESKTOP_STARTUP_ID", "id_TIME1");
     qputenv("XDG_ACTIVATION_TOKEN", "token");
     qputenv("DESKTOP_STARTUP_ID_2", "stays");
@@ -248,7 +248,7 @@ void DesktopApplicationTest::environment()
 
 void DesktopApplicationTest::descriptors()
 {
-    install("Exec=" START_RECORDER);
+    install("Exec=\"" START_RECORDER "\"");
     // What a parent may have left open: a pipe, and files without close-on-exec far up.
     int pipeEnds[2] = {-1, -1};
     QCOMPARE(pipe(pipeEnds), 0);
@@ -270,7 +270,7 @@ void DesktopApplicationTest::descriptors()
 
 void DesktopApplicationTest::signalsAndSession()
 {
-    install("Exec=" START_RECORDER);
+    install("Exec=\"" START_RECORDER "\"");
     sigset_t blocked;
     sigset_t former;
     sigemptyset(&blocked);
@@ -344,12 +344,12 @@ void DesktopApplicationTest::cannotBeStarted()
 void DesktopApplicationTest::notInstalled_data()
 {
     QTest::addColumn<QByteArray>("lines");
-    QTest::newRow("hidden") << QByteArray("Exec=" START_RECORDER "\nHidden=true");
+    QTest::newRow("hidden") << QByteArray("Exec=\"" START_RECORDER "\"\nHidden=true");
     QTest::newRow("no program") << QByteArray("Icon=x");
-    QTest::newRow("invalid program") << QByteArray("Exec=" START_RECORDER " %x");
+    QTest::newRow("invalid program") << QByteArray("Exec=\"" START_RECORDER "\" %x");
     QTest::newRow("TryExec not there")
-        << QByteArray("Exec=" START_RECORDER "\nTryExec=/no/such/program");
-    QTest::newRow("malformed") << QByteArray("Exec=" START_RECORDER "\nnonsense");
+        << QByteArray("Exec=\"" START_RECORDER "\"\nTryExec=/no/such/program");
+    QTest::newRow("malformed") << QByteArray("Exec=\"" START_RECORDER "\"\nnonsense");
 }
 
 void DesktopApplicationTest::notInstalled()
@@ -368,7 +368,7 @@ void DesktopApplicationTest::noEntryAnywhere()
              "com.tessaron.Desktop.desktop", "../com.tessaron.desktop.desktop"}) {
         fixture.home.writeFile(
             QStringLiteral("xdg_data_home/applications/") + QString::fromUtf8(name),
-            "[Desktop Entry]\nType=Application\nName=N\nExec=" START_RECORDER "\n");
+            "[Desktop Entry]\nType=Application\nName=N\nExec=\"" START_RECORDER "\"\n");
     }
     QCOMPARE(openDesktopApplication(), notFound);
 }
@@ -406,7 +406,7 @@ void DesktopApplicationTest::firstEntryCounts()
         (fixture.home.path(first) + QLatin1Char(':') + fixture.home.path(second)).toUtf8());
     const auto installIfAny = [this](QByteArray lines, const QString& dataFolder) {
         if (!lines.isEmpty()) {
-            install(lines.replace("=R ", "=" START_RECORDER " "), dataFolder);
+            install(lines.replace("=R ", "=\"" START_RECORDER "\" "), dataFolder);
         }
     };
     installIfAny(inHome, QStringLiteral("xdg_data_home"));
@@ -498,7 +498,7 @@ void DesktopApplicationTest::fixedPathCannotBeRun()
     QVERIFY(QFile::setPermissions(fixedPath,
         runnable ? QFile::ReadOwner | QFile::ExeOwner : QFile::Permissions(QFile::ReadOwner)));
     // What exists counts as found: the desktop entry is not tried.
-    install("Exec=" START_RECORDER);
+    install("Exec=\"" START_RECORDER "\"");
     QCOMPARE(openDesktopApplication(), number);
     QVERIFY(hasNoChild());
     QVERIFY(!QFileInfo::exists(recordPath));
@@ -514,7 +514,7 @@ void DesktopApplicationTest::danglingFixedPath()
     const FixedPathGuard guard;
     NEEDS_THE_FIXED_PATH(guard);
     QVERIFY(QFile::link(fixture.home.path(QStringLiteral("nowhere")), fixedPath));
-    install("Exec=" START_RECORDER " entry");
+    install("Exec=\"" START_RECORDER "\" entry");
     QCOMPARE(openDesktopApplication(), 0);
     QCOMPARE(waitForApplication(), 0);
     QCOMPARE(recorded("arg "), (QByteArrayList{START_RECORDER, "entry"}));

@@ -19,6 +19,8 @@ def main():
         stream.reconfigure(encoding="utf-8", errors="backslashreplace")
     try:
         print(options.action(options))
+    except KeyboardInterrupt:
+        return 130
     except Failure as failure:
         print(f"macro: {failure}", file=sys.stderr)
         return 1
