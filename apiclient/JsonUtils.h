@@ -32,8 +32,9 @@ QVariant parseText(const QString& json);
 
 /// Writes `value` as compact JSON in UTF-8. Only what must be escaped is: quotes, backslashes,
 /// control characters and unpaired surrogates. Integral doubles keep a fraction (2.0), so that a
-/// double stays one. A value that JSON has no form for (invalid, NaN, an infinity) becomes null;
-/// other types are written as the text they convert to.
+/// double stays one. A value that JSON has no form for (invalid, NaN, an infinity) becomes null,
+/// the whole becomes null when it would be longer than a text can be; other types are written as
+/// the text they convert to.
 QByteArray serialize(const QVariant& value);
 
 /// The same JSON as a text, put behind `prefix`.

@@ -17,7 +17,7 @@ constexpr int longestEscape = 6; // \uXXXX
 constexpr qint64 largestSize = std::numeric_limits<int>::max() / 2 - 64; // what one text can hold
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
-constexpr std::array<bool, 0x80> plainAscii = [] {
+constexpr std::array<bool, 0x80> plainAscii = []() {
     std::array<bool, 0x80> plain{};
     for (unsigned unit = 0x20; unit < plain.size(); ++unit) {
         plain[unit] = unit != '"' && unit != '\\';
@@ -40,11 +40,12 @@ bool isPlainBlock(const ushort* units)
 /// Writes JSON into `Text`: UTF-8 into a QByteArray, UTF-16 into a QString.
 template <typename Text> class Writer {
     static constexpr bool isUtf8 = std::is_same_v<Text, QByteArray>;
-    using Unit = std::conditional_t<isUtf8, char, ushort>;
+    using Unit = std::conditional_t<isUtf8, uchar, ushort>;
 
 public:
     explicit Writer(const Text& prefix)
-        : text(prefix)
+        : opening(prefix)
+        , text(prefix)
         , used(prefix.size())
     {
         text.resize(used + initialSize);
@@ -52,6 +53,12 @@ public:
 
     Text take()
     {
+        if (overflow) {
+            text = opening;
+            text.resize(opening.size() + initialSize);
+            used = opening.size();
+            writeAscii("null");
+        }
         if (used <= initialSize) {
             // A copy of the exact size: thousands of field codes are kept, and each would else
             // hold on to the room that it was written in.
@@ -99,22 +106,28 @@ private:
     Unit* reserve(int count)
     {
         if (text.size() - used < count) {
-            const qint64 wanted = std::max(qint64(used) + count, qint64(used) * 3 / 2);
-            text.resize(int(std::min<qint64>(wanted, largestSize)));
+            if (qint64(used) + count > largestSize) {
+                // No text can hold it, so it is written as what JSON has no form for.
+                overflow = true;
+                used = 0;
+            } else {
+                const qint64 wanted = std::max(qint64(used) + count, qint64(used) * 3 / 2);
+                text.resize(int(std::min(wanted, largestSize)));
+            }
         }
         return reinterpret_cast<Unit*>(text.data()) + used;
     }
 
-    void writeUnit(char unit)
+    void writeUnit(uchar unit)
     {
-        *reserve(1) = Unit(unit);
+        *reserve(1) = unit;
         ++used;
     }
 
     void writeAscii(const char* ascii)
     {
         while (*ascii != '\0') {
-            writeUnit(*ascii++);
+            writeUnit(uchar(*ascii++));
         }
     }
 
@@ -241,29 +254,31 @@ private:
 
     static Unit* writeControlCharacter(ushort unit, Unit* out)
     {
-        constexpr std::array<char, 0x20> letters = {
+        constexpr std::array<uchar, 0x20> letters = {
             0, 0, 0, 0, 0, 0, 0, 0, 'b', 't', 'n', 0, 'f', 'r'};
         if (letters[unit] == 0) {
             return writeHexEscape(unit, out);
         }
         *out++ = '\\';
-        *out++ = Unit(letters[unit]);
+        *out++ = letters[unit];
         return out;
     }
 
     static Unit* writeHexEscape(ushort unit, Unit* out)
     {
-        constexpr char digits[] = "0123456789abcdef";
+        constexpr uchar digits[] = "0123456789abcdef";
         *out++ = '\\';
         *out++ = 'u';
         for (int shift = 12; shift >= 0; shift -= 4) {
-            *out++ = Unit(digits[(unit >> shift) & 0xF]);
+            *out++ = digits[(unit >> shift) & 0xF];
         }
         return out;
     }
 
+    const Text opening;
     Text text;
     int used;
+    bool overflow = false;
 };
 
 template <typename Text> Text write(const QVariant& value, const Text& prefix)

@@ -79,7 +79,7 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 }
 
 // More than any document's; one byte array holds 2 GB.
-constexpr qint64 largestBody = 512 * 1024 * 1024;
+constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
 /// Adds what has come in of `reply` to `body`. False when that is more than largestBody.
 bool takeReceived(QNetworkReply* reply, QByteArray* body)

@@ -1,13 +1,17 @@
 #include "frontend/ProcessMemory.h"
 
-#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <malloc.h>
+#include <memory>
 #include <sys/mman.h>
 
 void prepareProcessMemory(qint64 argsFileSize)
 {
+    constexpr qint64 largeArgsFile = qint64(1024) * 1024;
+    if (argsFileSize < largeArgsFile) {
+        return; // Preparing would take longer than it saves.
+    }
     // One heap for both threads that keeps what is freed: a long document passes through it
     // several times over, and each page that the system takes back has to be faulted in again.
     mallopt(M_ARENA_MAX, 1);
@@ -19,14 +23,15 @@ void prepareProcessMemory(qint64 argsFileSize)
 
     // In small pages, faults are a quarter of the time that a long document takes. A run needs
     // four times its argument file; room that is not touched is address space and no memory.
-    constexpr size_t smallestRoom = 16 * 1024 * 1024;
-    constexpr uintptr_t hugePageSize = 2 * 1024 * 1024;
-    const size_t roomSize = smallestRoom + 6 * size_t(argsFileSize);
+    constexpr size_t hugePageSize = size_t(2) * 1024 * 1024;
+    const size_t roomSize = 6 * size_t(argsFileSize);
     void* const room = std::malloc(roomSize);
     if (room != nullptr) {
-        const auto start =
-            (reinterpret_cast<uintptr_t>(room) + hugePageSize - 1) / hugePageSize * hugePageSize;
-        madvise(reinterpret_cast<void*>(start), roomSize - hugePageSize, MADV_HUGEPAGE);
+        void* start = room;
+        size_t space = roomSize;
+        if (std::align(hugePageSize, hugePageSize, start, space) != nullptr) {
+            madvise(start, space, MADV_HUGEPAGE);
+        }
         std::free(room);
     }
 }
