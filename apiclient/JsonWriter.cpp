@@ -14,7 +14,6 @@ namespace {
 
 constexpr int blockSize = 16;
 constexpr int longestEscape = 6; // \uXXXX
-constexpr qint64 largestSize = std::numeric_limits<int>::max() / 2 - 64; // what one text can hold
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
 constexpr std::array<bool, 0x80> plainAscii = []() {
@@ -41,6 +40,8 @@ bool isPlainBlock(const ushort* units)
 template <typename Text> class Writer {
     static constexpr bool isUtf8 = std::is_same_v<Text, QByteArray>;
     using Unit = std::conditional_t<isUtf8, uchar, ushort>;
+    // What one text can hold: Qt's containers end the process beyond 2 GB.
+    static constexpr qint64 largestSize = std::numeric_limits<int>::max() / int(sizeof(Unit)) - 64;
 
 public:
     explicit Writer(const Text& prefix)

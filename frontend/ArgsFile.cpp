@@ -19,7 +19,7 @@ constexpr int chunkSize = 256 * 1024;
 
 // A larger file is no document's. Each of its units may become six bytes of the request, and one
 // byte array holds 2 GB.
-constexpr qint64 largestArgsFile = qint64(256) * 1024 * 1024;
+constexpr qint64 largestArgsFile = qint64(512) * 1024 * 1024;
 
 /// Reads the next units of `file` into `chunk`, fewer than chunkSize only at its end.
 void readChunk(QFile* file, QString* chunk)

@@ -15,7 +15,7 @@ void prepareProcessMemory(qint64 argsFileSize)
     // One heap for both threads that keeps what is freed: a long document passes through it
     // several times over, and each page that the system takes back has to be faulted in again.
     mallopt(M_ARENA_MAX, 1);
-    mallopt(M_MMAP_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_MMAP_MAX, 0);
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     // Without the lists of small freed pieces that are only joined when a large one is asked for:
     // variants are freed while field codes are made, so every citation would walk them.

@@ -114,7 +114,7 @@ void tst_ArgsFileFailures::doesNotReadMoreThanAFileMayHold()
     // A sparse file: it has the size and takes no room.
     QFile large(file());
     QVERIFY(large.open(QIODevice::WriteOnly));
-    QVERIFY(large.resize(256 * 1024 * 1024 + 1));
+    QVERIFY(large.resize(512 * 1024 * 1024 + 1));
     large.close();
     QTest::ignoreMessage(
         QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));

@@ -1,0 +1,88 @@
+#include "apiclient/JsonUtils.h"
+#include "tests/frontend/BridgeRun.h"
+#include "tests/frontend/ExchangeFolder.h"
+#include "tests/frontend/Texts.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryHome.h"
+
+#include <QtTest>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr int million = 1024 * 1024;
+// Each takes six bytes as JSON.
+constexpr QChar controlCharacter(0x02);
+
+} // namespace
+
+/// At the limits of what one text can hold, where Qt's containers would end the process.
+class tst_Largest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void aTextThatJustFitsIsWhole();
+    void aTextThatDoesNotFitBecomesNull_data();
+    void aTextThatDoesNotFitBecomesNull();
+    void theLargestArgumentFileReachesTheApplication();
+};
+
+void tst_Largest::init()
+{
+    constexpr qint64 neededBytes = qint64(12) * 1024 * million;
+    if (qint64(sysconf(_SC_AVPHYS_PAGES)) * sysconf(_SC_PAGESIZE) < neededBytes) {
+        QSKIP("needs 12 GB of free memory");
+    }
+}
+
+void tst_Largest::aTextThatJustFitsIsWhole()
+{
+    constexpr int length = 256 * million;
+    const QByteArray json = JsonUtils::serialize(QString(length, controlCharacter));
+    QCOMPARE(json.size(), 6 * length + 2);
+    QCOMPARE(json.left(8), QByteArray("\"\\u0002\\"));
+    QCOMPARE(json.right(8), QByteArray("2\\u0002\""));
+}
+
+void tst_Largest::aTextThatDoesNotFitBecomesNull_data()
+{
+    QTest::addColumn<QVariant>("value");
+    const QString half(200 * million, controlCharacter);
+    QTest::newRow("one text") << QVariant(half + half);
+    QTest::newRow("a key and a value") << QVariant(QVariantMap{{half, half}});
+}
+
+void tst_Largest::aTextThatDoesNotFitBecomesNull()
+{
+    QFETCH(QVariant, value);
+    QCOMPARE(JsonUtils::serialize(value), QByteArray("null"));
+    QCOMPARE(JsonUtils::serializeToText(value, QStringLiteral("ADDIN CSL_CITATION ")),
+        QStringLiteral("ADDIN CSL_CITATION null"));
+}
+
+void tst_Largest::theLargestArgumentFileReachesTheApplication()
+{
+    constexpr int length = 256 * million; // units of two bytes: 512 MB
+    TemporaryHome home;
+    ScriptedServer server;
+    home.writePort(server.port());
+    server.expect("POST", "/citationStyle/choose/interactive",
+        ScriptedReply::json("{\"citationStyleUrl\":\"chosen\"}"));
+    const ExchangeFolder folder;
+    folder.putArguments({QString(length, controlCharacter)});
+    const BridgeOutcome outcome =
+        runBridge({QStringLiteral("getCitationStyleFromDialog"), folder.path()});
+    QCOMPARE(outcome.exitStatus, 0);
+    QCOMPARE(folder.results(), utf16le(text("chosen")));
+    QCOMPARE(server.problem(), QString());
+    QCOMPARE(server.requests().size(), 1);
+    const QByteArray& body = server.requests().at(0).body;
+    QCOMPARE(body.left(30), QByteArray("{\"currentStyleUrl\":\"\\u0002\\u00"));
+    QCOMPARE(body.right(10), QByteArray("02\\u0002\"}"));
+    QCOMPARE(body.count("\\u0002"), length);
+}
+
+QTEST_GUILESS_MAIN(tst_Largest)
+#include "tst_largest.moc"
