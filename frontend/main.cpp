@@ -7,6 +7,28 @@
 #include <QDebug>
 #include <QTextCodec>
 
+#include <memory>
+
+namespace {
+
+/// The Qt core application object. Qt would load the user's locale for the C library, from up to
+/// thirty files; nothing here depends on it, and without it every run is the same for every user.
+/// The environment is left as it was, for the desktop application inherits it.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
+{
+    const QByteArray locale = qgetenv("LC_ALL");
+    qputenv("LC_ALL", "C");
+    auto application = std::make_unique<QCoreApplication>(argc, argv);
+    if (locale.isNull()) {
+        qunsetenv("LC_ALL");
+    } else {
+        qputenv("LC_ALL", locale);
+    }
+    return application;
+}
+
+} // namespace
+
 int main(int argc, char* argv[])
 {
     secureStandardStreams();
@@ -18,7 +40,7 @@ int main(int argc, char* argv[])
     // Taken before Qt sees them: it removes what it takes for options of its own.
     const QString command = QString::fromUtf8(argv[1]);
     const QString directory = QString::fromUtf8(argv[2]);
-    QCoreApplication application(argc, argv);
+    const auto application = makeApplication(argc, argv);
     // Folder names are UTF-8 whatever the locale says: a macro's environment may well have none,
     // and not every build of Qt takes UTF-8 then.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));

@@ -46,8 +46,12 @@ private Q_SLOTS:
     void init() { server.reset(); }
     void theApplicationInheritsNothing_data();
     void theApplicationInheritsNothing();
+    void theApplicationGetsTheUsersLocale_data();
+    void theApplicationGetsTheUsersLocale();
 
 private:
+    void launch(BridgeStart start, QByteArray* record);
+
     TemporaryHome home;
     ScriptedServer server;
 };
@@ -72,38 +76,65 @@ void tst_Inheritance::theApplicationInheritsNothing_data()
     });
 }
 
-void tst_Inheritance::theApplicationInheritsNothing()
+/// Runs the bridge, which starts a stand-in of the application that records how it was started.
+void tst_Inheritance::launch(BridgeStart start, QByteArray* record)
 {
     if (QFile::exists(text("/opt/Tessaron Desktop/tessaron-desktop"))) {
         QSKIP("The application is installed on this machine and would be started.");
     }
-    QFETCH(Preparation, prepare);
     const QString entry = text("xdg_data_home/applications/com.tessaron.desktop.desktop");
     home.writeFile(
         entry, "[Desktop Entry]\nType=Application\nName=T\nExec=\"" START_RECORDER "\"\n");
-    const QString record = home.path(text("record"));
-    QFile::remove(record);
+    const QString recordPath = home.path(text("record"));
+    QFile::remove(recordPath);
     server.expect("GET", "/tessaronDesktopInfo", ScriptedReply::json("{}", 404));
     server.expect("GET", "/tessaronDesktopInfo",
         ScriptedReply::json("{\"processId\":" + QByteArray::number(getpid()) + '}'));
-    BridgeStart start = BridgeStart::prepared(prepare);
-    start.environment.insert(text("RECORD"), record);
+    start.environment.insert(text("RECORD"), recordPath);
     const ExchangeFolder folder;
     folder.putArguments({});
     const BridgeOutcome run = runBridge({text("launchTessaron"), folder.path()}, start);
     QCOMPARE(run.errors, QByteArray());
     QCOMPARE(run.exitStatus, 0);
     QCOMPARE(folder.results(), utf16le(text("true")));
-    QTRY_VERIFY(bytesOf(record).contains("fd 2="));
+    QCOMPARE(server.problem(), QString());
+    QTRY_VERIFY(bytesOf(recordPath).contains("fd 2="));
     QVERIFY(QFile::remove(home.path(entry)));
-    const QByteArray told = bytesOf(record);
+    *record = bytesOf(recordPath);
+}
+
+void tst_Inheritance::theApplicationInheritsNothing()
+{
+    QFETCH(Preparation, prepare);
+    QByteArray told;
+    launch(BridgeStart::prepared(prepare), &told);
     QCOMPARE(signalSet(told, "SigIgn:"), quint64(0));
     QCOMPARE(signalSet(told, "SigBlk:"), quint64(0));
     QByteArrayList files = recorded(told, "fd ");
     std::sort(files.begin(), files.end());
     QCOMPARE(files, (QByteArrayList{"0=/dev/null", "1=/dev/null", "2=/dev/null"}));
     QCOMPARE(recorded(told, "session "), recorded(told, "pid "));
-    QCOMPARE(server.problem(), QString());
+}
+
+void tst_Inheritance::theApplicationGetsTheUsersLocale_data()
+{
+    QTest::addColumn<QString>("shellCommand");
+    QTest::addColumn<QByteArrayList>("values");
+    const auto row = [](const char* name, const char* shellCommand, const QByteArrayList& values) {
+        QTest::newRow(name) << text(shellCommand) + text("; exec \"$0\" \"$@\"") << values;
+    };
+    row("not set", "unset LC_ALL", {});
+    row("empty", "export LC_ALL=", {""});
+    row("one of this machine", "export LC_ALL=C.UTF-8", {"C.UTF-8"});
+    row("one that is missing", "export LC_ALL=xx_XX.ISO-8859-1@none", {"xx_XX.ISO-8859-1@none"});
+}
+
+void tst_Inheritance::theApplicationGetsTheUsersLocale()
+{
+    QFETCH(QString, shellCommand);
+    QByteArray told;
+    launch(BridgeStart::inShell(shellCommand), &told);
+    QTEST(recorded(told, "env LC_ALL="), "values");
 }
 
 QTEST_GUILESS_MAIN(tst_Inheritance)
