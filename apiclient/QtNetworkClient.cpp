@@ -100,6 +100,41 @@ bool takeReceived(QNetworkReply* reply, QByteArray* body)
     return true;
 }
 
+// Only a message tells that Qt could not start a thread, and a request without it never ends.
+bool threadFailed = false;
+QEventLoop* requestLoop = nullptr;
+QtMessageHandler outerHandler = nullptr;
+
+void noteThreadFailure(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (!message.startsWith(QLatin1String("QThread::start: "))) {
+        outerHandler(type, context, message);
+        return;
+    }
+    threadFailed = true;
+    if (requestLoop != nullptr) {
+        requestLoop->quit();
+    }
+}
+
+/// Notes thread failures while it lives.
+class ThreadWatch {
+public:
+    explicit ThreadWatch(QEventLoop* loop)
+    {
+        requestLoop = loop;
+        outerHandler = qInstallMessageHandler(noteThreadFailure);
+    }
+
+    ~ThreadWatch()
+    {
+        qInstallMessageHandler(outerHandler);
+        requestLoop = nullptr;
+    }
+
+    Q_DISABLE_COPY(ThreadWatch)
+};
+
 void traceRequest(const QString& path, const QByteArray& body)
 {
     qCDebug(httpLog).noquote() << (body.isEmpty() ? "GET" : "POST") << path << body.size()
@@ -125,6 +160,7 @@ QtNetworkClient::QtNetworkClient()
     // The first manager would load the connection-management plug-ins, which talk to the system
     // bus (and wait for ever when it does not answer) and start threads. Nothing here needs them.
     QCoreApplication::setLibraryPaths({});
+    const ThreadWatch watch(nullptr);
     manager.reset(new QNetworkAccessManager);
     // The application is on this machine: no proxy of the system's may come between.
     manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
@@ -175,6 +211,7 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
 
     QEventLoop loop;
     OneTimeBody upload(body);
+    const ThreadWatch watch(&loop);
     const QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
@@ -188,7 +225,13 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
         }
     });
     QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
-    loop.exec();
+    if (!threadFailed) {
+        loop.exec();
+    }
+    if (threadFailed) {
+        errorText = QStringLiteral("Unable to start the network thread");
+        return {};
+    }
 
     errorText = reply->errorString();
     if (tooLarge || !takeReceived(reply.data(), &response.body)) {

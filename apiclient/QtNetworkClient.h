@@ -8,9 +8,11 @@ class QNetworkAccessManager;
 
 /// The transport on QNetworkAccessManager. It needs a QCoreApplication, runs a local event loop
 /// for each request, and never gives up by itself: a request waits for as long as a dialog of
-/// the application stays open. Redirects are not followed and no proxy is asked.
+/// the application stays open. Redirects are not followed and no proxy is asked. Where the system
+/// allows no further thread, no request is sent and the status is 0.
 class QtNetworkClient : public NetworkClient {
 public:
+    /// Clears the library paths of the whole process, so that no plug-in of Qt's is loaded later.
     QtNetworkClient();
     ~QtNetworkClient() override;
 

@@ -39,6 +39,8 @@ private Q_SLOTS:
     void portsOfWhichSixteenBitsCount();
     void parents_data();
     void parents();
+    void parentsThatAllowNoThread_data();
+    void parentsThatAllowNoThread();
 
 private:
     QByteArray answerTo(const QString& command, const BridgeStart& start, QByteArray* results);
@@ -95,6 +97,16 @@ void tst_AlwaysAnswers::homes()
                  BridgeStart::inShell(surroundings + text("\nexec \"$0\" \"$@\"")), &results),
         QByteArray());
     QCOMPARE(results, utf16le(text("false")));
+    if (surroundings.contains(text("XDG")) || surroundings.contains(text("env -i"))) {
+        return; // the settings are elsewhere then
+    }
+    home.writePort(server.port());
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
+    QCOMPARE(answerTo(text("getUserUuid"),
+                 BridgeStart::inShell(surroundings + text("\nexec \"$0\" \"$@\"")), &results),
+        QByteArray());
+    QCOMPARE(results, utf16le(text("u")));
+    QCOMPARE(server.problem(), QString());
 }
 
 void tst_AlwaysAnswers::settings_data()
@@ -227,6 +239,46 @@ void tst_AlwaysAnswers::parents()
     QCOMPARE(answerTo(text("mergeFields"), BridgeStart::prepared(prepare), &results), QByteArray());
     QCOMPARE(results, utf16le(text("ADDIN CSL_CITATION 1")));
     QCOMPARE(server.problem(), QString());
+}
+
+void tst_AlwaysAnswers::parentsThatAllowNoThread_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<int>("processes");
+    QTest::addColumn<QString>("result");
+    const QString failed = text(
+        "Unable to retrieve uuid - error: 0. Server error 'Unable to start the network thread'");
+    QTest::newRow("none for a query") << text("getUserUuid") << 1 << failed;
+    QTest::newRow("one for a query") << text("getUserUuid") << 2 << failed;
+    QTest::newRow("none for a change") << text("mergeFields") << 1 << QString();
+    QTest::newRow("one for a change") << text("mergeFields") << 2 << QString();
+}
+
+void tst_AlwaysAnswers::parentsThatAllowNoThread()
+{
+    QFETCH(QString, command);
+    QFETCH(int, processes);
+    QFETCH(QString, result);
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    giveToOrdinaryUser(folder.path());
+    const ExchangeFolder programs;
+    // The limit does not hold for root.
+    BridgeStart start = BridgeStart::prepared([processes] {
+        const rlimit limit{rlim_t(processes), rlim_t(processes)};
+        if (setrlimit(RLIMIT_NPROC, &limit) != 0 || !becomeOrdinaryUser()) {
+            _exit(77);
+        }
+    });
+    start.program = programs.path() + text("/bridge");
+    QVERIFY(QFile::copy(bridgePath(), start.program));
+    giveToOrdinaryUser(programs.path());
+    QVERIFY(QFile::setPermissions(start.program, QFile::Permissions(0x5555)));
+    const BridgeOutcome run = runBridge({command, folder.path()}, start);
+    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(folder.results(), utf16le(result));
+    QCOMPARE(folder.ready(), utf16le(QString::number(2 * result.size())));
 }
 
 QTEST_GUILESS_MAIN(tst_AlwaysAnswers)
