@@ -17,8 +17,8 @@ constexpr qint64 unitSize = sizeof(ushort);
 // results are tens of megabytes each, and need not be in memory once more as one text.
 constexpr int chunkSize = 256 * 1024;
 
-// A larger file is no document's. Each of its units may become six bytes of the request, and one
-// byte array holds 2 GB.
+// A larger file is no document's. Even where each of its units becomes six bytes of the request,
+// one byte array holds it.
 constexpr qint64 largestArgsFile = qint64(512) * 1024 * 1024;
 
 /// Reads the next units of `file` into `chunk`, fewer than chunkSize only at its end.
@@ -113,16 +113,19 @@ QStringList readArgsFile(const QString& path, bool* success)
     *success = false;
     QFile file(path);
     // Opening a named pipe would wait for a writer.
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
-        || file.size() > largestArgsFile) {
+    const bool opened = QFileInfo(path).isFile()
+        && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && file.size() <= largestArgsFile;
+    if (opened && argsFileCodec() == nullptr) {
+        return {};
+    }
+    QStringList list = opened ? readList(&file) : QStringList();
+    // A part of the arguments is not the arguments.
+    if (!opened || file.error() != QFileDevice::NoError) {
         qWarning() << "Unable to open args file" << path;
         return {};
     }
-    if (argsFileCodec() == nullptr) {
-        return {};
-    }
     *success = true;
-    return readList(&file);
+    return list;
 }
 
 int writeFile(const QString& path, const QString& content, bool* success)
@@ -155,6 +158,9 @@ int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
         return -1;
     }
     sideFile.close();
+    if (sideFile.error() != QFileDevice::NoError) {
+        return -1; // Some file systems of a network tell only now that the disk is full.
+    }
     QFile::remove(path);
     QFile::rename(sidePath, path);
     *success = true;

@@ -16,8 +16,8 @@ QTextCodec* argsFileCodec();
 
 /// Returns the strings of the list file at `path`; an empty file holds one empty string. A
 /// byte-order mark at its start and an odd last byte are dropped. `*success` tells whether the
-/// file was read; otherwise the list is empty and a warning names the path. A file of more than
-/// 512 MB counts as one that cannot be read.
+/// file was read to its end; otherwise the list is empty and a warning names the path. A file of
+/// more than 512 MB counts as one that cannot be read.
 QStringList readArgsFile(const QString& path, bool* success);
 
 /// Replaces the file at `path` by `content`: writes "<path>.temp" and renames it, so that a

@@ -8,10 +8,14 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <csignal>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
+
+bool closeFails = false;
 
 QString quotedWarning(const char* words, const QString& path)
 {
@@ -33,6 +37,18 @@ QByteArray writeAndTell(const QString& path, const QString& content)
 
 } // namespace
 
+/// Stands in front of the C library's, for Qt too. It can fail as on a network's file system, which
+/// may find out only then that there is no room.
+extern "C" int close(int descriptor)
+{
+    const long result = syscall(SYS_close, descriptor);
+    if (closeFails) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return int(result);
+}
+
 /// Files that cannot be read, written or replaced.
 class tst_ArgsFileFailures : public QObject {
     Q_OBJECT
@@ -45,6 +61,7 @@ private Q_SLOTS:
     void cannotRead();
     void doesNotReadWhatIsForbidden();
     void doesNotReadMoreThanAFileMayHold();
+    void doesNotTakeAPartForTheWhole();
     void doesNotWaitAtANamedPipe();
     void replacesAReadOnlyFile();
     void leavesTheFileBehindALink();
@@ -57,6 +74,7 @@ private Q_SLOTS:
     void stopsAtTheFileSizeLimit();
     void writesUpToTheFileSizeLimit();
     void stopsAtAFullDisk();
+    void believesAFailedClose();
 
 private:
     QString file() const { return folder->resultsPath(); }
@@ -116,6 +134,17 @@ void tst_ArgsFileFailures::doesNotReadMoreThanAFileMayHold()
     QVERIFY(large.open(QIODevice::WriteOnly));
     QVERIFY(large.resize(512 * 1024 * 1024 + 1));
     large.close();
+    QTest::ignoreMessage(
+        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
+    bool success = true;
+    QCOMPARE(readArgsFile(file(), &success), QStringList());
+    QVERIFY(!success);
+}
+
+void tst_ArgsFileFailures::doesNotTakeAPartForTheWhole()
+{
+    // A regular file that can be opened and not read.
+    QVERIFY(QFile::link(QStringLiteral("/proc/self/mem"), file()));
     QTest::ignoreMessage(
         QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
     bool success = true;
@@ -287,6 +316,17 @@ void tst_ArgsFileFailures::stopsAtAFullDisk()
     QCOMPARE(answer,
         QByteArray("-1 false, old, "
                    "mac-word-plugin-results.txt mac-word-plugin-results.txt.temp"));
+}
+
+void tst_ArgsFileFailures::believesAFailedClose()
+{
+    putFile(file(), "old");
+    closeFails = true;
+    const QByteArray answer = writeAndTell(file(), QStringLiteral("new"));
+    closeFails = false;
+    QCOMPARE(answer, QByteArray("-1 false"));
+    QCOMPARE(folder->results(), QByteArray("old"));
+    QCOMPARE(bytesOf(sideFile()), utf16le(QStringLiteral("new")));
 }
 
 QTEST_GUILESS_MAIN(tst_ArgsFileFailures)
