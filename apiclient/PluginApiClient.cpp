@@ -27,9 +27,18 @@ int PluginApiClient::getRequest(const QString& path, QVariantMap* result)
 
 int PluginApiClient::postRequest(const QString& path, const QVariantMap& body, QVariantMap* result)
 {
-    // A statement of its own: the request's text, tens of megabytes for a long document, is gone
-    // before the reply is taken apart.
-    const NetworkResponse response = networkClient->post(path, JsonUtils::serialize(body));
+    NetworkResponse response;
+    {
+        // The request's text, tens of megabytes for a long document, is gone before the reply is
+        // taken apart.
+        const QByteArray json = JsonUtils::serialize(body);
+        if (json == "null") {
+            result->clear();
+            errorMessage = QStringLiteral("The request is larger than 2 GB");
+            return 0;
+        }
+        response = networkClient->post(path, json);
+    }
     return finishRequest(response, result);
 }
 

@@ -25,7 +25,7 @@ public:
     int getRequest(const QString& path, QVariantMap* result);
 
     /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). The
-    /// application gets it at most once.
+    /// application gets it at most once. More than 2 GB of JSON are not sent: status 0.
     int postRequest(const QString& path, const QVariantMap& body, QVariantMap* result);
 
     /// Turns a reply into a map (empty for anything but a JSON object). For every status but 200

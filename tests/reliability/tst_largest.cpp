@@ -1,4 +1,5 @@
 #include "apiclient/JsonUtils.h"
+#include "apiclient/PluginApiClient.h"
 #include "tests/frontend/BridgeRun.h"
 #include "tests/frontend/ExchangeFolder.h"
 #include "tests/frontend/Texts.h"
@@ -6,8 +7,6 @@
 #include "tests/support/TemporaryHome.h"
 
 #include <QtTest>
-
-#include <unistd.h>
 
 namespace {
 
@@ -26,14 +25,17 @@ private Q_SLOTS:
     void aTextThatJustFitsIsWhole();
     void aTextThatDoesNotFitBecomesNull_data();
     void aTextThatDoesNotFitBecomesNull();
+    void aRequestThatDoesNotFitIsNotSent();
     void theLargestArgumentFileReachesTheApplication();
 };
 
 void tst_Largest::init()
 {
-    constexpr qint64 neededBytes = qint64(12) * 1024 * million;
-    if (qint64(sysconf(_SC_AVPHYS_PAGES)) * sysconf(_SC_PAGESIZE) < neededBytes) {
-        QSKIP("needs 12 GB of free memory");
+    const QByteArray memory = bytesOf(QStringLiteral("/proc/meminfo"));
+    const QByteArray available = memory.mid(memory.indexOf("MemAvailable:") + 13).trimmed();
+    constexpr int neededGigabytes = 8;
+    if (available.left(available.indexOf(' ')).toLongLong() < neededGigabytes * million) {
+        QSKIP("needs 8 GB of memory");
     }
 }
 
@@ -60,6 +62,20 @@ void tst_Largest::aTextThatDoesNotFitBecomesNull()
     QCOMPARE(JsonUtils::serialize(value), QByteArray("null"));
     QCOMPARE(JsonUtils::serializeToText(value, QStringLiteral("ADDIN CSL_CITATION ")),
         QStringLiteral("ADDIN CSL_CITATION null"));
+}
+
+void tst_Largest::aRequestThatDoesNotFitIsNotSent()
+{
+    ScriptedServer server;
+    PluginApiClient client(server.port());
+    QVariantMap result{{QStringLiteral("from"), QStringLiteral("before")}};
+    const QString half(200 * million, controlCharacter);
+    QCOMPARE(client.postRequest(QStringLiteral("/citations/merge"),
+                 {{QStringLiteral("a"), half}, {QStringLiteral("b"), half}}, &result),
+        0);
+    QCOMPARE(result, QVariantMap());
+    QCOMPARE(client.lastError(), QStringLiteral("The request is larger than 2 GB"));
+    QCOMPARE(server.connectionCount(), 0);
 }
 
 void tst_Largest::theLargestArgumentFileReachesTheApplication()
