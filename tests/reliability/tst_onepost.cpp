@@ -133,6 +133,7 @@ void tst_OnePost::largeRequests()
     folder.putArguments(
         {text("s"), QString(half, QLatin1Char('f')), QString(half, QLatin1Char('t'))});
     const BridgeOutcome run = runBridge({text("formatCitationsAndBibliography"), folder.path()});
+    QVERIFY(server.connectionCount() >= 1);
     QVERIFY(hasOnePostAtMost(server));
     QCOMPARE(run.exitStatus, 0);
     if (server.answerCount() == 1) {
