@@ -19,8 +19,9 @@ public:
     /// no results; a missing argument file has no arguments.
     QString handleCommand(const QString& command, const QString& directory);
 
-    /// Runs `command` and returns its results. Missing arguments are empty texts, additional
-    /// ones are ignored; an unknown command returns an empty list.
+    /// Runs `command` and returns its results. Missing arguments are empty texts, additional ones
+    /// are ignored, among them a field code without its text at the end of a batch; an unknown
+    /// command returns an empty list.
     QStringList handleCommandInternal(
         const QString& command, const QString& directory, const QStringList& arguments);
 

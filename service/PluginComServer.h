@@ -112,14 +112,16 @@ public Q_SLOTS:
     QString getPreviouslyFormattedCitation(int index);
     QString getFieldCode(int index);
 
-    /// The index of the citation that the application rejected in the last batch, else -1.
+    /// The index of the citation that the application rejected in the last batch, as a number (0
+    /// for anything that is none); -1 when it named none.
     int lastErrorCitationIndex();
 
     /// The bibliography of the last batch that was answered with status 200.
     QString getFormattedBibliography();
 
-    /// Starts the application when it does not run and waits up to ten seconds until its API
-    /// answers. Returns whether it does; a failed start is told by lastError().
+    /// Starts the application when it does not run, and asks for ten seconds whether its API
+    /// answers; one that takes a connection and stays silent is waited for. Returns whether it
+    /// answers; a failed start is told by lastError().
     bool launchTessaron();
 
     /// Whether the application runs: whether its process id, once known, is that of a process, and
