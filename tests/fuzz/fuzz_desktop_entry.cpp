@@ -94,7 +94,7 @@ void checkThroughFile(const QString& path, const QByteArray& exec, const QByteAr
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const QTemporaryDir folder(QStringLiteral("/dev/shm/fuzz_desktop_entry-XXXXXX"));
+    static const QTemporaryDir folder;
     const QByteArray bytes(reinterpret_cast<const char*>(data), int(size));
 
     const QString path = folder.filePath(QStringLiteral("read.desktop"));
