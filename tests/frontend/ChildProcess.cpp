@@ -112,6 +112,6 @@ bool mountSmallDisk(const QByteArray& path, int bytes)
     } else if (unshare(CLONE_NEWNS) != 0) {
         return false;
     }
-    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+    return mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0
         && mount("none", path.constData(), "tmpfs", 0, "size=" + QByteArray::number(bytes)) == 0;
 }

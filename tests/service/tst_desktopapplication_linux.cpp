@@ -42,7 +42,7 @@ bool enterOwnOpt()
             return false;
         }
     }
-    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+    return mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0
         && mount("none", "/opt", "tmpfs", 0, "mode=0777") == 0;
 }
 
