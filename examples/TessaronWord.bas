@@ -16,7 +16,7 @@ Private runNumber As Long
 ' Lets the user choose a citation and puts it at the insertion point. Its text comes with the next
 ' "formatCitationsAndBibliography", which needs all citations of the document.
 Public Sub InsertCitation()
-    Dim fieldCode As String, newField As Field
+    Dim fieldCode As String, newField As Field, place As Range
     On Error GoTo Failed
     fieldCode = AskTessaron("getFieldCodeFromCitationEditor", Array(""))(0)
     If fieldCode = "" Then Exit Sub ' nothing chosen
@@ -24,7 +24,9 @@ Public Sub InsertCitation()
     If Left(fieldCode, 20) <> "ADDIN CSL_CITATION {" Then
         Err.Raise BridgeFailed, "TessaronWord", "The answer of Tessaron holds no citation."
     End If
-    Set newField = ActiveDocument.Fields.Add(Selection.Range, wdFieldAddin)
+    Set place = Selection.Range
+    place.Collapse wdCollapseEnd ' a field put on selected text would replace it
+    Set newField = ActiveDocument.Fields.Add(place, wdFieldAddin)
     newField.Code.Text = fieldCode
     newField.Result.Text = "[citation]"
     Exit Sub
@@ -34,12 +36,15 @@ End Sub
 
 ' Runs one command and returns its results, an array of texts. Raises BridgeFailed.
 Public Function AskTessaron(commandName As String, arguments As Variant) As Variant
+    Dim folder As String
     ' While a dialog is open, the user can still start another macro.
     If busy Then Err.Raise BridgeFailed, "TessaronWord", "Tessaron is waiting for an answer in its dialog."
     busy = True
     On Error GoTo Failed
-    AskTessaron = RunCommand(commandName, NewFolder(), arguments)
+    folder = NewFolder()
+    AskTessaron = RunCommand(commandName, folder, arguments)
     busy = False
+    RemoveFolder folder
     Exit Function
 Failed:
     busy = False
@@ -53,6 +58,15 @@ Private Function NewFolder() As String
     NewFolder = Environ("TMPDIR") & "tessaron-" & Format(Now, "yyyymmddhhnnss") & "-" & runNumber
     MkDir NewFolder
 End Function
+
+' After a success; of a run that failed, the bridge may still be writing.
+Private Sub RemoveFolder(folder As String)
+    On Error Resume Next ' a folder that stays harms nothing
+    Kill folder & "/mac-word-plugin-args.txt"
+    Kill folder & "/mac-word-plugin-results.txt"
+    Kill folder & "/mac-word-plugin-result-ready.txt"
+    RmDir folder
+End Sub
 
 Public Function StartBridge(commandName As String, folder As String) As String
     StartBridge = AppleScriptTask(Script, "startBridge", commandName & vbLf & folder)
