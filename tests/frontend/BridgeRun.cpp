@@ -1,8 +1,14 @@
 #include "tests/frontend/BridgeRun.h"
 
+#include "tests/frontend/ChildProcess.h"
+
 #include <QEventLoop>
+#include <QFile>
 #include <QProcess>
 #include <QTimer>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -58,6 +64,23 @@ BridgeStart BridgeStart::inFolder(const QString& workingDirectory)
 BridgeStart BridgeStart::inShell(const QString& shellCommand)
 {
     return {{}, {}, {}, shellCommand, {}};
+}
+
+BridgeStart BridgeStart::asOrdinaryUser(const QString& folder, const std::function<void()>& prepare)
+{
+    BridgeStart start = prepared([prepare] {
+        if (prepare) {
+            prepare();
+        }
+        if (!becomeOrdinaryUser()) {
+            _exit(77);
+        }
+    });
+    start.program = folder + QStringLiteral("/bridge");
+    QFile::copy(bridgePath(), start.program);
+    giveToOrdinaryUser(folder);
+    chmod(QFile::encodeName(start.program).constData(), 0755);
+    return start;
 }
 
 QString bridgePath()

@@ -24,6 +24,10 @@ struct BridgeStart {
     static BridgeStart withVariables(const QMap<QString, QString>& environment);
     static BridgeStart inFolder(const QString& workingDirectory);
     static BridgeStart inShell(const QString& shellCommand);
+    /// As the user that becomeOrdinaryUser() becomes, after `prepare`. What that user starts is a
+    /// copy of the executable, which is put into `folder`.
+    static BridgeStart asOrdinaryUser(
+        const QString& folder, const std::function<void()>& prepare = {});
 };
 
 /// What a bridge that has ended left.

@@ -294,20 +294,9 @@ void tst_BridgeFiles::foldersThatCannotBeWritten()
     putFile(folder.resultsPath(), "old");
     giveToOrdinaryUser(folder.path());
     QVERIFY(QFile::setPermissions(folder.path(), QFile::ReadOwner | QFile::ExeOwner));
-    // A copy of the program where every user may start it.
     const ExchangeFolder programs;
-    BridgeStart asOrdinaryUser = BridgeStart::prepared([] {
-        if (!becomeOrdinaryUser()) {
-            _exit(77);
-        }
-    });
-    asOrdinaryUser.program = programs.path() + text("/bridge");
-    QVERIFY(QFile::copy(bridgePath(), asOrdinaryUser.program));
-    giveToOrdinaryUser(programs.path());
-    QVERIFY(QFile::setPermissions(asOrdinaryUser.program,
-        QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther));
-
-    const BridgeOutcome run = runBridge({text("lastError"), folder.path()}, asOrdinaryUser);
+    const BridgeOutcome run =
+        runBridge({text("lastError"), folder.path()}, BridgeStart::asOrdinaryUser(programs.path()));
     QVERIFY(QFile::setPermissions(
         folder.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     QCOMPARE(run.errors, cannotWrite(folder.resultsPath()) + cannotWrite(folder.readyPath()));

@@ -144,15 +144,7 @@ void tst_AlwaysAnswers::settingsOfAnotherUser()
     folder.putArguments({});
     giveToOrdinaryUser(folder.path());
     const ExchangeFolder programs;
-    BridgeStart start = BridgeStart::prepared([] {
-        if (!becomeOrdinaryUser()) {
-            _exit(77);
-        }
-    });
-    start.program = programs.path() + text("/bridge");
-    QVERIFY(QFile::copy(bridgePath(), start.program));
-    giveToOrdinaryUser(programs.path());
-    QVERIFY(QFile::setPermissions(start.program, QFile::Permissions(0x5555)));
+    const BridgeStart start = BridgeStart::asOrdinaryUser(programs.path());
     const QString settings = home.path(text("xdg_config_home/tessaron.com"));
     QVERIFY(QFile::setPermissions(settings, QFile::Permissions()));
     const BridgeOutcome run = runBridge({text("hasManualEdit"), folder.path()}, start);
@@ -264,16 +256,10 @@ void tst_AlwaysAnswers::parentsThatAllowNoThread()
     giveToOrdinaryUser(folder.path());
     const ExchangeFolder programs;
     // The limit does not hold for root.
-    BridgeStart start = BridgeStart::prepared([processes] {
+    const BridgeStart start = BridgeStart::asOrdinaryUser(programs.path(), [processes] {
         const rlimit limit{rlim_t(processes), rlim_t(processes)};
-        if (setrlimit(RLIMIT_NPROC, &limit) != 0 || !becomeOrdinaryUser()) {
-            _exit(77);
-        }
+        setrlimit(RLIMIT_NPROC, &limit);
     });
-    start.program = programs.path() + text("/bridge");
-    QVERIFY(QFile::copy(bridgePath(), start.program));
-    giveToOrdinaryUser(programs.path());
-    QVERIFY(QFile::setPermissions(start.program, QFile::Permissions(0x5555)));
     const BridgeOutcome run = runBridge({command, folder.path()}, start);
     QCOMPARE(run.errors, QByteArray());
     QCOMPARE(run.exitStatus, 0);

@@ -100,7 +100,6 @@ class tst_Obstacles : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void obstacles_data();
     void obstacles();
     void fileSizeLimits_data();
@@ -109,35 +108,11 @@ private Q_SLOTS:
     void fullDisks();
 
 private:
-    BridgeStart startAs(bool ordinaryUser) const;
     QByteArray wrongAnswer(Obstacle obstacle, Fate fate, bool atReady, bool ordinaryUser) const;
 
     TemporaryHome home;
     ExchangeFolder programs;
 };
-
-void tst_Obstacles::initTestCase()
-{
-    // A copy that every user may start.
-    const QString program = programs.path() + text("/bridge");
-    QVERIFY(QFile::copy(bridgePath(), program));
-    giveToOrdinaryUser(programs.path());
-    QCOMPARE(chmod(QFile::encodeName(program).constData(), 0755), 0);
-}
-
-BridgeStart tst_Obstacles::startAs(bool ordinaryUser) const
-{
-    BridgeStart start;
-    if (ordinaryUser) {
-        start = BridgeStart::prepared([] {
-            if (!becomeOrdinaryUser()) {
-                _exit(99);
-            }
-        });
-        start.program = programs.path() + text("/bridge");
-    }
-    return start;
-}
 
 void tst_Obstacles::obstacles_data()
 {
@@ -192,8 +167,8 @@ QByteArray tst_Obstacles::wrongAnswer(
         }
     }
     const bool wasFolder = obstacle == EmptyFolderAtTarget || obstacle == FullFolderAtTarget;
-    const BridgeOutcome run =
-        runBridge({text("hasManualEdit"), folder.path()}, startAs(ordinaryUser));
+    const BridgeOutcome run = runBridge({text("hasManualEdit"), folder.path()},
+        ordinaryUser ? BridgeStart::asOrdinaryUser(programs.path()) : BridgeStart());
     const QByteArray status = !atReady && fate == NotMade ? "-1" : "10";
     const QByteArray ready = utf16le(QString::fromLatin1(status));
     const QByteArray results = utf16le(text("false"));
