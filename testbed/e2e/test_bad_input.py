@@ -1,12 +1,15 @@
 """Bad documents, bad answers: a sentence, an exit status other than 0, and no changed file."""
 
 import json
+import os
 import re
+import signal
+import subprocess
 import unittest
 import warnings
 import zipfile
 
-from support import APA, STYLE_URL, EndToEnd, make, rewrite
+from support import APA, MACRO, STYLE_URL, EndToEnd, make, rewrite
 
 DAMAGED = "is damaged"
 NOT_WORD = "is not a Word document"
@@ -274,6 +277,15 @@ class Exchange(EndToEnd):
 
     def test_an_argument_with_the_separator(self):
         self.assertIn("U+0001", self.failure("run", "mergeFields", "a\x01b"))
+
+    def test_a_reader_that_has_gone(self):
+        self.use(r"printf 'a\000' > $results; ready 2")
+        reading, writing = os.pipe()
+        os.close(reading)
+        with os.fdopen(writing) as output:
+            done = subprocess.run([MACRO, "run", "lastError"], env=self.home.environment,
+                                  stdout=output, stderr=subprocess.PIPE)  # fmt: skip
+        self.assertEqual((done.returncode, done.stderr), (-signal.SIGPIPE, b""))
 
     def test_a_folder_that_is_not_there(self):
         self.assertIn("cannot be used", self.failure("run", "--folder", "/no/such", "lastError"))

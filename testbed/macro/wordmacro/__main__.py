@@ -3,6 +3,7 @@
 import argparse
 import os
 import re
+import signal
 import sys
 
 from . import commands, exchange
@@ -14,6 +15,8 @@ SHORT = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
 
 
 def main():
+    # When nobody reads its output any more, as behind "| head", it ends without a word.
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     options = _parser().parse_args()
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="backslashreplace")
