@@ -25,8 +25,8 @@ public:
     /// An empty `body` is sent as a GET without a content type. A body reaches the server at
     /// most once, whatever happens to the connection.
     NetworkResponse post(const QString& path, const QByteArray& body) override;
-    /// The last reply's error string, after a success too ("Unknown error" then); empty before
-    /// the first request.
+    /// The last reply's error string, after a success too ("Unknown error" then), or why there was
+    /// no reply to take: too large, or no thread for it. Empty before the first request.
     QString lastError() const override;
 
 private:

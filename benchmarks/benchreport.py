@@ -9,12 +9,6 @@ def median(runs, key):
     return statistics.median(run[key] for run in runs)
 
 
-def cost(runs, key):
-    """What the work itself costs: of times the fastest. A long run needs memory that a virtual
-    machine may first have to get back from its host, which makes some runs slower, none faster."""
-    return min(run["ms"] for run in runs) if key == "ms" else median(runs, key)
-
-
 def table(header, rows):
     lines = [header, ["---"] * len(header), *rows]
     return "\n".join("| " + " | ".join(str(cell) for cell in line) + " |" for line in lines) + "\n"
@@ -74,12 +68,12 @@ class Line:
         points = [point for point in growth if point["size"] >= start]
         self.key = key
         self.base, self.slope = fit_line(
-            [(point["answerMb"], cost(point["bridge"], key)) for point in points])
+            [(point["answerMb"], median(point["bridge"], key)) for point in points])
         self.worst = max(abs(self.share(point)) for point in points)
 
     def share(self, point):
         """The relative deviation of a point: 0.1 is a tenth above the line."""
-        return cost(point["bridge"], self.key) / (self.base + self.slope * point["answerMb"]) - 1
+        return median(point["bridge"], self.key) / (self.base + self.slope * point["answerMb"]) - 1
 
 
 def growth_tables(growth, programs):
@@ -94,7 +88,7 @@ def series_table(start, what, points, programs):
     for point in points:
         row = [point["what"], f"{point['answerMb']:.3g}"]
         for key in ("ms", "peakMb"):
-            row += [f"{cost(point[program], key):.1f}" for program in programs]
+            row += [f"{median(point[program], key):.1f}" for program in programs]
         for line in lines:
             row.append(f"{100 * line.share(point):+.0f} %" if point["size"] >= start else "")
         rows.append(row)
@@ -127,7 +121,7 @@ def write_picture(path, growth, programs):
     counts = [point["size"] for point in growth]
     for axis, key, title in zip(axes, ("ms", "peakMb"), ("time, ms", "peak memory, MB")):
         for program, marker in zip(programs, "os^"):
-            axis.loglog(counts, [cost(point[program], key) for point in growth],
+            axis.loglog(counts, [median(point[program], key) for point in growth],
                         marker=marker, label=program)
         axis.set_xlabel("citations")
         axis.set_title(title)

@@ -94,8 +94,8 @@ class Bench:
         """The runs of the command lines against one server. The bridge, where it is among
         them, must come last: it always exits with 0, so the last results are looked at. "{port}" in a line becomes the port.
 
-        One round more is run first and not counted: memory that nobody used for a while has to
-        come back from a virtual machine's host, which can take longer than all of a run."""
+        One round more is run first and not counted: memory that nobody used for a while
+        may have to come back from a virtual machine's host first."""
         rounds += 1
         with self.server(command, folder) as port:
             lines = [[word.replace("{port}", port) for word in line] for line in lines]
