@@ -1,10 +1,7 @@
 #include "frontend/CiteCommandHandler.h"
 
 #include "frontend/ArgsFile.h"
-#include "frontend/ProcessMemory.h"
 #include "service/PluginComServer.h"
-
-#include <QFileInfo>
 
 #include <algorithm>
 #include <utility>
@@ -133,7 +130,6 @@ CiteCommandHandler* CiteCommandHandler::initWithPluginClient(PluginComServer* se
 QString CiteCommandHandler::handleCommand(const QString& command, const QString& directory)
 {
     const QString argsPath = directory + QStringLiteral("/mac-word-plugin-args.txt");
-    prepareProcessMemory(QFileInfo(argsPath).size());
     bool success = false;
     const QStringList arguments = readArgsFile(argsPath, &success);
     const QStringList results = handleCommandInternal(command, directory, arguments);

@@ -15,7 +15,7 @@ public:
 
     /// Runs `command` on the argument file in `directory` (without a trailing slash), writes the
     /// results file there, and returns its size in bytes as decimal text, "-1" when it could not
-    /// be written. Tunes the process's memory for the argument file first. An unknown command has
+    /// be written. An unknown command has
     /// no results; a missing argument file has no arguments.
     QString handleCommand(const QString& command, const QString& directory);
 

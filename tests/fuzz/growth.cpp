@@ -4,7 +4,6 @@
 
 #include "apiclient/PluginApiClient.h"
 #include "frontend/ArgsFile.h"
-#include "frontend/ProcessMemory.h"
 #include "service/FieldCode.h"
 
 #include <QCoreApplication>
@@ -106,7 +105,6 @@ Measured readReply(const QByteArray& text)
     char name[] = "growth";
     std::array<char*, 2> arguments{name, nullptr};
     const QCoreApplication application(argumentCount, arguments.data());
-    prepareProcessMemory(0);
     const double start = usedMilliseconds();
     PluginApiClient client(0);
     client.parseResponse(500, text);
@@ -117,7 +115,6 @@ Measured readReply(const QByteArray& text)
 Measured readFieldCode(const QByteArray& text)
 {
     const QString fieldCode = QString::fromUtf8(text);
-    prepareProcessMemory(2 * text.size());
     const double start = usedMilliseconds();
     clusterToFieldCode({{QStringLiteral("citationCluster"), jsonFromFieldCode(fieldCode)}});
     return measuredSince(start);
@@ -130,7 +127,6 @@ Measured readArgumentFile(const QByteArray& text)
     const QString path = folder.filePath(QStringLiteral("args"));
     bool success = false;
     writeFile(path, QString::fromUtf8(text), &success);
-    prepareProcessMemory(2 * text.size());
     const double start = usedMilliseconds();
     const QStringList list = readArgsFile(path, &success);
     writeArgsFile(path, list, &success);

@@ -72,7 +72,6 @@ class GeneratedBuildTest(Case):
     def test_platform_files(self):
         files = self.generate(TOOLCHAIN).sources()
         self.assertIn("service/DesktopApplication_mac.cpp", files)
-        self.assertIn("frontend/ProcessMemory_mac.cpp", files)
         self.assertFalse([name for name in files if name.endswith("_linux.cpp")])
         self.assertNotIn("service/DesktopEntry.cpp", files)
 

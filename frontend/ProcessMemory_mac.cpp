@@ -1,3 +1,0 @@
-#include "frontend/ProcessMemory.h"
-
-void prepareProcessMemory(qint64) { }
