@@ -1,16 +1,23 @@
 #include "apiclient/PluginApiClient.h"
 
-#include "apiclient/JsonUtils.h"
 #include "apiclient/QtNetworkClient.h"
+#include "apiclient/json/JsonUtils.h"
 
 #include <QDebug>
 
 PluginApiClient::PluginApiClient(int port, QObject* parent)
+    : PluginApiClient(port, std::make_unique<QtNetworkClient>(), parent)
+{
+}
+
+PluginApiClient::PluginApiClient(
+    int port, std::unique_ptr<NetworkClient> transport, QObject* parent)
     : QObject(parent)
     , host(QStringLiteral("127.0.0.1"))
-    , networkClient(new QtNetworkClient)
+    , networkClient(transport.release())
 {
-    // The transport in use drops the time-out and never refuses a host.
+    // QtNetworkClient ignores the timeout and accepts every host, so this warning, whose wording
+    // is fixed by the interface, never appears with it.
     constexpr int thirtyMinutesMs = 1800000;
     networkClient->setSendReceiveTimeout(thirtyMinutesMs);
     if (!networkClient->connect(host, quint16(port))) {
@@ -29,10 +36,9 @@ int PluginApiClient::postRequest(const QString& path, const QVariantMap& body, Q
 {
     NetworkResponse response;
     {
-        // The request's text, tens of megabytes for a long document, is gone before the reply is
-        // taken apart.
+        // Releases the request, tens of megabytes for a long document, before the reply is parsed.
         const QByteArray json = JsonUtils::serialize(body);
-        if (json == "null") {
+        if (json.isNull()) {
             result->clear();
             errorMessage = QStringLiteral("The request is larger than 2 GB");
             return 0;
@@ -58,8 +64,8 @@ QVariantMap PluginApiClient::parseResponse(int status, const QByteArray& body)
     if (error != map.constEnd()) {
         errorMessage = error->toString();
     } else if (!body.isEmpty()) {
-        errorMessage =
-            QString::fromUtf8(body.constData(), body.size()); // up to the end, not to U+0000
+        // With the size given, so that U+0000 does not end the text.
+        errorMessage = QString::fromUtf8(body.constData(), body.size());
     } else {
         errorMessage = networkClient->lastError();
     }

@@ -6,38 +6,45 @@
 #include <QScopedPointer>
 #include <QVariantMap>
 
-/// The gateway to the application's local API on 127.0.0.1: maps out as JSON, replies back in as
-/// maps, and the text of the last error.
+#include <memory>
+
+/// The client of the application's local API on 127.0.0.1. Writes request maps as JSON, reads
+/// replies as maps, and keeps the text of the last error.
 ///
-/// A request is successful when, and only when, the returned status is exactly 200. Every call
-/// blocks until the reply is complete; there is no time-out.
+/// A request is successful only if the returned status is exactly 200. Every request blocks until
+/// the reply is complete; there is no timeout.
 class PluginApiClient : public QObject {
     Q_OBJECT
 
 public:
-    /// Sends nothing. Of `port` the low 16 bits count.
+    /// Sends nothing. Only the low 16 bits of `port` are used.
     explicit PluginApiClient(int port, QObject* parent = nullptr);
+
+    /// The same with `transport`, which must not be null, in place of a QtNetworkClient.
+    PluginApiClient(int port, std::unique_ptr<NetworkClient> transport, QObject* parent = nullptr);
+
     ~PluginApiClient() override;
 
-    /// Sends a GET for `path` and returns the HTTP status, 0 when no server answered. `*result`
-    /// (not null) is always overwritten with the reply's JSON object, by an empty map when the
-    /// reply is anything else. On every status but 200 the reason is in lastError() afterwards.
+    /// Sends a GET for `path` and returns the HTTP status, 0 if no server answered. Always
+    /// overwrites `*result` (not null) with the reply's JSON object, or with an empty map if the
+    /// reply is anything else. After any status but 200, lastError() has the reason.
     int getRequest(const QString& path, QVariantMap* result);
 
     /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). The
-    /// application gets it at most once. More than 2 GB of JSON are not sent: status 0.
+    /// application receives it at most once. A body of more than 2 GB of JSON is not sent: the
+    /// status is 0.
     int postRequest(const QString& path, const QVariantMap& body, QVariantMap* result);
 
-    /// Turns a reply into a map (empty for anything but a JSON object). For every status but 200
-    /// the error text becomes the first of: the object's "error" as a text, the body, the
-    /// transport's own error.
+    /// Returns the JSON object in `body`, or an empty map if it is anything else. For any status
+    /// but 200 the error text becomes the first of these that exists: the object's "error" as
+    /// text, the body if it is not empty, the transport's error text.
     QVariantMap parseResponse(int status, const QByteArray& body);
 
-    /// Records a failure that is no request's, such as that of a start of the application.
+    /// Replaces the error text, for an error that did not come from a request.
     void setLastError(const QString& message);
 
-    /// Why the last failed request failed. A success leaves it as it was, so it says something
-    /// only after a failure.
+    /// The reason of the last failure. A successful request leaves it unchanged, so it is
+    /// meaningful only after a failure.
     QString lastError() const;
 
 private:

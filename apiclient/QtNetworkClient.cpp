@@ -14,17 +14,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace {
 
-// Silent unless the environment asks for them, for example with
-// QT_LOGGING_RULES="tessaron.http*.debug=true". The bodies hold the document's text.
+// Off unless enabled with QT_LOGGING_RULES. The bodies hold the document's text.
 Q_LOGGING_CATEGORY(httpLog, "tessaron.http", QtWarningMsg)
 Q_LOGGING_CATEGORY(httpBodyLog, "tessaron.http.body", QtWarningMsg)
 
-/// A request body that can be read once. QNetworkAccessManager repeats a POST by itself when the
+/// A request body that can be read only once. QNetworkAccessManager repeats a POST by itself if the
 /// connection closes before a status line, and a second POST is a second dialog for the user. It
-/// gives up where the body cannot be rewound, as here.
+/// does not repeat a request whose body cannot be rewound.
 class OneTimeBody : public QIODevice {
 public:
     explicit OneTimeBody(const QByteArray& content)
@@ -70,29 +70,25 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    // Without both, the body would be copied into a buffer first, and that one can be rewound.
+    // Without both lines Qt would first copy the body into a buffer, which can be rewound.
     request.setHeader(QNetworkRequest::ContentLengthHeader, bodySize);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    // Qt would answer a request for credentials by sending again, and lose the reply's own text.
+    // Qt would answer a 401 by sending the request again, and drop the body of the reply.
     request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     return request;
 }
 
-// More than any document's; one byte array holds 2 GB.
+// Larger than any real document. QByteArray itself is limited to 2 GB.
 constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
-/// Adds what has come in of `reply` to `body`. False when that is more than largestBody.
+/// Appends the received bytes of `reply` to `body`. Returns false if they exceed largestBody.
 bool takeReceived(QNetworkReply* reply, QByteArray* body)
 {
-    // Reading from a reply that never opened prints a warning of Qt's.
-    if (!reply->isReadable()) {
-        return true;
-    }
     if (body->size() + reply->bytesAvailable() > largestBody) {
         return false;
     }
     if (body->isEmpty()) {
-        // Room for the whole body at once, where the reply says how long it will be.
+        // Allocates once if the reply states its length.
         const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
         body->reserve(int(qBound<qint64>(0, length, largestBody)));
     }
@@ -100,40 +96,26 @@ bool takeReceived(QNetworkReply* reply, QByteArray* body)
     return true;
 }
 
-// Only a message tells that Qt could not start a thread, and a request without it never ends.
-bool threadFailed = false;
-QEventLoop* requestLoop = nullptr;
-QtMessageHandler outerHandler = nullptr;
+// The state is a property of the application object: it concerns the whole process, and every
+// client must see it.
+constexpr char failedThreadStartsProperty[] = "tessaronFailedThreadStarts";
 
-void noteThreadFailure(QtMsgType type, const QMessageLogContext& context, const QString& message)
+int failedThreadStarts()
 {
-    if (!message.startsWith(QLatin1String("QThread::start: "))) {
-        outerHandler(type, context, message);
-        return;
-    }
-    threadFailed = true;
-    if (requestLoop != nullptr) {
-        requestLoop->quit();
-    }
+    return QCoreApplication::instance()->property(failedThreadStartsProperty).toInt();
 }
 
-/// Notes thread failures while it lives.
-class ThreadWatch {
-public:
-    explicit ThreadWatch(QEventLoop* loop)
-    {
-        requestLoop = loop;
-        outerHandler = qInstallMessageHandler(noteThreadFailure);
-    }
-
-    ~ThreadWatch()
-    {
-        qInstallMessageHandler(outerHandler);
-        requestLoop = nullptr;
-    }
-
-    Q_DISABLE_COPY(ThreadWatch)
-};
+std::unique_ptr<QNetworkAccessManager> makeManager()
+{
+    // Qt would load its connection-management plug-ins for the first manager. They talk to the
+    // system bus, which hangs if it never answers, and start threads. Nothing here needs them.
+    QCoreApplication::setLibraryPaths({});
+    auto manager = std::make_unique<QNetworkAccessManager>();
+    // The application runs on this machine: never use a system proxy.
+    manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    return manager;
+}
 
 void traceRequest(const QString& path, const QByteArray& body)
 {
@@ -156,18 +138,16 @@ void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qin
 } // namespace
 
 QtNetworkClient::QtNetworkClient()
+    : manager(makeManager().release())
 {
-    // The first manager would load the connection-management plug-ins, which talk to the system
-    // bus (and wait for ever when it does not answer) and start threads. Nothing here needs them.
-    QCoreApplication::setLibraryPaths({});
-    const ThreadWatch watch(nullptr);
-    manager.reset(new QNetworkAccessManager);
-    // The application is on this machine: no proxy of the system's may come between.
-    manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
-    manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
 }
 
 QtNetworkClient::~QtNetworkClient() = default;
+
+void QtNetworkClient::countFailedThreadStart()
+{
+    QCoreApplication::instance()->setProperty(failedThreadStartsProperty, failedThreadStarts() + 1);
+}
 
 bool QtNetworkClient::connect(const QString& newHost, quint16 newPort)
 {
@@ -202,7 +182,7 @@ QString QtNetworkClient::lastError() const
 NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray& body)
 {
     errorText = QString();
-    // A kept connection may have been closed by now, and a POST into it would be lost.
+    // The application may have closed a kept connection by now; a POST sent on it would be lost.
     manager->clearConnectionCache();
     const QUrl url = requestUrl(host, port, path);
     traceRequest(path, body);
@@ -211,13 +191,13 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
 
     QEventLoop loop;
     OneTimeBody upload(body);
-    const ThreadWatch watch(&loop);
-    const QScopedPointer<QNetworkReply> reply(body.isEmpty()
+    const int failuresBefore = failedThreadStarts();
+    QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
-    // Taken as it comes in: the body of a long document would else be in memory twice.
     NetworkResponse response;
     bool tooLarge = false;
+    // Taken as it arrives: a long document's reply would otherwise be held in memory twice.
     QObject::connect(reply.data(), &QNetworkReply::readyRead, [&] {
         if (!tooLarge && !takeReceived(reply.data(), &response.body)) {
             tooLarge = true;
@@ -225,12 +205,18 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
         }
     });
     QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
-    if (!threadFailed) {
-        loop.exec();
-    }
-    if (threadFailed) {
+    // Qt queues the start of a POST. Start it now, so that a thread that fails to start is known to
+    // be this request's.
+    QCoreApplication::sendPostedEvents(reply.data(), QEvent::MetaCall);
+    if (failedThreadStarts() != failuresBefore) {
+        // The request would never finish, and neither would any later one of this manager.
+        reply.reset();
+        manager.reset(makeManager().release());
         errorText = QStringLiteral("Unable to start the network thread");
         return {};
+    }
+    if (!reply->isFinished()) {
+        loop.exec();
     }
 
     errorText = reply->errorString();

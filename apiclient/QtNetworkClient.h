@@ -6,27 +6,36 @@
 
 class QNetworkAccessManager;
 
-/// The transport on QNetworkAccessManager. It needs a QCoreApplication, runs a local event loop
-/// for each request, and never gives up by itself: a request waits for as long as a dialog of
-/// the application stays open. Redirects are not followed and no proxy is asked. Where the system
-/// allows no further thread, no request is sent and the status is 0.
+/// The transport on QNetworkAccessManager. It needs a QCoreApplication and runs a local event loop
+/// for each request. There is no timeout: a request waits as long as a dialog of the application
+/// stays open. Redirects are not followed and proxies are not used.
+///
+/// Several clients may have a request in progress at the same time; one client may not be called
+/// while its own request is in progress.
 class QtNetworkClient : public NetworkClient {
 public:
-    /// Clears the library paths of the whole process, so that no plug-in of Qt's is loaded later.
+    /// Clears Qt's library paths for the whole process, so that Qt loads no plug-ins later.
     QtNetworkClient();
     ~QtNetworkClient() override;
 
-    /// Stores both; opens no connection and always returns true, also for an empty host.
+    /// To be called by the process's message filter, on the thread that sends requests, when Qt
+    /// logs that a thread could not be started. Qt reports it in no other way, and the request that
+    /// needs the thread would never finish. That request then returns status 0 without having
+    /// reached the server; the next one works if threads can be started again.
+    static void countFailedThreadStart();
+
+    /// Stores both. Opens no connection and always returns true, also for an empty host.
     bool connect(const QString& host, quint16 port) override;
     void disconnect() override;
-    /// Does nothing: there is no time-out.
+    /// Does nothing: there is no timeout.
     void setSendReceiveTimeout(int timeoutMs) override;
     NetworkResponse get(const QString& path) override;
-    /// An empty `body` is sent as a GET without a content type. A body reaches the server at
-    /// most once, whatever happens to the connection.
+    /// Sends an empty `body` as a GET without a content type. A body reaches the server at most
+    /// once, whatever happens to the connection.
     NetworkResponse post(const QString& path, const QByteArray& body) override;
-    /// The last reply's error string, after a success too ("Unknown error" then), or why there was
-    /// no reply to take: too large, or no thread for it. Empty before the first request.
+    /// The last reply's error string, also after a success ("Unknown error"), or the reason why
+    /// there is no reply: it was too large, or its thread could not be started. Empty before the
+    /// first request.
     QString lastError() const override;
 
 private:

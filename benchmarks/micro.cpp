@@ -2,7 +2,7 @@
 // reading and writing the exchange files. Bytes per second count the bytes on the outside of the
 // process: JSON in UTF-8, files in UTF-16.
 
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 #include "frontend/ArgsFile.h"
 #include "service/FieldCode.h"
 

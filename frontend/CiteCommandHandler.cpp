@@ -1,71 +1,54 @@
 #include "frontend/CiteCommandHandler.h"
 
 #include "frontend/ArgsFile.h"
+#include "frontend/ExchangeFolder.h"
 #include "service/PluginComServer.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 
-using Operation = QStringList (*)(PluginComServer& service, const QStringList& arguments);
+using Service = PluginComServer;
+using Results = QStringList;
 
-struct Command {
-    const char* name;
-    Operation run;
+/// A command's arguments by position. A missing argument is an empty text.
+class Arguments {
+public:
+    explicit Arguments(const QStringList& texts)
+        : all(texts)
+    {
+    }
+
+    QString operator[](int position) const { return all.value(position); }
+
+    const QStringList all;
 };
 
-QString rendered(const QString& text)
-{
-    return text;
-}
-
-QString rendered(bool value)
+QString text(bool value)
 {
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
-QString rendered(int number)
+QString text(int number)
 {
     return QString::number(number);
 }
 
-template <typename Result, typename... Texts, size_t... index>
-QStringList call(Result (PluginComServer::*operation)(Texts...), PluginComServer& service,
-    const QStringList& arguments, std::index_sequence<index...>)
+Results formatCitationsAndBibliography(Service& service, const Arguments& arguments)
 {
-    return {rendered((service.*operation)(arguments.value(int(index))...))};
-}
-
-template <typename Result, typename... Texts>
-constexpr auto parameterIndices(Result (PluginComServer::*)(Texts...))
-{
-    return std::index_sequence_for<Texts...>();
-}
-
-/// A command that is one operation on as many texts as it has parameters, with one result.
-template <auto operation> QStringList run(PluginComServer& service, const QStringList& arguments)
-{
-    return call(operation, service, arguments, parameterIndices(operation));
-}
-
-QStringList formatCitationsAndBibliography(PluginComServer& service, const QStringList& arguments)
-{
-    service.setCitationStyle(arguments.value(0));
+    service.setCitationStyle(arguments[0]);
     service.resetCitations();
     int count = 0;
-    for (int i = 1; i + 1 < arguments.size(); i += 2) {
-        service.addCitation(arguments.at(i), arguments.at(i + 1));
+    // A last field code without its text is ignored.
+    for (int i = 1; i + 1 < arguments.all.size(); i += 2) {
+        service.addCitation(arguments[i], arguments[i + 1]);
         ++count;
     }
-    const bool formatted = service.formatCitationsAndBibliography();
-    QStringList results{rendered(formatted)};
-    if (!formatted) {
-        results << rendered(service.lastErrorCitationIndex());
-        return results;
+    if (!service.formatCitationsAndBibliography()) {
+        return {text(false), text(service.lastErrorCitationIndex())};
     }
+    Results results{text(true), service.getCitationStyleId(), service.getFormattedBibliography()};
     results.reserve(3 + 4 * count);
-    results << service.getCitationStyleId() << service.getFormattedBibliography();
     for (int i = 0; i < count; ++i) {
         results << service.getFieldCode(i) << service.getFormattedCitation(i)
                 << service.getPreviouslyFormattedCitation(i)
@@ -74,12 +57,12 @@ QStringList formatCitationsAndBibliography(PluginComServer& service, const QStri
     return results;
 }
 
-QStringList getRecentStyles(PluginComServer& service, const QStringList&)
+Results getRecentStyles(Service& service)
 {
     QStringList styleIds;
     QStringList styleNames;
     service.getRecentStyles(styleIds, styleNames);
-    QStringList results{rendered(styleIds.size())};
+    Results results{text(int(styleIds.size()))};
     results.reserve(1 + 2 * styleIds.size());
     for (int i = 0; i < styleIds.size(); ++i) {
         results << styleIds.at(i) << styleNames.at(i);
@@ -87,37 +70,50 @@ QStringList getRecentStyles(PluginComServer& service, const QStringList&)
     return results;
 }
 
-QStringList setWordProcessor(PluginComServer& service, const QStringList& arguments)
-{
-    service.setWordProcessor(arguments.value(0), arguments.value(1));
-    return {};
-}
-
-QStringList mergeFields(PluginComServer& service, const QStringList& arguments)
-{
-    return {service.mergeFields(arguments)};
-}
-
-// Every command that the macro knows.
-constexpr Command commands[] = {
-    {"setWordProcessor", setWordProcessor},
-    {"getFieldCodeFromCitationEditor", run<&PluginComServer::getFieldCodeFromCitationEditor>},
-    {"getFieldCodeFromUuid", run<&PluginComServer::getFieldCodeFromUuid>},
-    {"getCitationStyleFromDialog", run<&PluginComServer::getCitationStyleFromDialog>},
-    {"formatCitationsAndBibliography", formatCitationsAndBibliography},
-    {"isTessaronRunning", run<&PluginComServer::isTessaronRunning>},
-    {"launchTessaron", run<&PluginComServer::launchTessaron>},
-    {"mergeFields", mergeFields},
-    {"checkManualFormatAndGetFieldCode", run<&PluginComServer::checkManualFormatAndGetFieldCode>},
-    {"undoManualFormat", run<&PluginComServer::undoManualFormat>},
-    {"hasManualEdit", run<&PluginComServer::hasManualEdit>},
-    {"getUserAccount", run<&PluginComServer::getUserAccount>},
-    {"getUserUuid", run<&PluginComServer::getUserUuid>},
-    {"getRecentStyles", getRecentStyles},
-    {"tessaronProcessId", run<&PluginComServer::tessaronProcessId>},
-    {"lastError", run<&PluginComServer::lastError>},
-    {"getDesktopCitationStyleId", run<&PluginComServer::getDesktopCitationStyleId>},
+struct Command {
+    const char* name;
+    Results (*run)(Service& service, const Arguments& arguments);
 };
+
+// Every command that the macro knows, with its arguments by position and its results.
+// clang-format off
+constexpr Command commands[] = {
+    {"setWordProcessor",
+        [](Service& s, const Arguments& a) { s.setWordProcessor(a[0], a[1]); return Results(); }},
+    {"getFieldCodeFromCitationEditor",
+        [](Service& s, const Arguments& a) { return Results{s.getFieldCodeFromCitationEditor(a[0])}; }},
+    {"getFieldCodeFromUuid",
+        [](Service& s, const Arguments& a) { return Results{s.getFieldCodeFromUuid(a[0])}; }},
+    {"getCitationStyleFromDialog",
+        [](Service& s, const Arguments& a) { return Results{s.getCitationStyleFromDialog(a[0])}; }},
+    {"formatCitationsAndBibliography",
+        [](Service& s, const Arguments& a) { return formatCitationsAndBibliography(s, a); }},
+    {"isTessaronRunning",
+        [](Service& s, const Arguments&) { return Results{text(s.isTessaronRunning())}; }},
+    {"launchTessaron",
+        [](Service& s, const Arguments&) { return Results{text(s.launchTessaron())}; }},
+    {"mergeFields",
+        [](Service& s, const Arguments& a) { return Results{s.mergeFields(a.all)}; }},
+    {"checkManualFormatAndGetFieldCode",
+        [](Service& s, const Arguments& a) { return Results{s.checkManualFormatAndGetFieldCode(a[0], a[1])}; }},
+    {"undoManualFormat",
+        [](Service& s, const Arguments& a) { return Results{s.undoManualFormat(a[0])}; }},
+    {"hasManualEdit",
+        [](Service& s, const Arguments& a) { return Results{text(s.hasManualEdit(a[0]))}; }},
+    {"getUserAccount",
+        [](Service& s, const Arguments&) { return Results{s.getUserAccount()}; }},
+    {"getUserUuid",
+        [](Service& s, const Arguments&) { return Results{s.getUserUuid()}; }},
+    {"getRecentStyles",
+        [](Service& s, const Arguments&) { return getRecentStyles(s); }},
+    {"tessaronProcessId",
+        [](Service& s, const Arguments&) { return Results{text(s.tessaronProcessId())}; }},
+    {"lastError",
+        [](Service& s, const Arguments&) { return Results{s.lastError()}; }},
+    {"getDesktopCitationStyleId",
+        [](Service& s, const Arguments&) { return Results{s.getDesktopCitationStyleId()}; }},
+};
+// clang-format on
 
 } // namespace
 
@@ -127,21 +123,22 @@ CiteCommandHandler* CiteCommandHandler::initWithPluginClient(PluginComServer* se
     return this;
 }
 
-QString CiteCommandHandler::handleCommand(const QString& command, const QString& directory)
+QString CiteCommandHandler::handleCommand(const QString& command, const QString& folder)
 {
-    const QString argsPath = directory + QStringLiteral("/mac-word-plugin-args.txt");
+    // Neither result changes the run: without an argument file the command runs without
+    // arguments, and a failed write is the status "-1".
     bool success = false;
-    const QStringList arguments = readArgsFile(argsPath, &success);
-    const QStringList results = handleCommandInternal(command, directory, arguments);
-    return QString::number(writeArgsFile(
-        directory + QStringLiteral("/mac-word-plugin-results.txt"), results, &success));
+    const QStringList arguments = readArgsFile(argsFilePath(folder), &success);
+    const QStringList results = handleCommandInternal(command, folder, arguments);
+    return QString::number(writeArgsFile(resultsFilePath(folder), results, &success));
 }
 
 QStringList CiteCommandHandler::handleCommandInternal(
-    const QString& command, const QString& directory, const QStringList& arguments)
+    const QString& command, const QString& folder, const QStringList& arguments)
 {
-    pluginClient->setTempDirectory(directory);
+    pluginClient->setTempDirectory(folder);
     const auto* const found = std::find_if(std::begin(commands), std::end(commands),
         [&command](const Command& known) { return command == QLatin1String(known.name); });
-    return found == std::end(commands) ? QStringList() : found->run(*pluginClient, arguments);
+    return found == std::end(commands) ? QStringList()
+                                       : found->run(*pluginClient, Arguments(arguments));
 }

@@ -5,26 +5,26 @@
 
 class PluginComServer;
 
-/// Turns one command of the macro into operations of the service, and their answers into the
-/// results file.
+/// Runs one command of the macro: reads its arguments, calls the service, writes its results.
 class CiteCommandHandler {
 public:
-    /// Makes the handler ready to use `service`, which it does not own and which must outlive
-    /// every command. Comes before any command. Returns the handler itself.
+    /// Sets the service to use and returns this handler. Call it before the first command; the two
+    /// steps, creation and initialisation, are fixed by the interface. Does not take ownership:
+    /// `service` must outlive every command.
     CiteCommandHandler* initWithPluginClient(PluginComServer* service);
 
-    /// Runs `command` on the argument file in `directory` (without a trailing slash), writes the
-    /// results file there, and returns its size in bytes as decimal text, "-1" when it could not
-    /// be written. An unknown command has
-    /// no results; a missing argument file has no arguments.
-    QString handleCommand(const QString& command, const QString& directory);
+    /// Runs `command` on the argument file in `folder` (no trailing slash) and writes the results
+    /// file there. Blocks as long as the command does. Returns the size of the results file in
+    /// bytes as decimal text, or "-1" if it could not be written. If the argument file cannot be
+    /// read, the command runs without arguments; an unknown command has no results.
+    QString handleCommand(const QString& command, const QString& folder);
 
-    /// Runs `command` and returns its results. Missing arguments are empty texts, additional ones
-    /// are ignored, among them a field code without its text at the end of a batch; an unknown
-    /// command returns an empty list.
+    /// Runs `command` and returns its results, or an empty list for an unknown command. Missing
+    /// arguments are empty texts. Surplus arguments are ignored, and so is a field code without
+    /// its text at the end of a batch. Command names are case-sensitive.
     QStringList handleCommandInternal(
-        const QString& command, const QString& directory, const QStringList& arguments);
+        const QString& command, const QString& folder, const QStringList& arguments);
 
 private:
-    PluginComServer* pluginClient = nullptr;
+    PluginComServer* pluginClient = nullptr; // not owned
 };

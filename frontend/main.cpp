@@ -1,59 +1,36 @@
 #include "frontend/ArgsFile.h"
 #include "frontend/CiteCommandHandler.h"
-#include "frontend/StandardStreams.h"
+#include "frontend/ExchangeFolder.h"
+#include "frontend/ProcessSetup.h"
 #include "service/PluginComServer.h"
 
 #include <QCoreApplication>
 #include <QDebug>
-#include <QTextCodec>
-
-#include <memory>
-
-namespace {
-
-/// The Qt core application object. Qt would load the user's locale for the C library, from up to
-/// thirty files; nothing here depends on it, and without it every run is the same for every user.
-/// The environment is left as it was, for the desktop application inherits it.
-std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv)
-{
-    const QByteArray locale = qgetenv("LC_ALL");
-    qputenv("LC_ALL", "C");
-    auto application = std::make_unique<QCoreApplication>(argc, argv);
-    if (locale.isNull()) {
-        qunsetenv("LC_ALL");
-    } else {
-        qputenv("LC_ALL", locale);
-    }
-    return application;
-}
-
-} // namespace
 
 int main(int argc, char* argv[])
 {
-    secureStandardStreams();
-    silenceOtherThreads();
+    const QByteArray formerLocale = startProcessSetup();
     if (argc < 3) {
+        // The doubled spaces are part of the message.
         qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
         return 1;
     }
-    // Taken before Qt sees them: it removes what it takes for options of its own.
+    // Copied first: Qt removes from argv what it takes for options of its own.
     const QString command = QString::fromUtf8(argv[1]);
-    const QString directory = QString::fromUtf8(argv[2]);
-    const auto application = makeApplication(argc, argv);
-    // Folder names are UTF-8 whatever the locale says: a macro's environment may well have none,
-    // and not every build of Qt takes UTF-8 then.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    const QString folder = QString::fromUtf8(argv[2]);
+    const QCoreApplication application(argc, argv);
+    finishProcessSetup(formerLocale);
 
     auto* const service = new PluginComServer(nullptr);
-    // Never released: one command, and the process ends.
+    // Never released: the process ends with it. A static pointer keeps leak checkers quiet.
     static CiteCommandHandler* const handler =
         (new CiteCommandHandler)->initWithPluginClient(service);
-    const QString status = handler->handleCommand(command, directory);
+    const QString status = handler->handleCommand(command, folder);
 
-    // Written last: its presence tells the macro that the results are complete.
+    // Written last: its presence tells the macro that the results are complete. Whether it could be
+    // written changes nothing: the status also goes to standard output.
     bool success = false;
-    writeFile(directory + QStringLiteral("/mac-word-plugin-result-ready.txt"), status, &success);
+    writeFile(readyFilePath(folder), status, &success);
     printLine(status.toUtf8().constData());
     delete service;
     return 0;

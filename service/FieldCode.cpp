@@ -1,11 +1,13 @@
 #include "service/FieldCode.h"
 
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 
 QString clusterToFieldCode(const QVariantMap& response)
 {
-    return JsonUtils::serializeToText(
-        response.value(QStringLiteral("citationCluster")), QStringLiteral("ADDIN CSL_CITATION "));
+    const QString prefix = QStringLiteral("ADDIN CSL_CITATION ");
+    const QString fieldCode =
+        JsonUtils::serializeToText(response.value(QStringLiteral("citationCluster")), prefix);
+    return fieldCode.isNull() ? prefix + QStringLiteral("null") : fieldCode;
 }
 
 QVariantMap jsonFromFieldCode(const QString& fieldCode)

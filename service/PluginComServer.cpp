@@ -1,6 +1,6 @@
 #include "service/PluginComServer.h"
 
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 #include "service/DesktopApplication.h"
 #include "service/DesktopSettings.h"
 #include "service/FieldCode.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 #include "tests/apiclient/Described.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "tests/fuzz/JsonProperties.h"
 
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 #include "tests/fuzz/Check.h"
 
 #include <QJsonArray>

@@ -144,7 +144,7 @@ class SourcesTest(Case):
 
     def test_compile(self):
         sources = sorted(SOURCE.glob("*/*_mac.cpp"))
-        self.assertGreaterEqual(len(sources), 2)
+        self.assertGreaterEqual(len(sources), 1)
         for source in sources:
             self.assertEqual(self.compile(source).stderr, "", source)
 

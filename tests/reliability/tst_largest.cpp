@@ -1,5 +1,6 @@
-#include "apiclient/JsonUtils.h"
 #include "apiclient/PluginApiClient.h"
+#include "apiclient/json/JsonUtils.h"
+#include "service/FieldCode.h"
 #include "tests/frontend/BridgeRun.h"
 #include "tests/frontend/ExchangeFolder.h"
 #include "tests/frontend/Texts.h"
@@ -23,8 +24,8 @@ class tst_Largest : public QObject {
 private Q_SLOTS:
     void init();
     void aTextThatJustFitsIsWhole();
-    void aTextThatDoesNotFitBecomesNull_data();
-    void aTextThatDoesNotFitBecomesNull();
+    void reportsATextThatDoesNotFit_data();
+    void reportsATextThatDoesNotFit();
     void aRequestThatDoesNotFitIsNotSent();
     void theLargestArgumentFileReachesTheApplication();
 };
@@ -48,7 +49,7 @@ void tst_Largest::aTextThatJustFitsIsWhole()
     QCOMPARE(json.right(8), QByteArray("2\\u0002\""));
 }
 
-void tst_Largest::aTextThatDoesNotFitBecomesNull_data()
+void tst_Largest::reportsATextThatDoesNotFit_data()
 {
     QTest::addColumn<QVariant>("value");
     const QString half(200 * million, controlCharacter);
@@ -56,11 +57,12 @@ void tst_Largest::aTextThatDoesNotFitBecomesNull_data()
     QTest::newRow("a key and a value") << QVariant(QVariantMap{{half, half}});
 }
 
-void tst_Largest::aTextThatDoesNotFitBecomesNull()
+void tst_Largest::reportsATextThatDoesNotFit()
 {
     QFETCH(QVariant, value);
-    QCOMPARE(JsonUtils::serialize(value), QByteArray("null"));
-    QCOMPARE(JsonUtils::serializeToText(value, QStringLiteral("ADDIN CSL_CITATION ")),
+    QVERIFY(JsonUtils::serialize(value).isNull());
+    QVERIFY(JsonUtils::serializeToText(value, QStringLiteral("ADDIN CSL_CITATION ")).isNull());
+    QCOMPARE(clusterToFieldCode({{QStringLiteral("citationCluster"), value}}),
         QStringLiteral("ADDIN CSL_CITATION null"));
 }
 

@@ -1,4 +1,4 @@
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 
 #include <QVarLengthArray>
 

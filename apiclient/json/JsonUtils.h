@@ -30,14 +30,15 @@ QVariant parse(const QByteArray& json);
 /// The same for a text in UTF-16, in which an unpaired surrogate may also stand unescaped.
 QVariant parseText(const QString& json);
 
-/// Writes `value` as compact JSON in UTF-8. Only what must be escaped is: quotes, backslashes,
-/// control characters and unpaired surrogates. Integral doubles keep a fraction (2.0), so that a
-/// double stays one. A value that JSON has no form for (invalid, NaN, an infinity) becomes null,
-/// the whole becomes null when it would be longer than a text can be; other types are written as
-/// the text they convert to.
+/// Writes `value` as compact JSON in UTF-8. Escapes only quotes, backslashes, control characters
+/// and unpaired surrogates. Writes an integral double with a fraction (2.0), so that it is read as
+/// a double again. A value without a JSON form (invalid, NaN, infinity) is written as null; other
+/// types are written as the text they convert to. Returns a null array (isNull()) if the JSON would
+/// exceed QByteArray's limit of 2 GB.
 QByteArray serialize(const QVariant& value);
 
-/// The same JSON as a text, put behind `prefix`.
+/// Writes the same JSON as UTF-16 after `prefix`. Returns a null string (isNull()) if the text
+/// would exceed QString's limit of some thousand million characters.
 QString serializeToText(const QVariant& value, const QString& prefix = QString());
 
 } // namespace JsonUtils

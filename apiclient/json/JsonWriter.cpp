@@ -1,4 +1,4 @@
-#include "apiclient/JsonUtils.h"
+#include "apiclient/json/JsonUtils.h"
 
 #include <QLocale>
 
@@ -45,8 +45,7 @@ template <typename Text> class Writer {
 
 public:
     explicit Writer(const Text& prefix)
-        : opening(prefix)
-        , text(prefix)
+        : text(prefix)
         , used(prefix.size())
     {
         text.resize(used + initialSize);
@@ -55,10 +54,7 @@ public:
     Text take()
     {
         if (overflow) {
-            text = opening;
-            text.resize(opening.size() + initialSize);
-            used = opening.size();
-            writeAscii("null");
+            return Text();
         }
         if (used <= initialSize) {
             // A copy of the exact size: thousands of field codes are kept, and each would else
@@ -108,7 +104,7 @@ private:
     {
         if (text.size() - used < count) {
             if (qint64(used) + count > largestSize) {
-                // No text can hold it, so it is written as what JSON has no form for.
+                // Later writes go into the same room again, and take() discards them.
                 overflow = true;
                 used = 0;
             } else {
@@ -276,7 +272,6 @@ private:
         return out;
     }
 
-    const Text opening;
     Text text;
     int used;
     bool overflow = false;

@@ -1,4 +1,4 @@
-#include "frontend/StandardStreams.h"
+#include "frontend/ProcessSetup.h"
 #include "tests/frontend/ChildProcess.h"
 #include "tests/frontend/ExchangeFolder.h"
 
@@ -28,7 +28,7 @@ QByteArray target(int stream)
 
 } // namespace
 
-class tst_StandardStreams : public QObject {
+class tst_ProcessSetup : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -39,10 +39,10 @@ private Q_SLOTS:
     void printsIntoNothing_data();
     void printsIntoNothing();
     void livesPastAFileSizeLimit();
-    void letsOnlyItsOwnThreadSpeak();
+    void logsOnlyTheMessagesOfItsThread();
 };
 
-void tst_StandardStreams::opensWhatIsClosed_data()
+void tst_ProcessSetup::opensWhatIsClosed_data()
 {
     QTest::addColumn<QVector<int>>("closedStreams");
     QTest::newRow("none") << QVector<int>();
@@ -54,7 +54,7 @@ void tst_StandardStreams::opensWhatIsClosed_data()
     QTest::newRow("all") << QVector<int>{0, 1, 2};
 }
 
-void tst_StandardStreams::opensWhatIsClosed()
+void tst_ProcessSetup::opensWhatIsClosed()
 {
     QFETCH(QVector<int>, closedStreams);
     const QTemporaryDir folder;
@@ -66,7 +66,7 @@ void tst_StandardStreams::opensWhatIsClosed()
             dup2(file, stream);
         }
         std::for_each(closedStreams.begin(), closedStreams.end(), [](int s) { close(s); });
-        secureStandardStreams();
+        startProcessSetup();
         const int next = open(other.constData(), O_RDONLY);
         return target(0) + ' ' + target(1) + ' ' + target(2) + (next > 2 ? "" : " in between");
     });
@@ -75,7 +75,7 @@ void tst_StandardStreams::opensWhatIsClosed()
     QCOMPARE(answer, expected.join(' '));
 }
 
-void tst_StandardStreams::printsALine_data()
+void tst_ProcessSetup::printsALine_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::newRow("a number") << QByteArray("1234");
@@ -85,7 +85,7 @@ void tst_StandardStreams::printsALine_data()
     QTest::newRow("much") << QByteArray(100000, 'm');
 }
 
-void tst_StandardStreams::printsALine()
+void tst_ProcessSetup::printsALine()
 {
     QFETCH(QByteArray, text);
     const QTemporaryDir folder;
@@ -100,14 +100,14 @@ void tst_StandardStreams::printsALine()
     QCOMPARE(answer, text + '\n');
 }
 
-void tst_StandardStreams::printsIntoNothing_data()
+void tst_ProcessSetup::printsIntoNothing_data()
 {
     QTest::addColumn<bool>("closed");
     QTest::newRow("a pipe without a reader") << false;
     QTest::newRow("a closed output") << true;
 }
 
-void tst_StandardStreams::printsIntoNothing()
+void tst_ProcessSetup::printsIntoNothing()
 {
     QFETCH(bool, closed);
     const QByteArray answer = inChildProcess([closed]() -> QByteArray {
@@ -121,19 +121,19 @@ void tst_StandardStreams::printsIntoNothing()
         if (closed) {
             close(STDOUT_FILENO);
         }
-        secureStandardStreams();
+        startProcessSetup();
         printLine("status");
         return "alive";
     });
     QCOMPARE(answer, QByteArray("alive"));
 }
 
-void tst_StandardStreams::livesPastAFileSizeLimit()
+void tst_ProcessSetup::livesPastAFileSizeLimit()
 {
     const QTemporaryDir folder;
     const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("file")));
     const QByteArray answer = inChildProcess([&path]() -> QByteArray {
-        secureStandardStreams();
+        startProcessSetup();
         const int file = open(path.constData(), O_CREAT | O_WRONLY, 0600);
         if (file < 0 || !limitFileSize(4)) {
             return "no limit";
@@ -145,10 +145,10 @@ void tst_StandardStreams::livesPastAFileSizeLimit()
     QCOMPARE(answer, QByteArray("4 -1"));
 }
 
-void tst_StandardStreams::letsOnlyItsOwnThreadSpeak()
+void tst_ProcessSetup::logsOnlyTheMessagesOfItsThread()
 {
     const QByteArray answer = inChildProcess([] {
-        silenceOtherThreads();
+        startProcessSetup();
         qWarning("first");
         std::thread([] { qWarning("from another thread"); }).join();
         qWarning("last");
@@ -157,5 +157,5 @@ void tst_StandardStreams::letsOnlyItsOwnThreadSpeak()
     QCOMPARE(answer, QByteArray("done|first|last"));
 }
 
-QTEST_GUILESS_MAIN(tst_StandardStreams)
-#include "tst_standardstreams.moc"
+QTEST_GUILESS_MAIN(tst_ProcessSetup)
+#include "tst_processsetup.moc"
