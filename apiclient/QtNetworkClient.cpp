@@ -1,10 +1,11 @@
 #include "apiclient/QtNetworkClient.h"
 
+#include "apiclient/HttpTrace.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QIODevice>
-#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
@@ -17,10 +18,6 @@
 #include <memory>
 
 namespace {
-
-// Off unless enabled with QT_LOGGING_RULES. The bodies hold the document's text.
-Q_LOGGING_CATEGORY(httpLog, "tessaron.http", QtWarningMsg)
-Q_LOGGING_CATEGORY(httpBodyLog, "tessaron.http.body", QtWarningMsg)
 
 /// A request body that can be read only once. QNetworkAccessManager repeats a POST by itself if the
 /// connection closes before a status line, and a second POST is a second dialog for the user. It
@@ -117,24 +114,6 @@ std::unique_ptr<QNetworkAccessManager> makeManager()
     return manager;
 }
 
-void traceRequest(const QString& path, const QByteArray& body)
-{
-    qCDebug(httpLog).noquote() << (body.isEmpty() ? "GET" : "POST") << path << body.size()
-                               << "bytes";
-    qCDebug(httpBodyLog).noquote() << QString::fromUtf8(body.constData(), body.size());
-}
-
-void traceReply(const QNetworkReply& reply, const NetworkResponse& response, qint64 elapsedMs)
-{
-    const QString failure = reply.error() == QNetworkReply::NoError
-        ? QString()
-        : QStringLiteral(", ") + reply.errorString();
-    qCDebug(httpLog).noquote().nospace() << response.status << ' ' << response.body.size()
-                                         << " bytes " << elapsedMs << " ms" << failure;
-    qCDebug(httpBodyLog).noquote()
-        << QString::fromUtf8(response.body.constData(), response.body.size());
-}
-
 } // namespace
 
 QtNetworkClient::QtNetworkClient()
@@ -185,7 +164,7 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     // The application may have closed a kept connection by now; a POST sent on it would be lost.
     manager->clearConnectionCache();
     const QUrl url = requestUrl(host, port, path);
-    traceRequest(path, body);
+    traceRequest(++exchange, path, body);
     QElapsedTimer duration;
     duration.start();
 
@@ -226,6 +205,7 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     } else {
         response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     }
-    traceReply(*reply, response, duration.elapsed());
+    traceReply(exchange, response, duration.elapsed(),
+        reply->error() == QNetworkReply::NoError ? QString() : reply->errorString());
     return response;
 }

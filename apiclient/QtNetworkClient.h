@@ -45,4 +45,5 @@ private:
     QString host;
     quint16 port = 0;
     QString errorText;
+    int exchange = 0; // the number of the last request, for the trace
 };
