@@ -1,7 +1,7 @@
 #include "frontend/ArgsFile.h"
-#include "tests/frontend/ChildProcess.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/Texts.h"
 
 #include <QFile>
 #include <QtTest>

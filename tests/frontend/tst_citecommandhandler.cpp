@@ -1,5 +1,5 @@
 #include "tests/frontend/HandlerFixture.h"
-#include "tests/frontend/Texts.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

@@ -1,6 +1,6 @@
 #include "frontend/ProcessSetup.h"
-#include "tests/frontend/ChildProcess.h"
-#include "tests/frontend/ExchangeFolder.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ExchangeFolder.h"
 
 #include <QFile>
 #include <QtTest>

@@ -1,9 +1,9 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
-#include "tests/reliability/KilledRun.h"
-#include "tests/reliability/UuidServer.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/KilledRun.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
+#include "tests/support/UuidServer.h"
 
 #include <QtTest>
 

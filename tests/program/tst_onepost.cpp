@@ -1,9 +1,9 @@
 #include "apiclient/PluginApiClient.h"
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
-#include "tests/reliability/MisbehaviourCases.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/MisbehaviourCases.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

@@ -1,4 +1,4 @@
-#include "tests/reliability/UuidServer.h"
+#include "tests/support/UuidServer.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,10 +1,10 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ChildProcess.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
-#include "tests/reliability/BadParents.h"
+#include "tests/support/BadParents.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ExchangeFolder.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

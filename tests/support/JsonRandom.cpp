@@ -1,4 +1,4 @@
-#include "tests/reliability/JsonModel.h"
+#include "tests/support/JsonModel.h"
 
 #include <algorithm>
 #include <cmath>

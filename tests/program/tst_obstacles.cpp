@@ -1,8 +1,8 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ChildProcess.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/ExchangeFolder.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

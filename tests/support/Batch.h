@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/reliability/JsonModel.h"
+#include "tests/support/JsonModel.h"
 
 #include <QStringList>
 

@@ -1,6 +1,6 @@
 #include "service/PluginComServer.h"
-#include "tests/reliability/Batch.h"
-#include "tests/reliability/Scale.h"
+#include "tests/support/Batch.h"
+#include "tests/support/Scale.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 

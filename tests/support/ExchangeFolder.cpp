@@ -1,6 +1,6 @@
-#include "tests/frontend/ExchangeFolder.h"
+#include "tests/support/ExchangeFolder.h"
 
-#include "tests/frontend/Texts.h"
+#include "tests/support/Texts.h"
 
 #include <QDir>
 #include <QFile>

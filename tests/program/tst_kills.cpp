@@ -1,10 +1,10 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
-#include "tests/reliability/KilledRun.h"
-#include "tests/reliability/Scale.h"
-#include "tests/reliability/UuidServer.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/KilledRun.h"
+#include "tests/support/Scale.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
+#include "tests/support/UuidServer.h"
 
 #include <QElapsedTimer>
 #include <QtTest>

@@ -1,8 +1,8 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QLocalServer>
 #include <QtTest>

@@ -1,4 +1,4 @@
-#include "tests/frontend/Texts.h"
+#include "tests/support/Texts.h"
 
 #include <QJsonDocument>
 

@@ -1,4 +1,4 @@
-#include "tests/reliability/RawServer.h"
+#include "tests/support/RawServer.h"
 
 #include <QTcpSocket>
 #include <QTimer>

@@ -1,6 +1,6 @@
-#include "tests/frontend/BridgeRun.h"
+#include "tests/support/BridgeRun.h"
 
-#include "tests/frontend/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 #include <QEventLoop>
 #include <QFile>

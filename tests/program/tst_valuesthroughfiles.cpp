@@ -1,10 +1,10 @@
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
-#include "tests/reliability/Batch.h"
-#include "tests/reliability/Scale.h"
+#include "tests/support/Batch.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/Scale.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

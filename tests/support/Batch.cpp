@@ -1,4 +1,4 @@
-#include "tests/reliability/Batch.h"
+#include "tests/support/Batch.h"
 
 #include <QTextCodec>
 

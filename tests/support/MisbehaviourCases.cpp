@@ -1,6 +1,6 @@
-#include "tests/reliability/MisbehaviourCases.h"
+#include "tests/support/MisbehaviourCases.h"
 
-#include "tests/frontend/Texts.h"
+#include "tests/support/Texts.h"
 
 namespace {
 

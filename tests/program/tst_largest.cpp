@@ -1,11 +1,11 @@
 #include "apiclient/PluginApiClient.h"
 #include "apiclient/json/JsonUtils.h"
 #include "service/FieldCode.h"
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
-#include "tests/frontend/Texts.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 

@@ -1,4 +1,4 @@
-#include "tests/reliability/BadParents.h"
+#include "tests/support/BadParents.h"
 
 #include <csignal>
 #include <fcntl.h>

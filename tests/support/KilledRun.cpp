@@ -1,7 +1,7 @@
-#include "tests/reliability/KilledRun.h"
+#include "tests/support/KilledRun.h"
 
-#include "tests/frontend/BridgeRun.h"
-#include "tests/frontend/ExchangeFolder.h"
+#include "tests/support/BridgeRun.h"
+#include "tests/support/ExchangeFolder.h"
 
 #include <QFile>
 

@@ -1,4 +1,4 @@
-#include "tests/frontend/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 #include <QFile>
 #include <QFileInfo>

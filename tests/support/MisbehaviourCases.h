@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/reliability/RawServer.h"
+#include "tests/support/RawServer.h"
 
 #include <QList>
 #include <QString>
