@@ -13,15 +13,16 @@ namespace {
 
 constexpr qint64 unitSize = sizeof(ushort);
 
-// Files are read and written in pieces of this many units: a long document's arguments and
-// results are tens of megabytes each, and need not be in memory once more as one text.
+// Files are read and written in chunks of this many code units. A long document's arguments and
+// results are tens of megabytes each and would otherwise be held in memory twice.
 constexpr int chunkSize = 256 * 1024;
 
-// A larger file is no document's. Even where each of its units becomes six bytes of the request,
-// one byte array holds it.
+// Larger than any real document. If each code unit becomes six bytes of JSON, the request still
+// fits into a QByteArray.
 constexpr qint64 largestArgsFile = qint64(512) * 1024 * 1024;
 
-/// Reads the next units of `file` into `chunk`, fewer than chunkSize only at its end.
+/// Reads the next code units of `file` into `chunk`. Fewer than chunkSize means the end of the
+/// file, or an error, which file->error() reports.
 void readChunk(QFile* file, QString* chunk)
 {
     chunk->resize(chunkSize);
@@ -34,7 +35,7 @@ void readChunk(QFile* file, QString* chunk)
 QStringList readList(QFile* file)
 {
     QStringList list;
-    QString started; // what earlier chunks hold of the string that comes next
+    QString started; // the part of the next string that earlier chunks contained
     QString chunk;
     readChunk(file, &chunk);
     int start = chunk.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
@@ -52,7 +53,7 @@ QStringList readList(QFile* file)
     return list;
 }
 
-/// Writes texts to a file as UTF-16LE. Whether all bytes were written shows at the end.
+/// Writes texts to a file as UTF-16LE. Errors are reported by finish().
 class Utf16Writer {
 public:
     explicit Utf16Writer(QFile* target)
@@ -73,7 +74,7 @@ public:
         }
     }
 
-    /// Returns the number of bytes written, -1 when some could not be or an int cannot count them.
+    /// Returns the number of bytes written, or -1 if a write failed or the number exceeds an int.
     int finish()
     {
         flush();
@@ -112,14 +113,14 @@ QStringList readArgsFile(const QString& path, bool* success)
 {
     *success = false;
     QFile file(path);
-    // Opening a named pipe would wait for a writer.
+    // Opening a named pipe would block until it has a writer.
     const bool opened = QFileInfo(path).isFile()
         && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && file.size() <= largestArgsFile;
     if (opened && argsFileCodec() == nullptr) {
         return {};
     }
     QStringList list = opened ? readList(&file) : QStringList();
-    // A part of the arguments is not the arguments.
+    // Never pass on a truncated argument list.
     if (!opened || file.error() != QFileDevice::NoError) {
         qWarning() << "Unable to open args file" << path;
         return {};
@@ -138,7 +139,7 @@ int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
     *success = false;
     const QString sidePath = path + QStringLiteral(".temp");
     QFile sideFile(sidePath);
-    // Buffered, a full disk would show only when the file is closed.
+    // With a buffer, a full disk would be reported only on close.
     if (!sideFile.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         qWarning() << "Unable to write args file" << path;
         return -1;
@@ -159,8 +160,9 @@ int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
     }
     sideFile.close();
     if (sideFile.error() != QFileDevice::NoError) {
-        return -1; // Some file systems of a network tell only now that the disk is full.
+        return -1; // Some network file systems report a full disk only on close.
     }
+    // The results of both calls are ignored: the interface defines this as success.
     QFile::remove(path);
     QFile::rename(sidePath, path);
     *success = true;

@@ -14,8 +14,8 @@ constexpr uint blockSize = 16;
 constexpr uint sharedTextCount = 512;
 constexpr qptrdiff longestSharedText = 96;
 
-/// Whether none of the next `blockSize` units ends or interrupts a string of plain characters.
-/// Without branches inside, so that the compiler makes vector instructions of it.
+/// Whether the next `blockSize` code units contain no quote, backslash or, in UTF-8, non-ASCII
+/// byte. The loop has no branches, so that the compiler can vectorise it.
 template <typename Unit> bool isPlainBlock(const Unit* units)
 {
     unsigned special = 0;
@@ -55,8 +55,8 @@ int hexDigit(uint unit)
     return lower >= 'a' && lower <= 'f' ? int(lower - 'a' + 10) : -1;
 }
 
-/// Reads JSON in UTF-8 (Unit = uchar) or UTF-16 (Unit = ushort). Each function reads one
-/// construct at `next`, moves `next` behind it and returns false where the text is malformed.
+/// Reads JSON in UTF-8 (Unit = uchar) or UTF-16 (Unit = ushort). Each read function parses one
+/// construct at `next` and moves `next` past it, or returns false if the text is malformed.
 template <typename Unit> class Reader {
 public:
     Reader(const Unit* text, int length)
@@ -67,16 +67,16 @@ public:
 
     bool readDocument(QVariant* value)
     {
-        skipBlanks();
+        skipWhitespace();
         if (!readValue(value)) {
             return false;
         }
-        skipBlanks();
+        skipWhitespace();
         return next == end;
     }
 
 private:
-    bool skipBlanks()
+    bool skipWhitespace()
     {
         while (next != end && (*next == ' ' || *next == '\n' || *next == '\r' || *next == '\t')) {
             ++next;
@@ -135,28 +135,28 @@ private:
             return false;
         }
         *value = QVariantMap();
-        // Filled in place: a copy would share the map, and the next insertion would detach it.
+        // Filled in place: a copy would share its data and be detached by the next insertion.
         auto* map = static_cast<QVariantMap*>(value->data());
         ++next;
-        if (skipBlanks() && accept('}')) {
+        if (skipWhitespace() && accept('}')) {
             --depth;
             return true;
         }
         for (;;) {
             QString key;
-            if (!readString(&key) || !skipBlanks() || !accept(':') || !skipBlanks()) {
+            if (!readString(&key) || !skipWhitespace() || !accept(':') || !skipWhitespace()) {
                 return false;
             }
-            // Keys mostly arrive in ascending order, so the end is the best guess for the place.
+            // Keys mostly arrive in ascending order, so the end is the best hint.
             const auto entry = map->insert(map->constEnd(), key, QVariant());
-            if (!readValue(&entry.value()) || !skipBlanks()) {
+            if (!readValue(&entry.value()) || !skipWhitespace()) {
                 return false;
             }
             if (accept('}')) {
                 --depth;
                 return true;
             }
-            if (!accept(',') || !skipBlanks()) {
+            if (!accept(',') || !skipWhitespace()) {
                 return false;
             }
         }
@@ -170,20 +170,20 @@ private:
         *value = QVariantList();
         auto* list = static_cast<QVariantList*>(value->data());
         ++next;
-        if (skipBlanks() && accept(']')) {
+        if (skipWhitespace() && accept(']')) {
             --depth;
             return true;
         }
         for (;;) {
             list->append(QVariant());
-            if (!readValue(&list->last()) || !skipBlanks()) {
+            if (!readValue(&list->last()) || !skipWhitespace()) {
                 return false;
             }
             if (accept(']')) {
                 --depth;
                 return true;
             }
-            if (!accept(',') || !skipBlanks()) {
+            if (!accept(',') || !skipWhitespace()) {
                 return false;
             }
         }
@@ -195,8 +195,8 @@ private:
         return readString(static_cast<QString*>(value->data()));
     }
 
-    /// A long document repeats its keys and many of its short values thousands of times: equal
-    /// texts share their memory with the last one that fell into the same place of the cache.
+    /// A long document repeats its keys and many short values thousands of times. A text shares
+    /// its memory with an equal text that is still in its slot of the cache.
     bool readString(QString* text)
     {
         if (!accept('"')) {
@@ -224,7 +224,7 @@ private:
         return hash % sharedTextCount;
     }
 
-    /// Takes the string that began at `start` and is plain up to `next`.
+    /// Finishes the string that began at `start` and is plain up to `next`.
     bool finishString(const Unit* start, QString* text)
     {
         if (next == end) {
@@ -235,7 +235,7 @@ private:
             ++next;
             return true;
         }
-        return readUnevenString(start, text);
+        return readStringSlowPath(start, text);
     }
 
     void skipPlainUnits()
@@ -248,8 +248,8 @@ private:
         }
     }
 
-    /// The rest of a string that holds escapes or multi-byte characters.
-    bool readUnevenString(const Unit* start, QString* text)
+    /// Reads the rest of a string with escape sequences or multi-byte characters.
+    bool readStringSlowPath(const Unit* start, QString* text)
     {
         scratch.clear();
         for (;;) {
@@ -266,7 +266,7 @@ private:
                     QString(reinterpret_cast<const QChar*>(scratch.constData()), scratch.size());
                 return true;
             }
-            if (!(*next == '\\' ? readEscape() : readMultiByteCharacter())) {
+            if (!(*next == '\\' ? readEscape() : readMultiByteCodePoint())) {
                 return false;
             }
             start = next;
@@ -309,7 +309,7 @@ private:
         }
     }
 
-    /// One code unit: surrogates are taken as they come, with or without their partner.
+    /// Reads one code unit. Surrogates are accepted with or without their partner.
     bool readHexEscape()
     {
         if (end - next < 4) {
@@ -327,8 +327,8 @@ private:
         return true;
     }
 
-    /// One character of two to four bytes, well-formed as RFC 3629 says.
-    bool readMultiByteCharacter()
+    /// Reads a code point of two to four bytes, well-formed according to RFC 3629.
+    bool readMultiByteCodePoint()
     {
         const uint lead = *next++;
         const int continuations = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
@@ -389,7 +389,8 @@ private:
         return (next == digitsEnd && toInteger(digits, negative, value)) || toDouble(start, value);
     }
 
-    /// False when the digits up to `next` exceed 64 bits; also for -0, which only a double holds.
+    /// Returns false if the digits up to `next` exceed 64 bits, and for -0, which only a double
+    /// can represent.
     bool toInteger(const Unit* digits, bool negative, QVariant* value)
     {
         quint64 magnitude = 0;
@@ -417,7 +418,7 @@ private:
         bool converted = false;
         const double number = textFrom(start, next - start).toLatin1().toDouble(&converted);
         *value = converted || *start != '-' ? number : -number;
-        // The grammar is right, so a failed conversion is a number out of range: too small is 0.
+        // The grammar is valid, so a failed conversion means out of range. Underflow is 0.
         return converted || number == 0.0;
     }
 

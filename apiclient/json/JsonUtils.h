@@ -4,30 +4,32 @@
 #include <QString>
 #include <QVariant>
 
-/// JSON as this program needs it: every value that passes through comes out as it went in.
+/// Reads and writes JSON without changing any value. docs/architecture.md explains why no JSON
+/// library is used.
 ///
-/// Objects are QVariantMap (so keys come out in ascending order), arrays are QVariantList.
-/// Integers of 64 bits are kept exactly (qlonglong, above its range qulonglong), all other
-/// numbers are doubles; an integer of more than 64 bits becomes the nearest double. Texts keep
-/// every UTF-16 code unit: U+0000, U+FEFF, noncharacters and unpaired surrogates included.
-/// docs/architecture.md tells why no library stands here.
+/// Objects are QVariantMap, so keys are written in ascending order; arrays are QVariantList.
+/// 64-bit integers are exact (qlonglong, or qulonglong above its range). All other numbers are
+/// doubles; an integer of more than 64 bits becomes the nearest double. Strings keep every UTF-16
+/// code unit, including U+0000, U+FEFF, noncharacters and unpaired surrogates.
 namespace JsonUtils {
 
-/// The deepest nesting of objects and arrays that is read; anything deeper counts as malformed.
+/// The maximum nesting of objects and arrays. Deeper JSON is malformed.
 constexpr int maximumDepth = 1024;
 
-/// Descends through nested maps along `path`, keys joined with ".". Returns the value under the
-/// last key; an invalid QVariant when a key is missing or a value on the way is not a map.
+/// Descends through nested maps along `path`, keys joined with ".". Returns the value of the last
+/// key, or an invalid QVariant if a key is missing or an intermediate value is not a map.
 QVariant getValueAtPath(const QVariantMap& map, const QString& path);
 
-/// Reads one JSON text (RFC 8259) in UTF-8; a byte-order mark in front of it is passed over.
-/// More lenient than the RFC in two points: control characters may stand unescaped in a string,
-/// and an escaped surrogate needs no partner. Of keys that occur twice the last one counts.
-/// Returns an invalid QVariant for malformed input (invalid UTF-8, numbers beyond a double's
-/// range and nesting deeper than maximumDepth included); JSON's null is a valid null variant.
+/// Parses a JSON text (RFC 8259) in UTF-8. Ignores a leading byte order mark. Accepts two things
+/// that the RFC does not: unescaped control characters in strings, and escaped surrogates without
+/// a partner. The last of duplicate keys wins.
+///
+/// Returns an invalid QVariant if the text is malformed, which includes invalid UTF-8, numbers
+/// beyond the range of a double, and nesting deeper than maximumDepth. JSON's null is a valid null
+/// variant (QMetaType::Nullptr).
 QVariant parse(const QByteArray& json);
 
-/// The same for a text in UTF-16, in which an unpaired surrogate may also stand unescaped.
+/// Parses a JSON text in UTF-16. Also accepts unescaped unpaired surrogates.
 QVariant parseText(const QString& json);
 
 /// Writes `value` as compact JSON in UTF-8. Escapes only quotes, backslashes, control characters

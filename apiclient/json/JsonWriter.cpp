@@ -24,8 +24,8 @@ constexpr std::array<bool, 0x80> plainAscii = []() {
     return plain;
 }();
 
-/// Whether the next `blockSize` units go into a JSON string as they are, as ASCII. Without
-/// branches inside, so that the compiler makes vector instructions of it.
+/// Whether the next `blockSize` code units are ASCII and need no escaping. The loop has no
+/// branches, so that the compiler can vectorise it.
 bool isPlainBlock(const ushort* units)
 {
     unsigned special = 0;
@@ -36,11 +36,11 @@ bool isPlainBlock(const ushort* units)
     return special == 0;
 }
 
-/// Writes JSON into `Text`: UTF-8 into a QByteArray, UTF-16 into a QString.
+/// Writes JSON as UTF-8 (Text = QByteArray) or UTF-16 (Text = QString).
 template <typename Text> class Writer {
     static constexpr bool isUtf8 = std::is_same_v<Text, QByteArray>;
     using Unit = std::conditional_t<isUtf8, uchar, ushort>;
-    // What one text can hold: Qt's containers end the process beyond 2 GB.
+    // Qt 5's containers abort the process above 2 GB.
     static constexpr qint64 largestSize = std::numeric_limits<int>::max() / int(sizeof(Unit)) - 64;
 
 public:
@@ -57,8 +57,8 @@ public:
             return Text();
         }
         if (used <= initialSize) {
-            // A copy of the exact size: thousands of field codes are kept, and each would else
-            // hold on to the room that it was written in.
+            // A copy of the exact size: thousands of field codes are kept, and each would
+            // otherwise keep its whole buffer.
             return Text(text.constData(), used);
         }
         text.resize(used);
@@ -100,11 +100,12 @@ public:
     }
 
 private:
+    /// Returns where the next `count` units can be written.
     Unit* reserve(int count)
     {
         if (text.size() - used < count) {
             if (qint64(used) + count > largestSize) {
-                // Later writes go into the same room again, and take() discards them.
+                // Starts again in the same buffer; take() discards everything.
                 overflow = true;
                 used = 0;
             } else {
@@ -203,8 +204,8 @@ private:
         writeUnit('"');
     }
 
-    /// Writes the character at `next`, which is not plain ASCII, moves `next` behind it and
-    /// returns where `out` goes on.
+    /// Writes the code point at `next`, which is not plain ASCII, and moves `next` past it.
+    /// Returns the end of the output.
     static Unit* writeSpecial(const ushort*& next, const ushort* end, Unit* out)
     {
         const ushort unit = *next++;
