@@ -81,13 +81,13 @@ build() {
     cmake --build build --parallel "$(getconf _NPROCESSORS_ONLN)" "$@"
 }
 
-# The CSL processor, as the lock file says; again only when the lock file has changed.
+# The libraries of the test bed, as the lock file says; again only when the lock file has changed.
 install_node_modules() {
-    local folder=testbed/desktop
+    local folder=testbed
     if ! cmp -s "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"; then
-        say "Fetching the CSL processor from npm"
+        say "Fetching the test bed's libraries from npm"
         (cd "$folder" && npm ci --no-audit --no-fund --fetch-retries=1 --fetch-retry-mintimeout=1000) \
-            || die "The CSL processor could not be fetched from npm. Is the network there? Run this again when it is."
+            || die "The test bed's libraries could not be fetched from npm. Check the network connection and run this again."
         cp "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"
     fi
 }

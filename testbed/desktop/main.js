@@ -2,6 +2,7 @@
 
 const { parseArgs } = require('node:util');
 
+const { checkExchange, openContract } = require('../contract/contract');
 const { createApp } = require('./app');
 const { answerProblem, scriptedDialogs } = require('./dialogs');
 const { openLibrary } = require('./library');
@@ -24,6 +25,8 @@ const USAGE = `usage: node main.js [OPTION]...
   --interactive     ask the dialogs on this terminal
   --faults FILE     how to misbehave, by path
   --log FILE        append a line of JSON for each request
+  --validate        check each request and reply against the contract of the API, and print
+                    violations and warnings to standard error
   --help            print this
 `;
 
@@ -43,6 +46,7 @@ const OPTIONS = {
     interactive: flag,
     faults: text,
     log: text,
+    validate: flag,
     help: flag,
 };
 
@@ -66,7 +70,8 @@ function main() {
     app.dialogs = options.interactive
         ? terminalDialogs(app, process.stdin, process.stdout)
         : scriptedDialogs(options.answer.map(readAnswerOption), options.answers);
-    run(createServer(app, { logFile: options.log, faultFile: options.faults }), port);
+    const observe = options.validate ? printFindings(openContract()) : undefined;
+    run(createServer(app, { logFile: options.log, faultFile: options.faults, observe }), port);
 }
 
 function run(server, port) {
@@ -77,6 +82,11 @@ function run(server, port) {
     for (const signal of ['SIGTERM', 'SIGINT']) {
         process.on(signal, () => process.exit(0));
     }
+}
+
+function printFindings(contract) {
+    return (request, reply) => checkExchange(contract, request, reply)
+        .forEach((line) => process.stderr.write(`contract: ${line}\n`));
 }
 
 function readPort(text) {

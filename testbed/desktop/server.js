@@ -13,9 +13,11 @@ const BODY_LIMIT_BYTES = 256 * 1024 * 1024;
 
 /**
  * The HTTP server of an application's local API, not yet listening. `logFile` gets a line of JSON
- * for each request; `faultFile` says how to misbehave.
+ * for each request; `faultFile` says how to misbehave. `observe` is called with each request
+ * { method, path, contentType, body } and its reply { status, body }; the bodies are text.
  */
-function createServer(app, { logFile, faultFile, bodyLimitBytes = BODY_LIMIT_BYTES } = {}) {
+function createServer(app, options = {}) {
+    const { logFile, faultFile, bodyLimitBytes = BODY_LIMIT_BYTES, observe = () => {} } = options;
     return http.createServer(async (request, response) => {
         const path = request.url.split('?')[0];
         const received = await receive(request, bodyLimitBytes);
@@ -23,12 +25,20 @@ function createServer(app, { logFile, faultFile, bodyLimitBytes = BODY_LIMIT_BYT
             return;
         }
         log(logFile, request, path, received.text);
+        const send = (fault, right) => {
+            const { status, body } = spoil(fault, right);
+            const text = fault.body ?? writeJson(body);
+            const contentType = request.headers['content-type'];
+            observe({ method: request.method, path, contentType, body: received.text },
+                { status, body: text });
+            write(response, fault, { status, headers: right.headers, bytes: Buffer.from(text) });
+        };
         try {
             const fault = faultOf(faultFile, path);
             await sleep(fault.delayMs || 0);
-            await reply(response, fault, await answer(app, request, path, received));
+            send(fault, await answer(app, request, path, received));
         } catch (error) {
-            await reply(response, {}, failure(error));
+            send({}, failure(error));
         }
     });
 }
@@ -103,16 +113,14 @@ function log(file, request, path, body) {
 
 const hasBody = (status) => status !== 204 && status !== 304;
 
-async function reply(response, fault, right) {
-    const { status, body } = spoil(fault, right);
-    const bytes = Buffer.from(fault.body === undefined ? writeJson(body) : fault.body);
+function write(response, fault, { status, headers, bytes }) {
     const drop = (...sent) => response.write(Buffer.concat(sent), () => response.destroy());
     if (fault.drop === 'beforeStatus') {
         response.destroy();
         return;
     }
     const about = { 'Content-Type': 'application/json', 'Content-Length': bytes.length };
-    response.writeHead(status, { ...(hasBody(status) ? about : {}), ...right.headers });
+    response.writeHead(status, { ...(hasBody(status) ? about : {}), ...headers });
     if (fault.drop === 'afterHeaders') {
         response.flushHeaders();
         drop();

@@ -1,10 +1,12 @@
 'use strict';
 
+const assert = require('node:assert');
 const fs = require('node:fs');
 const http = require('node:http');
 const os = require('node:os');
 const path = require('node:path');
 
+const { checkReply, describeFinding, openContract, operationOf } = require('../../../contract/contract');
 const { createApp } = require('../../app');
 const { citationItem, openLibrary } = require('../../library');
 const { scriptedDialogs } = require('../../dialogs');
@@ -16,6 +18,7 @@ const styleUrl = (name) => `http://www.zotero.org/styles/${name}`;
 const fieldCode = (cluster) => `ADDIN CSL_CITATION ${JSON.stringify(cluster)}`;
 
 const library = openLibrary();
+const contract = openContract();
 
 /** A cluster of the library's works: [id, details] each. */
 function clusterOf(works, more = {}) {
@@ -23,16 +26,32 @@ function clusterOf(works, more = {}) {
     return { citationID: 'c1', citationItems, properties: { noteIndex: 0 }, ...more };
 }
 
-/** Starts the API for one test, which ends it; `answers` are those of its dialogs. */
+/** What is wrong with a reply of the stand-in, as lines. */
+function replyProblems({ path: url, body: requestBody }, reply) {
+    return operationOf(contract, url)
+        ? checkReply(contract, { path: url, requestBody }, reply)
+            .filter(({ severity }) => severity === 'violation').map(describeFinding)
+        : [];
+}
+
+/**
+ * Starts the API for one test, which ends it; `answers` are those of its dialogs. Unless the test
+ * makes it misbehave, every reply must satisfy the contract.
+ */
 async function startApi(test, { answers = [], answersFile, settings, ...options } = {}) {
     const app = createApp({ styles: openStyles(), library, settings });
     app.dialogs = scriptedDialogs(answers, answersFile);
-    const server = createServer(app, options);
+    const problems = [];
+    const observe = (request, reply) => problems.push(...replyProblems(request, reply));
+    const server = createServer(app, { ...options, observe: options.faultFile ? undefined : observe });
     await new Promise((resolve) => { server.listen(0, '127.0.0.1', resolve); });
-    test.after(() => new Promise((resolve) => {
-        server.close(resolve);
-        server.closeAllConnections();
-    }));
+    test.after(async () => {
+        await new Promise((resolve) => {
+            server.close(resolve);
+            server.closeAllConnections();
+        });
+        assert.deepStrictEqual(problems, []);
+    });
     const { port } = server.address();
     return {
         app,
