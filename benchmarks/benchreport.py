@@ -1,8 +1,16 @@
 """Turns measured runs into the report: tables, the straight line, the picture."""
 import statistics
 
-PEAK_GOAL_MB = 160
 LINE_GOAL = 0.15
+PEAK_GOAL_MB = {"formatCitationsAndBibliography": 135}
+# The largest allowed ratio of times, by command, bridge and the program that it is compared with.
+GOALS = {
+    ("getUserUuid", "bridge", "curl -s"): 0.80,
+    ("getUserUuid", "self-contained", "curl -s"): 0.42,
+    ("formatCitationsAndBibliography", "bridge", "C++ peer"): 0.42,
+    ("formatCitationsAndBibliography", "bridge", "Python peer"): 0.48,
+    ("formatCitationsAndBibliography", "self-contained", "bridge"): 1.00,
+}
 
 
 def median(runs, key):
@@ -18,36 +26,53 @@ def verdict(value, goal):
     return "met" if value <= goal else "**missed**"
 
 
-def pair_ratios(pair, key):
+def round_ratios(runs, program, other, key):
     # A run too short for the clock of processor time counts as one microsecond.
-    return [max(bridge[key], 1e-3) / max(other[key], 1e-3)
-            for bridge, other in zip(pair["bridge"], pair["runs"])]
+    return [max(mine[key], 1e-3) / max(its[key], 1e-3)
+            for mine, its in zip(runs[program], runs[other])]
 
 
-def pairs_table(comparisons):
-    """One row for each comparison; the ratio is the median over pairs that ran back to back."""
+def ratio_row(what, series, program, other):
+    """The ratio is the median over the series of the medians over the rounds of a series."""
+    def ratio_of(key):
+        return [statistics.median(round_ratios(runs, program, other, key)) for runs in series]
+    def time_of(name):
+        return median([run for runs in series for run in runs[name]], "ms")
+    ratios = ratio_of("ms")
+    ratio = statistics.median(ratios)
+    goal = GOALS.get((what, program, other))
+    return [what, program, other, sum(len(runs[program]) for runs in series),
+            f"{time_of(program):.2f}", f"{time_of(other):.2f}", f"{ratio:.3f}",
+            f"{min(ratios):.3f} to {max(ratios):.3f}" if len(ratios) > 1 else "",
+            f"{statistics.median(ratio_of('cpuMs')):.3f}",
+            f"{goal:.2f}" if goal else "", verdict(ratio, goal) if goal else ""]
+
+
+def ratio_table(comparisons, bridges):
+    """Each bridge against each other program that ran in turn with it."""
     rows = []
-    for pair in comparisons:
-        ratios = pair_ratios(pair, "ms")
-        ratio = statistics.median(ratios)
-        low, _, high = statistics.quantiles(ratios, n=4)
-        rows.append([pair["what"], pair["yardstick"], len(ratios),
-                     f"{median(pair['bridge'], 'ms'):.1f}", f"{median(pair['runs'], 'ms'):.1f}",
-                     f"{ratio:.3f}", f"{low:.3f} to {high:.3f}",
-                     f"{statistics.median(pair_ratios(pair, 'cpuMs')):.3f}",
-                     f"{pair['goal']:.2f}", verdict(ratio, pair["goal"])])
-    return table(["command", "yardstick", "pairs", "bridge ms", "yardstick ms", "ratio",
-                  "middle half", "ratio of processor time", "goal", ""], rows)
+    for comparison in comparisons:
+        for program in bridges:
+            others = [name for name in comparison["series"][0] if name not in bridges]
+            if program != bridges[0]:
+                others.append(bridges[0])
+            rows += [ratio_row(**comparison, program=program, other=other) for other in others]
+    return table(["command", "program", "against", "rounds", "ms", "other ms", "ratio",
+                  "series", "ratio of processor time", "goal", ""], rows)
 
 
-def memory_table(comparisons):
+def memory_table(comparisons, bridges):
     rows = []
-    for pair in comparisons:
-        peak = median(pair["bridge"], "peakMb")
-        rows.append([pair["what"], pair["yardstick"], f"{peak:.1f}",
-                     f"{median(pair['runs'], 'peakMb'):.1f}", pair["peakGoal"] or "",
-                     verdict(peak, pair["peakGoal"]) if pair["peakGoal"] else ""])
-    return table(["command", "yardstick", "bridge peak MB", "yardstick peak MB", "goal", ""], rows)
+    for comparison in comparisons:
+        goal = PEAK_GOAL_MB.get(comparison["what"])
+        runs = comparison["series"][0]
+        for program in runs:
+            peak = median(runs[program], "peakMb")
+            checked = goal if program in bridges else None
+            rows.append([comparison["what"], program, f"{peak:.1f}",
+                         f"{median(runs[program], 'faults'):.0f}", checked or "",
+                         verdict(peak, checked) if checked else ""])
+    return table(["command", "program", "peak MB", "page faults", "goal", ""], rows)
 
 
 def fit_line(points):
@@ -120,7 +145,7 @@ def write_picture(path, growth, programs):
     figure, axes = pyplot.subplots(1, 2, figsize=(10, 4))
     counts = [point["size"] for point in growth]
     for axis, key, title in zip(axes, ("ms", "peakMb"), ("time, ms", "peak memory, MB")):
-        for program, marker in zip(programs, "os^"):
+        for program, marker in zip(programs, "osD^"):
             axis.loglog(counts, [median(point[program], key) for point in growth],
                         marker=marker, label=program)
         axis.set_xlabel("citations")

@@ -19,32 +19,36 @@ ORGANISATION = "tessaron.com"
 
 
 class Failure(Exception):
-    """A reason to stop; its text says all."""
+    """An error that ends the benchmark. Its text is shown to the user."""
 
 
 class Bench:
-    """The programs, and a folder that is their home while they are measured."""
+    """The programs, and the folder that is their home during the measurement."""
 
-    def __init__(self, bridge, tools, home):
+    def __init__(self, bridges, tools, home):
+        """`bridges`: the bridge's programs by name; the last one is run last in each round."""
         here = os.path.dirname(os.path.abspath(__file__))
         self.server_program = os.path.join(tools, "canned_server")
         self.spawner = os.path.join(tools, "spawner")
+        self.limit = os.path.join(tools, "limit")
+        self.bridges = list(bridges)
+        peer = os.path.join(tools, "peer_curl")
         self.programs = {
-            "bridge": [bridge],
-            "C++ peer": [os.path.join(tools, "peer_curl")],
+            "C++ peer": [peer],
             "Python peer": ["/usr/bin/python3", os.path.join(here, "peer_python.py")],
+            **{name: [program] for name, program in bridges.items()},
         }
-        for program in (self.server_program, self.spawner, bridge, *self.programs["C++ peer"]):
+        for program in (self.server_program, self.spawner, self.limit, peer, *bridges.values()):
             if not os.access(program, os.X_OK):
-                raise Failure(f"{program} is not there or cannot be run.")
+                raise Failure(f"{program} does not exist or is not executable.")
         self.home = home
         self.server_times = {}  # by the document's folder name
 
     def folder(self, name):
         return os.path.join(self.home, name)
 
-    def command_line(self, program, command, folder):
-        return [*self.programs[program], command, folder]
+    def command_lines(self, command, folder):
+        return {name: [*line, command, folder] for name, line in self.programs.items()}
 
     def write_settings(self, port):
         folder = self.folder(ORGANISATION)
@@ -91,30 +95,31 @@ class Bench:
         return runs
 
     def measure(self, rounds, command, folder, lines):
-        """The runs of the command lines against one server. The bridge, where it is among
-        them, must come last: it always exits with 0, so the last results are looked at. "{port}" in a line becomes the port.
+        """Runs the command lines, by program, in turn against one server: A B C A B C. Returns the
+        runs of each program. "{port}" in a line becomes the port.
 
-        One round more is run first and not counted: memory that nobody used for a while
-        may have to come back from a virtual machine's host first."""
+        The bridge exits with 0 even if its command fails, so a bridge must come last: the results
+        of the last run are checked. The first round is not counted, because memory that has not
+        been used for a while may have to come back from a virtual machine's host."""
         rounds += 1
         with self.server(command, folder) as port:
-            lines = [[word.replace("{port}", port) for word in line] for line in lines]
-            runs = self.spawn(rounds, folder, lines)
+            runs = self.spawn(rounds, folder, [
+                [word.replace("{port}", port) for word in line] for line in lines.values()])
         requests = self.server_times[os.path.basename(folder)]["requests"]
         if requests != rounds * len(lines):
             raise Failure(f"{rounds * len(lines)} runs sent {requests} requests.")
         check_success(command, read_results(command, folder))
-        return [counted for _, *counted in runs]
+        return {name: counted for name, (_, *counted) in zip(lines, runs)}
 
     def check_equal(self, command, folder):
         """Every program must send the same request and leave the same results, by value."""
         saved = os.path.join(folder, "request.json")
         seen = {}
-        for program in self.programs:
+        for program, line in self.command_lines(command, folder).items():
             with self.server(command, folder, "--save", saved):
-                self.spawn(1, folder, [self.command_line(program, command, folder)])
+                self.spawn(1, folder, [line])
             if not os.path.exists(saved):
-                raise Failure(f"The {program} sent no request for {command}.")
+                raise Failure(f"{program} sent no request for {command}.")
             with open(saved, "rb") as file:
                 request = file.read()
             os.remove(saved)
@@ -122,8 +127,8 @@ class Bench:
             seen[program] = (json.loads(request) if request else None,
                              read_results(command, folder))
             check_success(command, seen[program][1])
-            if seen[program] != seen["bridge"]:
-                raise Failure(f"The {program} and the bridge differ in {command} ({folder}).")
+            if seen[program] != seen["C++ peer"]:
+                raise Failure(f"{program} and C++ peer differ in {command} ({folder}).")
 
 
 def read_utf16(folder, name):
@@ -137,7 +142,7 @@ def read_results(command, folder):
     if command == FORMAT:
         for index in range(3, len(lines), 4):
             if not lines[index].startswith(FIELD_CODE_PREFIX):
-                raise Failure(f"Line {index} of the results in {folder} is no field code.")
+                raise Failure(f"Line {index} of the results in {folder} is not a field code.")
             lines[index] = json.loads(lines[index][len(FIELD_CODE_PREFIX):],
                                       object_pairs_hook=tuple)
     return lines
@@ -152,4 +157,4 @@ def check_success(command, results):
 def check_ready(program, folder):
     size = os.path.getsize(os.path.join(folder, RESULTS))
     if read_utf16(folder, READY) != str(size):
-        raise Failure(f"The ready file of the {program} does not hold the results' size.")
+        raise Failure(f"The ready file of {program} does not contain the size of the results.")
