@@ -73,7 +73,7 @@ def utf16(text):
 
 class Case(unittest.TestCase):
     def assertHolds(self, program, known, unknown):
-        """The file holds the text it must know, and none of the folders. (Prints no file.)"""
+        """The file contains the text `known` and none of the folders. Failures do not print it."""
         data = program.read_bytes()
         self.assertTrue(utf16(known) in data, f"{known} is not in {program}.")
         for folder in unknown:

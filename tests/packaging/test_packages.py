@@ -1,5 +1,6 @@
-"""The packages: what they hold and need, and that two builds of one commit are the same bytes."""
+"""The packages: contents, dependencies, and that two builds of one commit are the same bytes."""
 
+import gzip
 import os
 import shutil
 import tarfile
@@ -78,15 +79,39 @@ class PackagesTest(Case):
     def test_no_build_path(self):
         self.assertHolds(FIRST / "build" / PROGRAM, "/tessaronDesktopInfo", [FIRST])
 
-    def test_deb_holds_the_program_and_its_page(self):
-        self.assertEqual(self.unpacked(), sorted(f"usr/{name}" for name in INSTALLED))
+    def test_deb_contains_the_program_its_page_and_debians_documents(self):
+        documents = f"usr/share/doc/{PROGRAM}"
+        expected = {f"usr/{name}" for name in INSTALLED if not name.endswith(".1")}
+        expected |= {f"usr/share/man/man1/{PROGRAM}.1.gz", f"{documents}/changelog.gz",
+                     f"{documents}/copyright"}  # fmt: skip
+        self.assertEqual(set(self.unpacked()), expected)
+
+    def test_deb_has_no_finding_of_lintian(self):
+        if shutil.which("lintian") is None:
+            self.skipTest("lintian is not installed")
+        found = run("lintian", "--allow-root", "--fail-on", "error,warning", self.deb)
+        self.assertEqual(found, "")
+
+    def test_copyright_says_that_the_owner_chooses_the_licence(self):
+        if (SOURCE / "LICENSE").exists():
+            self.skipTest("the owner has chosen")
+        self.unpacked()
+        text = (self.folder / f"usr/share/doc/{PROGRAM}/copyright").read_text()
+        self.assertIn("The owner of the bridge has not chosen a licence yet.", text)
+
+    def test_changelog_has_the_version_and_the_date_of_the_commit(self):
+        self.unpacked()
+        with gzip.open(self.folder / f"usr/share/doc/{PROGRAM}/changelog.gz", "rt") as file:
+            text = file.read()
+        self.assertTrue(text.startswith(f"{PROGRAM} ({VERSION}) "), text)
+        self.assertIn("  Tue, 14 Nov 2023 22:13:20 +0000\n", text)  # COMMIT_DATE
 
     def test_deb_carries_the_date_of_the_commit(self):
         self.unpacked()
         for path in self.folder.rglob("*"):
             self.assertEqual(path.stat().st_mtime, COMMIT_DATE, path)
 
-    def test_deb_is_roots_and_open_to_all(self):
+    def test_deb_belongs_to_root_and_is_readable_by_all(self):
         folder = self.temporary_folder()
         make_packages(SECOND, "-G", "DEB", "-B", folder, umask=0o077)
         entries = run("dpkg-deb", "--contents", *folder.glob("*.deb")).splitlines()
@@ -95,7 +120,7 @@ class PackagesTest(Case):
             {f"{mode} root/root" for mode in ("drwxr-xr-x", "-rwxr-xr-x", "-rw-r--r--")},
         )
 
-    def test_deb_says_what_it_is(self):
+    def test_deb_has_name_version_and_architecture(self):
         self.assertEqual(self.field("Package"), PROGRAM)
         self.assertEqual(self.field("Version"), VERSION)
         self.assertEqual(self.field("Architecture"), run("dpkg", "--print-architecture").strip())
@@ -106,7 +131,7 @@ class PackagesTest(Case):
         # Nothing that only building or testing it takes.
         self.assertFalse([name for name in needed if "dev" in name or "test" in name])
 
-    def test_archive_holds_one_folder(self):
+    def test_archive_contains_one_folder(self):
         with tarfile.open(self.archive) as archive:
             members = archive.getmembers()
         top = self.archive.name[: -len(".tar.gz")]
