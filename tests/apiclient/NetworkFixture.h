@@ -6,8 +6,10 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QScopedPointer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -21,8 +23,9 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
-        descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        works = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
+        descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+        works = fcntl(descriptor, F_SETFL, O_NONBLOCK) == 0
+            && bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
             && listen(descriptor, 5) == 0;
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + path);
     }

@@ -7,7 +7,6 @@
 #include <QUrl>
 #include <QtTest>
 
-#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -64,11 +63,10 @@ double asDouble(const QByteArray& json)
     static const QRegularExpression jsonNumber(
         QStringLiteral("\\A-?(0|[1-9][0-9]*)(\\.[0-9]+)?([eE][-+]?[0-9]+)?\\z"));
     const bool hasFraction = json.contains('.') || json.toLower().contains('e');
-    double number = std::numeric_limits<double>::quiet_NaN();
-    if (hasFraction && jsonNumber.match(QString::fromLatin1(json)).hasMatch()) {
-        std::from_chars(json.begin(), json.end(), number);
+    if (!hasFraction || !jsonNumber.match(QString::fromLatin1(json)).hasMatch()) {
+        return std::numeric_limits<double>::quiet_NaN();
     }
-    return number;
+    return json.toDouble();
 }
 
 quint64 bitsOf(double number)

@@ -95,7 +95,12 @@ Measured measuredSince(double startMilliseconds)
     const double milliseconds = usedMilliseconds() - startMilliseconds;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    return {milliseconds, double(usage.ru_maxrss) / 1024};
+#ifdef __APPLE__
+    constexpr double bytesPerUnit = 1; // getrusage() counts bytes on macOS, kilobytes on Linux
+#else
+    constexpr double bytesPerUnit = 1024;
+#endif
+    return {milliseconds, double(usage.ru_maxrss) * bytesPerUnit / 1048576};
 }
 
 /// A failed reply: its text is read as JSON and, where it is none, taken as the error.
