@@ -13,18 +13,23 @@ using OSType = std::uint32_t;
 using LSLaunchFlags = std::uint32_t;
 using CFIndex = long;
 
-struct OpaqueString;
-struct OpaqueUrl;
-struct OpaqueDictionary;
-struct OpaqueArray;
+// Qt declares the same types for macOS.
+struct __CFString;
+struct __CFURL;
+struct __CFDictionary;
+struct __CFArray;
 struct AppleEvent;
-using CFStringRef = const OpaqueString*;
-using CFURLRef = const OpaqueUrl*;
-using CFDictionaryRef = const OpaqueDictionary*;
-using CFArrayRef = const OpaqueArray*;
+using CFStringRef = const __CFString*;
+using CFURLRef = const __CFURL*;
+using CFDictionaryRef = const __CFDictionary*;
+using CFArrayRef = const __CFArray*;
 
-// Here a constant string is its characters.
+#ifdef __APPLE__
+#define CFSTR(text) (reinterpret_cast<CFStringRef>(__builtin___CFStringMakeConstantString(text)))
+#else
+// Without Apple's runtime a constant string is its characters.
 #define CFSTR(text) (reinterpret_cast<CFStringRef>("" text ""))
+#endif
 
 struct FSRef {
     UInt8 hidden[80];

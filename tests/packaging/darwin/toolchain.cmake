@@ -1,0 +1,13 @@
+# Compiles and links for macOS on Linux: clang and LLVM's tools with the SDK that sdk.py puts together.
+# In the environment: SDK, and LLVM, the folder of LLVM's programs.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_OSX_SYSROOT $ENV{SDK} CACHE PATH "")
+set(CMAKE_CXX_COMPILER $ENV{LLVM}/clang++)
+# Without a version: the oldest system is what CMakeLists.txt says.
+set(CMAKE_CXX_COMPILER_TARGET ${CMAKE_OSX_ARCHITECTURES}-apple-darwin)
+# Zig's copy of libc++ has no __config_site, which defines these.
+set(CMAKE_CXX_FLAGS_INIT "-Wunguarded-availability -stdlib=libc++ -D_LIBCPP_ABI_VERSION=1 -D_LIBCPP_ABI_NAMESPACE=__1")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld -stdlib=libc++")
+set(CMAKE_AR $ENV{LLVM}/llvm-ar)
+set(CMAKE_RANLIB $ENV{LLVM}/llvm-ranlib)
+set(CMAKE_INSTALL_NAME_TOOL $ENV{LLVM}/llvm-install-name-tool)
