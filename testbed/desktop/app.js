@@ -119,7 +119,7 @@ async function updateCitation(app, { fieldCode, formattedText }) {
     return {
         citationCluster: keep
             ? clusters.withManualText(cluster, formattedText)
-            : clusters.withoutManualText(cluster),
+            : clusters.withoutTexts(cluster),
     };
 }
 

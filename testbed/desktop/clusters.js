@@ -10,16 +10,19 @@ const { citationItemProblem } = require('./items');
 const { isObject, readJson } = require('./json');
 const { parseAnyText, plainText, writeMarkup } = require('./markup');
 
-const PREFIX = 'ADDIN CSL_CITATION';
+const PREFIX = /^ADDIN\s+CSL_CITATION/;
 const SCHEMA = 'https://github.com/citation-style-language/schema/raw/master/csl-citation.json';
 
 /** The cluster in a field code; an ApiError with a sentence when there is none to be read. */
 function readFieldCode(fieldCode) {
     const text = fieldCode.trim();
-    if (!text.startsWith(PREFIX)) {
-        throw unreadable(`it does not begin with "${PREFIX}"`);
+    const [prefix] = PREFIX.exec(text) || [];
+    if (prefix === undefined) {
+        throw unreadable('it does not begin with "ADDIN CSL_CITATION"');
     }
-    const cluster = readCluster(text.slice(PREFIX.length));
+    // What else precedes the JSON, such as a second space, is not checked.
+    const json = text.slice(prefix.length);
+    const cluster = readCluster(json.slice(Math.max(json.indexOf('{'), 0)));
     if (!isObject(cluster)) {
         throw unreadable('its JSON is not an object');
     }
@@ -153,4 +156,5 @@ module.exports = {
     isEdited,
     withManualText,
     withoutManualText,
+    withoutTexts,
 };

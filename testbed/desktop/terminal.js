@@ -1,79 +1,140 @@
 'use strict';
 
-// The dialogs asked on a terminal. An empty line, or the end of the input, cancels.
+// The dialogs on a terminal. An empty line, or the end of the input, cancels. A line that cannot be
+// understood is refused, and the question is asked again.
 
 const readline = require('node:readline');
 
 const { CHOOSE, EDIT, STYLE, UPDATE } = require('./dialogs');
 const { describeEntry } = require('./library');
+const { parseAnyText, plainText } = require('./markup');
 
-/** Dialogs for a person at the terminal; one at a time, the others wait. */
+const HEADINGS = {
+    [CHOOSE]: 'Choose a citation',
+    [EDIT]: 'Edit a citation',
+    [STYLE]: 'Choose a citation style',
+    [UPDATE]: 'A citation was edited by hand',
+};
+const DIALOGS = { [CHOOSE]: askWorks, [EDIT]: askEdit, [STYLE]: askStyle, [UPDATE]: askKeep };
+
+const LABELS = ['page', 'chapter', 'section', 'paragraph', 'part', 'verse', 'volume', 'issue',
+    'figure', 'table', 'line', 'note', 'book', 'column', 'folio', 'opus'];
+const LOCATOR = new RegExp(`^(?:(${LABELS.join('|')}) +)?(\\S*\\d\\S*(?: *[,&-] *\\S*\\d\\S*)*`
+    + '|[ivxlcdm]+(?:-[ivxlcdm]+)?)$', 'i');
+const TITLE_MARKUP = /<\/?(?:i|b|sub|sup|span)(?: [^<>]*)?>/g;
+
+/** Dialogs for a person at the terminal. Only one is open at a time; the others wait. */
 function terminalDialogs(app, input, output) {
-    const lines = readline.createInterface({ input })[Symbol.asyncIterator]();
-    const say = (text) => output.write(`${text}\n`);
-    const ask = async (question) => {
-        output.write(`${question} `);
-        const { value, done } = await lines.next();
-        return done ? '' : value.trim();
-    };
-    const questions = {
-        [CHOOSE]: () => askWorks(app, say, ask),
-        [EDIT]: ({ cluster }) => {
-            say('The citation holds:');
-            cluster.citationItems.forEach((item) => say(`  ${describeEntry(item)}`));
-            return askWorks(app, say, ask);
+    const nextLine = lineReader(input);
+    const terminal = {
+        say: (text) => output.write(`${text}\n`),
+        ask: (question) => {
+            output.write(`${question} `);
+            return nextLine();
         },
-        [STYLE]: () => askStyle(app, say, ask),
-        [UPDATE]: ({ text }) => askKeep(text, ask),
     };
     let turn = Promise.resolve();
     return {
         open(dialog, context) {
-            const answer = turn.then(() => questions[dialog](context));
+            const answer = turn.then(() => {
+                nextLine.discard();
+                terminal.say(`\n== ${HEADINGS[dialog]}`);
+                return DIALOGS[dialog](app, terminal, context);
+            });
             turn = answer.catch(() => {});
             return answer;
         },
     };
 }
 
-async function askWorks({ library }, say, ask) {
-    library.entries.forEach((entry, index) => say(`${index + 1}\t${describeEntry(entry)}`));
-    const answer = await ask('Numbers of the works to cite, separated by blanks (empty: cancel):');
-    const chosen = answer.split(/\s+/).filter((word) => word !== '')
-        .map((word) => library.entries[Number(word) - 1]);
-    if (chosen.length === 0 || chosen.includes(undefined)) {
-        return null;
+/** A function that resolves to the next line; to '' at the end of the input. `discard` drops the
+ *  lines typed so far, so that typing before a dialog opens does not answer it. */
+function lineReader(input) {
+    let lines = [];
+    let waiting = null;
+    let ended = false;
+    const serve = () => {
+        if (waiting && (lines.length > 0 || ended)) {
+            const resolve = waiting;
+            waiting = null;
+            resolve((lines.shift() ?? '').trim());
+        }
+    };
+    readline.createInterface({ input })
+        .on('line', (line) => { lines.push(line); serve(); })
+        .on('close', () => { ended = true; serve(); });
+    const next = () => new Promise((resolve) => { waiting = resolve; serve(); });
+    next.discard = () => { lines = []; };
+    return next;
+}
+
+/** Asks until `read` understands the answer; null if the answer is empty. */
+async function askUntil({ say, ask }, question, read, complaint) {
+    for (;;) {
+        const answer = await ask(question);
+        const value = answer === '' ? null : read(answer);
+        if (value !== undefined) {
+            return value;
+        }
+        say(complaint(answer));
     }
+}
+
+async function askEdit(app, terminal, { cluster }) {
+    terminal.say('The citation holds:');
+    cluster.citationItems.forEach((item) => terminal.say(`  ${described(item)}`));
+    return askWorks(app, terminal);
+}
+
+async function askWorks({ library }, terminal) {
+    library.entries.forEach((entry, index) => terminal.say(`${index + 1}\t${described(entry)}`));
+    const chosen = await askUntil(terminal,
+        'Numbers of the works to cite, separated by spaces (empty: cancel):',
+        (answer) => {
+            const entries = answer.split(/\s+/).map((word) => library.entries[Number(word) - 1]);
+            return entries.includes(undefined) ? undefined : entries;
+        },
+        () => `Please type numbers from 1 to ${library.entries.length}.`);
     const items = [];
-    for (const entry of chosen) {
-        const locator = await ask(`Where in "${describeEntry(entry)}", such as "12" or `
-            + '"chapter 3" (empty: nowhere in particular):');
-        items.push({ uuid: entry.uuid, ...readLocator(locator) });
+    for (const entry of chosen ?? []) {
+        items.push({ uuid: entry.uuid, ...await askLocator(terminal, entry) });
     }
-    return items;
+    return chosen && items;
 }
 
-function readLocator(text) {
-    const [, label = 'page', locator = ''] = /^([a-z]+ )?(.*)$/.exec(text);
-    return locator === '' ? {} : { label: label.trim(), locator };
+function askLocator(terminal, entry) {
+    return askUntil(terminal,
+        `Place in "${described(entry)}", such as "12" or "chapter 3" (empty: the whole work):`,
+        (answer) => {
+            const [, label = 'page', locator] = LOCATOR.exec(answer) || [];
+            return locator && { label: label.toLowerCase(), locator };
+        },
+        (answer) => `"${answer}" is not a place. Type a number, or one of these words and a number: `
+            + `${LABELS.join(', ')}.`);
 }
 
-async function askStyle(app, say, ask) {
+function askStyle(app, terminal) {
     const recent = app.recentStyles;
-    recent.forEach((id, index) => say(`${index + 1}\t${app.styles.find(id).title}`));
-    const answer = await ask('Number of a style, or the URL of another (empty: cancel):');
-    const id = recent[Number(answer) - 1] || answer;
-    if (id !== '' && !app.styles.find(id)) {
-        say(`The citation style "${id}" is not installed.`);
-        return null;
-    }
-    return id === '' ? null : id;
+    recent.forEach((id, index) => terminal.say(`${index + 1}\t${app.styles.find(id).title}`));
+    return askUntil(terminal, 'Number of a style, or the URL of another (empty: cancel):',
+        (answer) => {
+            const id = recent[Number(answer) - 1] || answer;
+            return app.styles.find(id) ? id : undefined;
+        },
+        (answer) => `"${answer}" is neither a number from 1 to ${recent.length} nor the URL of an `
+            + 'installed style.');
 }
 
-async function askKeep(text, ask) {
-    const answer = await ask(
-        `The citation now reads "${text}". Keep this text? (y, n; empty: cancel)`);
-    return { y: true, n: false }[answer.toLowerCase()] ?? null;
+function askKeep(app, terminal, { text }) {
+    return askUntil(terminal,
+        `The citation now reads "${plainText(parseAnyText(text))}". Keep this text? `
+            + '(y: keep, n: use the style\'s text, empty: cancel)',
+        (answer) => ({ y: true, yes: true, n: false, no: false })[answer.toLowerCase()],
+        () => 'Please type y or n.');
+}
+
+function described(entry) {
+    return describeEntry(entry).replace(TITLE_MARKUP, '');
 }
 
 module.exports = { terminalDialogs };

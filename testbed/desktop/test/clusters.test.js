@@ -15,6 +15,10 @@ const data = (more) => item({ itemData: { type: 'book', ...more } });
 const READABLE = [
     ['as the bridge writes it', fieldCode({ citationItems: [ITEM] })],
     ['with blanks around', ` ${fieldCode({ citationItems: [ITEM] })} `],
+    ['with two spaces in its name', fieldCode({ citationItems: [ITEM] }).replace(' ', '  ')],
+    ['with two spaces before its JSON', fieldCode({ citationItems: [ITEM] }).replace(' {', '  {')],
+    ['with a switch before its JSON',
+        fieldCode({ citationItems: [ITEM] }).replace(' {', ' \\* MERGEFORMAT {')],
     ['with numbers as texts of a work', data({ volume: 12, title: 1984 })],
     ['with keys that nobody knows', data({ custom: { a: [1] }, nothing: null })],
     ['with a literal name', data({ author: [{ literal: 'UNESCO' }] })],

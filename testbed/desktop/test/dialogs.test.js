@@ -187,10 +187,11 @@ async function openTerminal(t) {
     };
 }
 
-/** Types `lines` into the terminal and then ends its input. */
+/** Types `lines` into the terminal once a dialog is open, and then ends its input. */
 async function startTerminal(t, lines) {
     const terminal = await openTerminal(t);
-    terminal.input.end(lines.map((line) => `${line}\n`).join(''));
+    terminal.until('\n== ').then(
+        () => terminal.input.end(lines.map((line) => `${line}\n`).join('')));
     return terminal;
 }
 
@@ -217,13 +218,14 @@ test('a person edits a citation and sees what it holds', async (t) => {
 
 test('a person chooses a style by number or URL', async (t) => {
     const other = styleUrl('nature-genetics');
-    const api = await startTerminal(t, ['2', other]);
-    assert.strictEqual((await api.post(STYLE, styleRequest)).body.citationStyleUrl,
-        styleUrl('ieee'));
-    assert.strictEqual((await api.post(STYLE, styleRequest)).body.citationStyleUrl, other);
+    for (const [typed, chosen] of [['2', styleUrl('ieee')], [other, other]]) {
+        const api = await startTerminal(t, [typed]);
+        assert.strictEqual((await api.post(STYLE, styleRequest)).body.citationStyleUrl, chosen);
+    }
 });
 
-for (const [typed, manual] of [['y', 'Kuhn!'], ['Y', 'Kuhn!'], ['n', undefined], ['', undefined]]) {
+for (const [typed, manual] of [['y', 'Kuhn!'], ['Y', 'Kuhn!'], ['yes', 'Kuhn!'], ['n', undefined],
+    ['', undefined]]) {
     test(`a person answers "${typed}" to whether an edit is kept`, async (t) => {
         const api = await startTerminal(t, [typed]);
         const { citationCluster } = (await api.post(UPDATE, updateRequest)).body;
@@ -234,12 +236,8 @@ for (const [typed, manual] of [['y', 'Kuhn!'], ['Y', 'Kuhn!'], ['n', undefined],
 const TYPED_CANCELS = [
     ['an empty line', CHOOSE, {}, [''], CANCELLED],
     ['the end of the input', CHOOSE, {}, [], CANCELLED],
-    ['a number too large', CHOOSE, {}, ['1 999'], CANCELLED],
-    ['a number too small', CHOOSE, {}, ['0'], CANCELLED],
-    ['a word', CHOOSE, {}, ['Kuhn'], CANCELLED],
     ['an empty line in the editor', EDIT, editRequest, [''], CANCELLED],
     ['an empty line for the style', STYLE, styleRequest, [''], {}],
-    ['an unknown style', STYLE, styleRequest, ['no-such-style'], {}],
 ];
 for (const [name, url, request, lines, expected] of TYPED_CANCELS) {
     test(`${name} on the terminal cancels`, async (t) => {
@@ -249,6 +247,70 @@ for (const [name, url, request, lines, expected] of TYPED_CANCELS) {
         assert.deepStrictEqual(body, expected);
     });
 }
+
+const ASKED_AGAIN = [
+    ['a number too large', CHOOSE, {}, '1 999', 'Please type numbers from 1 to'],
+    ['a number too small', CHOOSE, {}, '0', 'Please type numbers from 1 to'],
+    ['a word for a number', CHOOSE, {}, 'Kuhn', 'Please type numbers from 1 to'],
+    ['an unknown style', STYLE, styleRequest, 'no-such-style', '"no-such-style" is neither'],
+    ['a word for y or n', UPDATE, updateRequest, 'maybe', 'Please type y or n.'],
+];
+for (const [name, url, request, wrong, complaint] of ASKED_AGAIN) {
+    test(`${name} on the terminal is asked for again`, async (t) => {
+        const api = await startTerminal(t, [wrong]);
+        assert.strictEqual((await api.post(url, request)).status, 200);
+        assert.strictEqual(api.printed().split(complaint).length, 2, api.printed());
+        const questions = api.printed().match(/empty: cancel\)/g);
+        assert.strictEqual(questions.length, 2, api.printed());
+    });
+}
+
+for (const [typed, expected] of [['12', ['page', '12']], ['chapter 3', ['chapter', '3']],
+    ['Chapter 3', ['chapter', '3']], ['xiv-xvi', ['page', 'xiv-xvi']], ['12, 14', ['page', '12, 14']],
+    ['12-14', ['page', '12-14']], ['somewhere', null], ['chap 3', null], ['chapter', null]]) {
+    test(`the place "${typed}" is ${expected ? 'understood' : 'refused'}`, async (t) => {
+        const api = await startTerminal(t, ['1', typed, '']);
+        const [item] = (await api.post(CHOOSE, {})).body.citationCluster.citationItems;
+        assert.deepStrictEqual([item.label, item.locator], expected || [undefined, undefined]);
+        assert.strictEqual(api.printed().includes('is not a place'), !expected);
+    });
+}
+
+test('lines typed before a dialog opens do not answer it', async (t) => {
+    const api = await openTerminal(t);
+    api.input.write('1\n\n');
+    await api.get('/userUuid');
+    const chosen = api.post(CHOOSE, {});
+    await api.until('Numbers of the works');
+    api.input.write('\n');
+    assert.deepStrictEqual((await chosen).body, CANCELLED);
+});
+
+test('each dialog on the terminal has its heading', async (t) => {
+    for (const [url, request, heading] of [[CHOOSE, {}, 'Choose a citation'],
+        [EDIT, editRequest, 'Edit a citation'], [STYLE, styleRequest, 'Choose a citation style'],
+        [UPDATE, updateRequest, 'A citation was edited by hand']]) {
+        const api = await startTerminal(t, ['']);
+        await api.post(url, request);
+        assert.ok(api.printed().startsWith(`\n== ${heading}\n`), api.printed());
+    }
+});
+
+test('titles and texts on the terminal show no markup', async (t) => {
+    const api = await startTerminal(t, ['']);
+    await api.post(CHOOSE, {});
+    assert.match(api.printed(), /Kroto/);
+    assert.doesNotMatch(api.printed(), /<[a-z/]/);
+    const other = await startTerminal(t, ['']);
+    await other.post(UPDATE, { ...updateRequest, formattedText: '<i>Kuhn</i> &amp; Co.' });
+    assert.match(other.printed(), /now reads "Kuhn & Co\."/);
+});
+
+test('a text that is not kept leaves no record of any text', async (t) => {
+    const api = await startApi(t, { answers: [{ dialog: 'updateCitation', keep: false }] });
+    const { body } = await api.post(UPDATE, { fieldCode: fieldCode(kuhn), formattedText: 'Kuhn!' });
+    assert.deepStrictEqual(body.citationCluster.tessaron, { own: 1 });
+});
 
 test('dialogs on the terminal wait for each other', async (t) => {
     const api = await openTerminal(t);
