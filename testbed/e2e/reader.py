@@ -112,7 +112,12 @@ def marks(run):
 
 
 def citations(path):
-    """The citations of a document in its order, notes where they are referred to; none nested."""
+    """The citations in the document's order that contain no other field and are in none."""
+    return [field for field in all_citations(path) if not field.inner and field.outer is None]
+
+
+def all_citations(path):
+    """All citations of a document in its order; a note counts where it is referred to."""
     roots = trees(path)
     notes = {
         (kind, note.get(W + "id")): [f for f in fields(note)]
@@ -126,7 +131,7 @@ def citations(path):
         for node in roots[""].iter(f"{W}{kind}Reference"):
             places[node] = notes[kind, node.get(W + "id")]
     ordered = [f for node in roots[""].iter() for f in places.get(node, [])]
-    return [f for f in ordered if f.kind == "CSL_CITATION" and not f.inner and f.outer is None]
+    return [f for f in ordered if f.kind == "CSL_CITATION"]
 
 
 def bibliography(path):

@@ -74,7 +74,7 @@ class Runs(unittest.TestCase):
             with self.subTest(name):
                 self.assertEqual(runs.pieces_of_markup(markup), pieces(texts))
 
-    def test_markup_of_what_was_read_says_the_same(self):
+    def test_markup_of_pieces_parses_to_the_same_pieces(self):
         for name, (_, texts) in MARKUP.items():
             with self.subTest(name):
                 markup = runs.markup_of_pieces(pieces(texts))
@@ -94,9 +94,9 @@ class Runs(unittest.TestCase):
         for mark in runs.PROPERTIES:
             with self.subTest(mark):
                 (run,) = runs.runs_of_pieces([("a", frozenset({mark}))], None)
-                self.assertEqual(runs.marks_of(run, None), frozenset({mark}))
+                self.assertEqual(runs.marks_of_properties(run[0]), frozenset({mark}))
 
-    def test_properties_stand_in_the_order_of_the_standard(self):
+    def test_properties_are_in_the_order_of_the_standard(self):
         base = element(
             "<w:r><w:rPr><w:rStyle w:val='x'/><w:color w:val='FF0000'/><w:lang w:val='el'/>"
             "<w:rPrChange w:id='1'/></w:rPr></w:r>"
@@ -121,10 +121,32 @@ class Runs(unittest.TestCase):
         for properties, marks in table.items():
             with self.subTest(properties):
                 run = element(f"<w:r><w:rPr>{properties}</w:rPr></w:r>")
-                self.assertEqual(runs.marks_of(run, None), marks)
-                self.assertEqual(runs.marks_of(run, run[0]), frozenset())
-                cleared = runs.without_marks(run[0])
-                self.assertEqual(runs.marks_of_properties(cleared), frozenset())
+                self.assertEqual(runs.marks_of_properties(run[0]), marks)
+                self.assertEqual(runs.marks_of_properties(runs.look(run[0], None)), frozenset())
+                self.assertEqual(runs.marks_of_properties(runs.look(None, run[0])), marks)
+
+    def test_a_field_keeps_what_it_switches_off(self):
+        whole = element("<w:r><w:rPr><w:i w:val='0'/><w:iCs w:val='0'/></w:rPr></w:r>")[0]
+        found = runs.look(None, whole)
+        self.assertEqual([e.get(W + "val") for e in found], ["0", "0"])
+        marked = runs.marked(found, frozenset({"i"}))
+        self.assertEqual(runs.marks_of_properties(marked), {"i"})
+
+    def test_marks_of_the_field_and_of_the_text_combine(self):
+        everything = frozenset({"i", "b", "sup", "sc"})
+        table = (
+            ({"i"}, {"i"}, {"i"}, set()),
+            ({"i"}, {"b"}, {"i", "b"}, {"b"}),
+            ({"sup"}, {"sub"}, {"sub"}, {"sub"}),
+            ({"sup"}, set(), {"sup"}, set()),
+            (everything, {"i", "sub"}, {"i", "b", "sub", "sc"}, {"sub"}),
+        )
+        for field, text, seen, expressible in table:
+            with self.subTest(field=field, text=text):
+                pieces = [("a", frozenset(text))]
+                over = runs.over(frozenset(field), pieces)
+                self.assertEqual(over, [("a", seen)])
+                self.assertEqual(runs.without(frozenset(field), over), [("a", expressible)])
 
 
 if __name__ == "__main__":

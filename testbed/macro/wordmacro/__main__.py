@@ -1,61 +1,121 @@
-"""The command line of the macro stand-in."""
+"""The command line of the macro's stand-in."""
 
 import argparse
 import os
 import re
 import signal
 import sys
+from pathlib import Path
 
-from . import commands, exchange
+from . import commands, console, exchange
 from .document import Document
 from .failure import Failure
+from .package import check_target
 
 CONTROLS = re.compile("[\x00-\x1f\x7f\ud800-\udfff\\\\]")
 SHORT = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
+STOPS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
-def main():
-    # When nobody reads its output any more, as behind "| head", it ends without a word.
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
-    options = _parser().parse_args()
-    for stream in (sys.stdout, sys.stderr):
-        stream.reconfigure(encoding="utf-8", errors="backslashreplace")
+class Stopped(BaseException):
+    """A signal ended the program. As an exception it removes temporary files on its way."""
+
+
+def main(arguments=None):
+    console.set_up()
+    options = _parser().parse_args(arguments)
     try:
-        print(options.action(options))
-    except KeyboardInterrupt:
-        return 130
+        _stop_on_signals()
+        return options.action(options)
+    except Stopped as stopped:
+        console.tell("macro: Interrupted.")
+        return 128 + stopped.args[0]
     except Failure as failure:
-        print(f"macro: {failure}", file=sys.stderr)
+        console.tell(f"macro: {failure}")
         return 1
-    return 0
+
+
+def _stop_on_signals():
+    def stop(number, _):
+        for name in STOPS:
+            signal.signal(name, signal.SIG_IGN)
+        raise Stopped(number)
+
+    for name in STOPS:
+        if signal.getsignal(name) != signal.SIG_IGN:  # which nohup and background jobs set
+            signal.signal(name, stop)
 
 
 def _run(options):
-    answer = exchange.run(options.bridge, options.command, options.argument, options.folder)
-    sys.stderr.write(answer.warnings)
+    arguments = [_decoded(argument) for argument in options.argument]
+    answer = exchange.run(options.bridge, options.command, arguments, options.folder)
+    console.tell(answer.said)
+    if options.results is not None:
+        return _write_results(Path(options.results), answer.results)
     lines = (CONTROLS.sub(_visible, text) for text in answer.results)
-    return "\n".join(f"{number}: {line}" for number, line in enumerate(lines, 1))
+    return _print("\n".join(f"{number}: {line}" for number, line in enumerate(lines, 1)))
+
+
+def _decoded(argument):
+    """An argument from the command line, halves of surrogate pairs included."""
+    try:
+        return os.fsencode(argument).decode("utf-8", "surrogatepass")
+    except UnicodeError:
+        raise Failure("An argument is not UTF-8.")
 
 
 def _visible(found):
     return SHORT.get(found.group(), f"\\u{ord(found.group()):04x}")
 
 
+def _write_results(folder, results):
+    """One file for each result, called 1, 2 and so on. Removes what an earlier run left after them."""
+    try:
+        folder.mkdir(exist_ok=True)
+        for number, text in enumerate(results, 1):
+            (folder / str(number)).write_bytes(text.encode("utf-8", "surrogatepass"))
+        surplus = len(results) + 1
+        while (folder / str(surplus)).is_file():
+            (folder / str(surplus)).unlink()
+            surplus += 1
+    except (OSError, ValueError) as error:
+        reason = getattr(error, "strerror", None) or error
+        raise Failure(f"The results cannot be written to {folder}: {reason}.")
+    return 0
+
+
+def _print(text):
+    """Prints what an action is for. A pipe without a reader ends the program silently."""
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    if console.write(sys.stdout, text):
+        return 0
+    raise Failure("Standard output is closed or full.")
+
+
 def _list(options):
-    return commands.list_citations(Document(options.input))
+    return _print(commands.list_citations(Document(options.input)))
 
 
 def _change(options):
-    """One citation, then the whole document where a style is named; one write at the end."""
+    """Changes one citation, then formats the document if a style is given; writes once, at the end.
+    The exit status is about the document, also if nobody reads what is printed."""
+    check_target(options.output)
     document = Document(options.input)
+    if document.package.is_signed and not options.drop_signature:
+        raise Failure(
+            f"{options.input} has a digital signature, which no longer holds once the document is "
+            "changed. Nothing was written. With --drop-signature it is removed."
+        )
     said = []
+    choices = commands.Choices(options.discard_edits, options.skip_unreadable)
     if options.command:
         details = (getattr(options, detail) for detail in options.details)
-        said.append(options.command(options.bridge, document, *details))
+        said.append(options.command(options.bridge, document, choices, *details))
     if options.style is not None:
-        said.append(commands.format_document(options.bridge, document, options.style))
+        said.append(commands.format_document(options.bridge, document, options.style, choices))
     document.package.save(options.output)
-    return " ".join([*said, f"Written to {options.output}."])
+    console.write(sys.stdout, " ".join([*said, f"Written to {options.output}."]))
+    return 0
 
 
 # Name, what it does to one citation, the citation numbers that it takes, the help.
@@ -67,17 +127,24 @@ CHANGES = (
     ("undo", commands.undo, ("number",), "the text edited by hand of one citation"),
 )
 
+FLAGS = (
+    ("--discard-edits", "replace texts edited by hand that are not recorded"),
+    ("--skip-unreadable", "format without the citations that cannot be read"),
+    ("--drop-signature", "remove the digital signature of a signed document"),
+)
+
 
 def _parser():
     parser = argparse.ArgumentParser(prog="macro", description=__doc__)
     parser.add_argument(
         "--bridge",
         default=os.environ.get("BRIDGE", "tessaron-word-bridge"),
-        help="the bridge's executable (else $BRIDGE, else looked up on the path)",
+        help="the bridge's executable (default: $BRIDGE, otherwise looked up on the path)",
     )
     actions = parser.add_subparsers(required=True, metavar="ACTION")
     run = actions.add_parser("run", help="one command of the bridge, its results numbered")
-    run.add_argument("--folder", help="the exchange folder (else one of its own, then removed)")
+    run.add_argument("--folder", help="the exchange folder (default: a temporary one)")
+    run.add_argument("--results", metavar="FOLDER", help="write each result to a file, unchanged")
     run.add_argument("command")
     run.add_argument("argument", nargs=argparse.REMAINDER)
     run.set_defaults(action=_run)
@@ -98,8 +165,10 @@ def _add_change(actions, name, command, numbers, text):
     details = numbers
     if command is commands.insert:
         details = ("uuid", "bookmark")
-        parser.add_argument("--uuid", help="the work to cite (else chosen in the dialog)")
-        parser.add_argument("--bookmark", help="where to insert it")
+        parser.add_argument("--uuid", help="the work to cite (default: chosen in the dialog)")
+        parser.add_argument("--bookmark", help="the place for it")
+    for flag, meaning in FLAGS:
+        parser.add_argument(flag, action="store_true", help=meaning)
     parser.add_argument(
         "--style", required=command is None, help="the style to format the document in"
     )

@@ -22,7 +22,7 @@ def entries_of(text):
 
 
 def create(body):
-    """A field at the end of the body, before the last section's properties."""
+    """A field at the end of the body, before the properties of the last section."""
     paragraph = etree.Element(W + "p", nsmap=body.nsmap)
     paragraph.extend(rewrite.new_field(CODE))
     section = body.find(W + "sectPr")
@@ -34,34 +34,47 @@ def create(body):
 
 
 def fill(field, entries):
-    """Writes the entries; the answer is why the field was left as it was, or empty."""
-    entries = [runs.shown(pieces) for pieces in entries]
-    if field.problem:
-        return field.problem
+    """Writes the entries into a field and its copies. Returns the reason if none was written."""
+    copies = [field, *field.twins]
+    problem = next((found for found in map(_problem, copies) if found), "")
+    if not problem:
+        for copy_of_it in copies:
+            _fill(copy_of_it, [runs.shown(pieces) for pieces in entries])
+    return problem
+
+
+def _problem(field):
+    return field.problem or ("" if _paragraphs(field) else ODD_PLACE)
+
+
+def _fill(field, entries):
     if field.simple is not None:
         _make_complex(field)
     paragraphs = _paragraphs(field)
-    if paragraphs is None:
-        return ODD_PLACE
-    if _entries_now(field, paragraphs) == entries:
-        return ""
+    if _entries_now(field, paragraphs) == [runs.over(field.marks, entry) for entry in entries]:
+        return
     look = field.look
     start = rewrite.opened(field)
     field.end = rewrite.split_before(field.end)
     for node in field.texts:
         rewrite.remove(node)
-    tail = [node for p in paragraphs[1:-1] for node in p if node.tag in MARKERS]
+    tail = [node for p in paragraphs[1:-1] for node in p if _is_marker(node)]
     tail += _tail(field, paragraphs)
     blocks = _blocks(paragraphs, len(entries))
     rewrite.insert_after(start, runs.runs_of_pieces(entries[0], look))
     for block, pieces in zip(blocks[1:], entries[1:]):
         block.extend(runs.runs_of_pieces(pieces, look))
     blocks[-1].extend(tail)
-    return ""
+
+
+def _is_marker(node):
+    return node.tag in MARKERS or node.tag == W + "r" and node.find(fields.COMMENT) is not None
 
 
 def _paragraphs(field):
-    """The field's paragraphs, or None where something else stands between or around its runs."""
+    """The field's paragraphs; None if anything else is between its runs or contains them."""
+    if field.simple is not None:
+        return [field.simple.getparent()] if field.simple.getparent().tag == W + "p" else None
     first, last = fields.paragraph(field.begin), fields.paragraph(field.end)
     marks = [m for m in (field.begin, field.separate, field.end) if m is not None]
     if any(mark.getparent().getparent().tag != W + "p" for mark in marks):
@@ -86,15 +99,15 @@ def _entries_now(field, paragraphs):
 
 
 def _tail(field, paragraphs):
-    """What follows the field's text: the rest of its last paragraph, cut off to be moved."""
+    """What follows the field's text: the rest of its last paragraph, which moves to the new one."""
     end = field.end.getparent()
-    before = [n for n in end.itersiblings(preceding=True) if n.tag in MARKERS]
+    before = [n for n in end.itersiblings(preceding=True) if _is_marker(n)]
     kept = before[::-1] if len(paragraphs) > 1 else []
     return kept + [end, *end.itersiblings()]
 
 
 def _blocks(paragraphs, count):
-    """As many paragraphs as entries: the first as it is, the others empty and in its style."""
+    """As many paragraphs as entries: the first as it is, then empty ones that look like it."""
     first, last = paragraphs[0], paragraphs[-1]
     section = last.find(f"{W}pPr/{W}sectPr")
     for paragraph in paragraphs[1:]:

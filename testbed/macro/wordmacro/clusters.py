@@ -1,20 +1,21 @@
-"""What the macro itself looks at inside a field code: that it is whole, and its recorded text."""
+"""What the macro reads inside a field code: whether it holds a citation, and the recorded text."""
 
 import json
+import re
 
 from . import runs
 from .fields import CITATION
 
+NUMBER = re.compile(r'"(?:[^"\\]|\\.)*"|(-?\d+(?:\.\d+)?[eE][+-]?\d+|-?\d{300,}(?:\.\d+)?)')
+
 
 def cluster(code):
-    """The citation cluster of a field code, or None where its JSON is not an object."""
-    prefix = CITATION.match(code)
-    if not prefix:
+    """The JSON object in a citation's field code, from the first brace; None if there is none."""
+    start = code.find("{")
+    if not CITATION.match(code) or start < 0:
         return None
     try:
-        value = json.loads(
-            code[prefix.end() :], strict=False, parse_int=str, parse_constant=_refuse
-        )
+        value = json.loads(code[start:], strict=False, parse_int=str, parse_constant=_refuse)
     except (ValueError, RecursionError):
         return None
     return value if isinstance(value, dict) else None
@@ -24,23 +25,49 @@ def _refuse(constant):
     raise ValueError(constant)
 
 
+def has_works(code):
+    items = (cluster(code) or {}).get("citationItems")
+    return isinstance(items, list) and len(items) > 0
+
+
+def too_large_number(code):
+    """A number in a field code that exceeds the range of a double; empty if there is none."""
+    numbers = (found.group(1) for found in NUMBER.finditer(code) if found.group(1))
+    return next((n for n in numbers if abs(float(n)) == float("inf")), "")
+
+
 def recorded_text(code):
-    """The markup that the application last gave for this citation; None where there is none."""
-    tessaron = (cluster(code) or {}).get("tessaron")
-    tessaron = tessaron if isinstance(tessaron, dict) else {}
-    texts = [tessaron.get(key) for key in ("manualFormatting", "previouslyFormattedCitation")]
+    """The markup that the application last recorded for this citation, or None."""
+    record = _record(code)
+    texts = [record.get(key) for key in ("manualFormatting", "previouslyFormattedCitation")]
     return next((text for text in texts if isinstance(text, str)), None)
 
 
-def current_text(field):
-    """The markup of a citation as it reads now: the recorded text where that is what is shown,
-    because runs cannot hold every character of it."""
-    recorded, pieces = recorded_text(field.code), field.pieces()
-    if recorded is not None and runs.shown(runs.pieces_of_markup(recorded)) == pieces:
-        return recorded
-    return runs.markup_of_pieces(pieces)
+def has_manual_text(code):
+    return isinstance(_record(code).get("manualFormatting"), str)
+
+
+def _record(code):
+    record = (cluster(code) or {}).get("tessaron")
+    return record if isinstance(record, dict) else {}
+
+
+def shows(field, markup):
+    """Whether the document shows this text, as far as markup can express what it shows."""
+    expected = runs.over(field.marks, runs.shown(runs.pieces_of_markup(markup)))
+    return runs.without(field.marks, expected) == runs.without(field.marks, field.pieces())
 
 
 def is_edited(field):
+    """Whether the document shows another text than the recorded one."""
     recorded = recorded_text(field.code)
-    return recorded is not None and current_text(field) != recorded
+    return recorded is not None and not shows(field, recorded)
+
+
+def current_text(field):
+    """The markup of a citation as it reads now. The recorded text is returned as it was recorded if
+    it is what the document shows, because runs cannot hold every character of it."""
+    recorded = recorded_text(field.code)
+    if recorded is not None and (field.problem or shows(field, recorded)):
+        return recorded
+    return runs.markup_of_pieces(runs.without(field.marks, field.pieces()))

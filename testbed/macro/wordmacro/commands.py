@@ -1,27 +1,52 @@
 """What the macro does with a document: format all of it, or change one citation."""
 
-from . import clusters, exchange, rewrite, runs
-from .document import quoted
+from typing import NamedTuple
+
+from . import bibliography, clusters, exchange, rewrite, runs
+from .document import quoted, warn
 from .failure import Failure
 
 UNCHANGED = "Nothing was written."
+NOT_RUNNING = (
+    'Tessaron Desktop does not answer; it can be started with "macro run launchTessaron".'
+)
+WITHOUT_IT = (
+    "in a numeric style the numbers do not count it, and a work that is cited nowhere else is "
+    "missing from the bibliography."
+)
 
 
-def format_document(bridge, document, style):
-    """One batch over all citations. Returns the sentence that says what was done."""
-    if not document.citations:
-        raise Failure(f"{document.path} holds no citations that can be formatted. {UNCHANGED}")
-    for number, field in enumerate(document.citations):
-        _keep_edit(bridge, document, number, field)
-    submitted = [t for f in document.citations for t in (f.code, clusters.current_text(f))]
-    answer = exchange.run(bridge, "formatCitationsAndBibliography", [style, *submitted])
-    style, bibliography, citations = _batch(bridge, document, style, answer)
-    for field, (code, text, _, _) in zip(document.citations, citations):
-        rewrite.set_everywhere(field, code, runs.pieces_of_markup(text))
-    entries = document.fill_bibliography(bibliography)
+class Choices(NamedTuple):
+    """What the person at the terminal allows explicitly."""
+
+    discard_edits: bool = False
+    skip_unreadable: bool = False
+
+
+class Batch(NamedTuple):
+    style: str
+    entries: list  # of the bibliography, each as pieces
+    codes: list
+    texts: list  # as pieces
+
+
+def format_document(bridge, document, style, choices=Choices()):
+    """Formats all citations in one batch. Returns the sentence that says what was done."""
+    if not document.all_citations:
+        raise Failure(f"{document.path} holds no citations. {UNCHANGED}")
+    citations = _readable(document, choices)
+    if not choices.discard_edits:
+        for field in (f for f in citations if not f.problem):
+            _record_edit(bridge, document, field)
+    citations, batch = _formatted(bridge, document, citations, style, choices)
+    answers = zip(citations, batch.codes, batch.texts)
+    written = [answer for answer in answers if not answer[0].problem]
+    for field, code, text in written:
+        rewrite.set_everywhere(field, code, text)
+    document.fill_bibliography(batch.entries)
     return (
-        f"Formatted {_count(len(citations), 'citation', 'citations')} and a bibliography of "
-        f"{_count(len(entries), 'entry', 'entries')} in the style {style}."
+        f"Formatted {_count(len(written), 'citation', 'citations')} and a bibliography of "
+        f"{_count(len(batch.entries), 'entry', 'entries')} in the style {batch.style}."
     )
 
 
@@ -29,64 +54,171 @@ def _count(number, one, many):
     return f"{number} {one if number == 1 else many}"
 
 
-def _keep_edit(bridge, document, index, field):
-    """A text edited by hand is recorded in the citation before the batch could replace it."""
-    if clusters.is_edited(field):
-        text = clusters.current_text(field)
-        command = "checkManualFormatAndGetFieldCode"
-        code = _one(bridge, command, [field.code, text], document.named(index))
-        rewrite.set_everywhere(field, code, None)
+def _readable(document, choices):
+    """The citations whose field codes can be sent. One that cannot be written is sent all the same,
+    because it counts in numeric styles and its works are in the bibliography."""
+    unreadable = [f for f in document.left if clusters.cluster(f.code) is None]
+    if choices.skip_unreadable:
+        unreadable = [f for f in document.all_citations if clusters.cluster(f.code) is None]
+    for field in unreadable:
+        if not choices.skip_unreadable:
+            raise Failure(
+                f"The field code of the citation {quoted(field)} cannot be read, because "
+                f"{field.problem}. {UNCHANGED} {_advice()}"
+            )
+        _warn_of_skipped(field)
+    readable = [field for field in document.all_citations if field not in unreadable]
+    if not readable:
+        raise Failure(f"{document.path} holds no citation that can be read. {UNCHANGED}")
+    return readable
 
 
-def _batch(bridge, document, style, answer):
-    results, count = answer.results, len(document.citations)
+def _advice():
+    return f"With --skip-unreadable the others are formatted without it: {WITHOUT_IT}"
+
+
+def _warn_of_skipped(field):
+    warn(f"The citation {quoted(field)} cannot be read and is skipped: {WITHOUT_IT}")
+
+
+def _record_edit(bridge, document, field):
+    """Lets the application record a text edited by hand, which the batch would otherwise replace.
+    The edit is settled when the new code records the edited text, or, because the person gave the
+    edit up, no text. A failed command and a cancelled dialog give the old record back."""
+    if not clusters.is_edited(field):
+        return
+    name = document.named(field)
+    arguments = [field.code, clusters.current_text(field)]
+    answer = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments)
+    code = _checked(answer.results[0], name)
+    recorded = clusters.recorded_text(code)
+    if recorded is not None and not clusters.shows(field, recorded):
+        _check_running(bridge)
+        raise Failure(
+            f"The text edited by hand of {name}, was not recorded: Tessaron Desktop failed, or its "
+            f"dialog was cancelled. {UNCHANGED} With --discard-edits such texts are replaced."
+        )
+    rewrite.set_everywhere(field, code, None)
+
+
+def _check_running(bridge):
+    if exchange.run(bridge, "isTessaronRunning", []).results != ["true"]:
+        raise Failure(f"{NOT_RUNNING} {UNCHANGED}")
+
+
+def _formatted(bridge, document, citations, style, choices):
+    """The batch, and the citations in it: with `skip_unreadable`, those not rejected."""
+    while True:
+        sent = [text for f in citations for text in (f.code, clusters.current_text(f))]
+        answer = exchange.run(bridge, "formatCitationsAndBibliography", [style, *sent])
+        rejected = _rejected(answer.results, citations)
+        if rejected is None:
+            return citations, _batch(bridge, document, citations, style, answer, choices)
+        if not choices.skip_unreadable or len(citations) == 1:
+            advice = "" if choices.skip_unreadable else f" {_advice()}"
+            name = document.named(rejected)
+            raise Failure(f"Tessaron Desktop rejected {name}. {UNCHANGED}{advice}")
+        _warn_of_skipped(rejected)
+        citations = [field for field in citations if field is not rejected]
+
+
+def _rejected(results, citations):
+    if results[0] == "false" and len(results) == 2 and results[1].isdecimal():
+        if int(results[1]) < len(citations):
+            return citations[int(results[1])]
+    return None
+
+
+def _batch(bridge, document, citations, style, answer, choices):
+    results = answer.results
     if results[0] == "false" and len(results) == 2:
-        raise Failure(_refusal(bridge, document, style, results[1], answer.warnings))
-    if results[0] != "true" or len(results) != 3 + 4 * count:
-        raise Failure(f"The bridge answered with {len(results)} lines. {UNCHANGED}")
-    citations = [tuple(results[i : i + 4]) for i in range(3, len(results), 4)]
-    for index, (code, *_) in enumerate(citations):
-        _checked(code, document.named(index))
-    return results[1], results[2], citations
+        raise Failure(_reason(bridge, document, citations, style, answer.said))
+    expected = 3 + 4 * len(citations)
+    if results[0] != "true" or len(results) != expected:
+        raise Failure(
+            f"The answer for the batch has {len(results)} texts in place of {expected}. A text in "
+            f"it may hold U+0001, which separates the texts. {UNCHANGED}"
+        )
+    batch = Batch(
+        results[1],
+        bibliography.entries_of(results[2]),
+        results[3::4],
+        [runs.pieces_of_markup(text) for text in results[4::4]],
+    )
+    _check_batch(document, citations, batch, choices)
+    return batch
 
 
-def _refusal(bridge, document, style, index, warnings):
-    if index.isdecimal() and int(index) < len(document.citations):
-        name = document.named(int(index))
-        return f"Tessaron Desktop rejected {name}. {UNCHANGED}"
-    said = " ".join(warnings.split())
+def _check_batch(document, citations, batch, choices):
+    """A batch counts as successful although it holds no style or no text; neither may replace
+    what the document has."""
+    if not batch.style:
+        raise Failure(f"The answer names no style. {UNCHANGED}")
+    if not any(runs.plain(entry).strip() for entry in batch.entries):
+        raise Failure(f"The bibliography in the answer is empty. {UNCHANGED}")
+    for field, code, text in zip(citations, batch.codes, batch.texts):
+        if not clusters.has_works(code):
+            raise _no_citation(document.named(field))
+        if not runs.plain(text).strip():
+            name = document.named(field)
+            raise Failure(f"The text in the answer for {name}, is empty. {UNCHANGED}")
+        if not choices.discard_edits and _would_lose_edit(field, text):
+            raise Failure(
+                f"The answer would replace the text edited by hand of {name}. {UNCHANGED} "
+                "With --discard-edits it is replaced."
+            )
+
+
+def _would_lose_edit(field, text):
+    """Whether a recorded edit that the document shows would get another text."""
+    is_shown = clusters.has_manual_text(field.code) and not clusters.is_edited(field)
+    return is_shown and not field.problem and not clusters.shows(field, runs.markup_of_pieces(text))
+
+
+def _reason(bridge, document, citations, style, said):
+    for field in citations:
+        number = clusters.too_large_number(field.code)
+        if number:
+            return (
+                f"The field code of {document.named(field)}, holds the number {number[:30]}, which "
+                f"exceeds the range of a double. The bridge cannot read it in an answer. {UNCHANGED}"
+            )
+    if "received 0 formatted citations" in said:
+        return (
+            f"Tessaron Desktop's answer could not be used: {said} The answer was cut off, is not "
+            f"JSON, or holds a number that exceeds the range of a double. {UNCHANGED}"
+        )
     if said:
         return f"Tessaron Desktop's answer could not be used: {said} {UNCHANGED}"
-    if exchange.run(bridge, "isTessaronRunning", []).results != ["true"]:
-        return (
-            f"Tessaron Desktop does not answer; it can be started with "
-            f'"macro run launchTessaron". {UNCHANGED}'
-        )
+    _check_running(bridge)
     return (
         f"Tessaron Desktop did not format the document: it refused the style {style}, "
-        f"or broke off. {UNCHANGED}"
+        f"or failed. {UNCHANGED}"
     )
 
 
-def _one(bridge, command, arguments, name):
-    return _checked(exchange.run(bridge, command, arguments).results[0], name)
-
-
 def _checked(code, name):
-    """A cut or strange reply gives a field code of "null"; it must not reach the document."""
-    if clusters.cluster(code) is None:
-        raise Failure(f"The answer for {name} holds no citation. {UNCHANGED}")
+    """An answer that was cut off gives the field code "null", which must not be written."""
+    if not clusters.has_works(code):
+        raise _no_citation(name)
     return code
 
 
+def _no_citation(name):
+    return Failure(f"The answer for {name} holds no citation. {UNCHANGED}")
+
+
 def list_citations(document):
+    if not document.citations:
+        return f"{document.path} holds no citations that can be changed."
     return "\n".join(
         f"{number}: {quoted(field)}{' (edited by hand)' if clusters.is_edited(field) else ''}"
         for number, field in enumerate(document.citations, 1)
     )
 
 
-def insert(bridge, document, uuid, bookmark):
+def insert(bridge, document, choices, uuid, bookmark):
+    places = document.insertion_places(bookmark)  # fails before a dialog opens
     if uuid is not None:
         results = exchange.run(bridge, "getFieldCodeFromUuid", [uuid]).results
     else:
@@ -94,12 +226,14 @@ def insert(bridge, document, uuid, bookmark):
     if results[0] == "":
         raise Failure(f"No citation was chosen, or Tessaron Desktop does not answer. {UNCHANGED}")
     code = _checked(results[0], "the new citation")
-    document.insert(code, clusters.recorded_text(code) or "{Citation}", bookmark)
+    text = clusters.recorded_text(code) or "{Citation}"
+    document.insert(code, runs.pieces_of_markup(text), places)
     return "One citation was inserted."
 
 
-def edit(bridge, document, number):
+def edit(bridge, document, choices, number):
     field = document.citation(number)
+    _check_no_edit(document, [field], "Editing it", choices)
     results = exchange.run(bridge, "getFieldCodeFromCitationEditor", [field.code]).results
     if results[0] == "":
         raise Failure(f"Tessaron Desktop did not edit citation {number}. {UNCHANGED}")
@@ -110,11 +244,12 @@ def edit(bridge, document, number):
     return f"Citation {number} was edited."
 
 
-def merge(bridge, document, first, last):
+def merge(bridge, document, choices, first, last):
     if not first < last:
         raise Failure("Merging needs two citations: the number of the first, then of the last.")
     chosen = [document.citation(number) for number in range(first, last + 1)]
-    document.blanks_between(first, last)
+    document.whitespace_between(first, last)
+    _check_no_edit(document, chosen, "Merging", choices)
     results = exchange.run(bridge, "mergeFields", [field.code for field in chosen]).results
     if results[0] == "":
         raise Failure(f"Tessaron Desktop did not merge the citations. {UNCHANGED}")
@@ -122,11 +257,23 @@ def merge(bridge, document, first, last):
     return f"Citations {first} to {last} were merged into one."
 
 
-def undo(bridge, document, number):
+def _check_no_edit(document, fields, action, choices):
+    """The application drops an edit together with the works that it was about."""
+    for field in fields:
+        is_edited = clusters.is_edited(field) or clusters.has_manual_text(field.code)
+        if is_edited and not choices.discard_edits:
+            raise Failure(
+                f"{action} would replace the text edited by hand of {document.named(field)}. "
+                f"{UNCHANGED} With --discard-edits it is replaced."
+            )
+
+
+def undo(bridge, document, choices, number):
     field = document.citation(number)
     if exchange.run(bridge, "hasManualEdit", [field.code]).results != ["true"]:
         raise Failure(f"Citation {number} has no text edited by hand on record. {UNCHANGED}")
-    code = _one(bridge, "undoManualFormat", [field.code], f"citation {number}")
+    results = exchange.run(bridge, "undoManualFormat", [field.code]).results
+    code = _checked(results[0], f"citation {number}")
     if exchange.run(bridge, "hasManualEdit", [code]).results != ["false"]:
         raise Failure(f"Tessaron Desktop did not undo the edit of citation {number}. {UNCHANGED}")
     rewrite.set_everywhere(field, code, None)

@@ -1,10 +1,9 @@
-"""A Word document as the commands see it: its citations in order, and what can be done to them."""
-
-import sys
+"""A Word document as the commands see it: its citations in order, and the changes to them."""
 
 from lxml import etree
 
 from . import bibliography, fields, rewrite, runs
+from .console import tell
 from .failure import Failure
 from .package import W, Package
 
@@ -17,7 +16,10 @@ class Document:
         self.package = Package(path)
         self.find()
         for field in self.left:
-            _warn(f"The citation {quoted(field)} is left as it was: {field.problem}.")
+            warn(
+                f"The citation {quoted(field)} is left as it was: {field.problem}. "
+                "Its text may be out of date."
+            )
 
     @property
     def body(self):
@@ -25,39 +27,44 @@ class Document:
 
     def find(self):
         found = fields.find(self.package)
-        self.citations, self.left = found.citations, found.left
-        self.bibliographies = found.bibliographies
+        self.every_field, self.bibliographies = found.every, found.bibliographies
+        self.all_citations = found.citations
+        self.citations = [f for f in found.citations if not f.problem]
+        self.left = [f for f in found.citations if f.problem]
 
     def citation(self, number):
         if not 1 <= number <= len(self.citations):
             raise Failure(f"{self.path} has no citation {number}; it has {len(self.citations)}.")
         return self.citations[number - 1]
 
-    def named(self, index):
-        return f"citation {index + 1} of {len(self.citations)}, {quoted(self.citations[index])}"
+    def named(self, field):
+        if field in self.left:
+            return f"the citation {quoted(field)}, which cannot be written"
+        number, count = self.citations.index(field) + 1, len(self.citations)
+        return f"citation {number} of {count}, {quoted(field)}"
 
-    def fill_bibliography(self, text):
-        entries = bibliography.entries_of(text)
-        places = self.bibliographies
-        if not places:
-            places = [bibliography.create(self.body)]
-        for field in places:
+    def fill_bibliography(self, entries):
+        for field in self.bibliographies or [bibliography.create(self.body)]:
             problem = bibliography.fill(field, entries)
             if problem:
-                _warn(f"The bibliography in {field.place} is left as it was: {problem}.")
-        return entries
+                warn(f"The bibliography in {field.place} is left as it was: {problem}.")
 
-    def insert(self, code, text, bookmark):
-        """A new field at the bookmark's end, or at the end of the body's last paragraph."""
-        new = rewrite.new_field(code, runs.runs_of_pieces([(text, frozenset())], None))
-        if bookmark is None:
-            self._last_paragraph().extend(new)
-        else:
-            rewrite.insert_after(self._bookmark_end(bookmark), new)
+    def insertion_places(self, bookmark):
+        """The elements after which a new field goes: one, and one in each copy of a text box.
+        None if it goes to the end of the body's last paragraph."""
+        return None if bookmark is None else self._bookmark_ends(bookmark)
+
+    def insert(self, code, pieces, places):
+        for place in [None] if places is None else places:
+            new = rewrite.new_field(code, runs.runs_of_pieces(runs.shown(pieces), None))
+            if place is None:
+                self._last_paragraph().extend(new)
+            else:
+                rewrite.insert_after(place, new)
         self.find()
 
     def _last_paragraph(self):
-        """The body's last paragraph, or a new one behind a table or the bibliography."""
+        """The body's last paragraph, or a new one after a table or the bibliography."""
         section = self.body.find(W + "sectPr")
         before = section.getprevious() if section is not None else next(reversed(self.body), None)
         endings = [f.end if f.simple is None else f.simple for f in self.bibliographies]
@@ -68,46 +75,74 @@ class Document:
         self.body.append(paragraph) if section is None else section.addprevious(paragraph)
         return paragraph
 
-    def _bookmark_end(self, name):
-        for tree in self.package.trees.values():
-            for start in tree.iter(W + "bookmarkStart"):
-                if start.get(W + "name") != name:
-                    continue
-                ends = tree.iter(W + "bookmarkEnd")
-                end = next((e for e in ends if e.get(W + "id") == start.get(W + "id")), None)
-                if end is not None and end.getparent().tag == W + "p":
-                    return end
-        raise Failure(f'{self.path} has no bookmark "{name}" that ends inside a paragraph.')
+    def _bookmark_ends(self, name):
+        ends = [
+            end
+            for tree in self.package.trees.values()
+            for start in tree.iter(W + "bookmarkStart")
+            if start.get(W + "name") == name and (end := _end_of(start, tree)) is not None
+        ]
+        if not ends:
+            raise Failure(f'{self.path} has no bookmark "{name}" that ends inside a paragraph.')
+        ends = [end for end in ends if end is ends[0] or _are_copies(end, ends[0])]
+        if any(_contains(field, end) for field in self.every_field for end in ends):
+            raise Failure(
+                f'The bookmark "{name}" ends inside a field, such as a citation, whose text is '
+                "replaced when it is updated. Set a bookmark outside it."
+            )
+        return ends
 
     def merge(self, first, last, code):
-        """The first of neighbouring citations gets the code; the others go, and the blanks."""
+        """Gives the code to the first of neighbouring citations and removes the others, with the
+        whitespace between them."""
         chosen = self.citations[first - 1 : last]
-        blanks = self.blanks_between(first, last)
+        whitespace = self.whitespace_between(first, last)
         rewrite.set_everywhere(chosen[0], code, None)
         for field in chosen[1:]:
             for copy in (field, *field.twins):
                 rewrite.remove_field(copy)
-        for node in blanks:
+        for node in whitespace:
             rewrite.remove(node)
         self.find()
 
-    def blanks_between(self, first, last):
-        """The blank texts between citations; a Failure where they do not stand side by side."""
-        blanks = []
+    def whitespace_between(self, first, last):
+        """The text elements between citations. Fails if anything but whitespace is between them."""
+        whitespace = []
         for number in range(first, last):
             one, other = self.citations[number - 1], self.citations[number]
             if len(one.twins) != len(other.twins):
                 raise Failure(NOT_NEIGHBOURS.format(number, number + 1))
             for left, right in zip((one, *one.twins), (other, *other.twins)):
                 between = _contents_between(left, right)
-                if between is None or any(n.tag != W + "t" or n.text.strip() for n in between):
+                if between is None or not all(map(_is_whitespace, between)):
                     raise Failure(NOT_NEIGHBOURS.format(number, number + 1))
-                blanks += between
-        return blanks
+                whitespace += between
+        return whitespace
+
+
+def _end_of(start, tree):
+    ends = (e for e in tree.iter(W + "bookmarkEnd") if e.get(W + "id") == start.get(W + "id"))
+    end = next(ends, None)
+    return end if end is not None and end.getparent().tag == W + "p" else None
+
+
+def _are_copies(one, other):
+    """Whether two elements are in different branches of one text box that is stored twice."""
+    alternate = fields.MC + "AlternateContent"
+    return not set(one.iterancestors(alternate)).isdisjoint(other.iterancestors(alternate))
+
+
+def _contains(field, element):
+    if field.simple is not None:
+        return field.simple in element.iterancestors()
+    begin, end = field.begin.getparent(), field.end.getparent()
+    tree = begin.getroottree().getroot()
+    order = {node: place for place, node in enumerate(tree.iter())}
+    return element in order and order[begin] < order[element] < order[end]
 
 
 def _contents_between(left, right):
-    """What runs hold between two fields of one paragraph; None for two paragraphs."""
+    """What runs hold between two fields of one paragraph; None if there are two paragraphs."""
     end = left.end if left.simple is None else [*left.simple.iter()][-1]
     begin = right.begin if right.simple is None else right.simple
     if fields.paragraph(end) is not fields.paragraph(begin):
@@ -117,10 +152,14 @@ def _contents_between(left, right):
     return [n for n in between if n.getparent().tag == W + "r" and n.tag != W + "rPr"]
 
 
+def _is_whitespace(node):
+    return node.tag == W + "t" and not (node.text or "").strip()
+
+
 def quoted(field):
     text = " ".join(runs.plain(field.pieces()).split())
     return f'"{text if len(text) <= 60 else text[:59] + "…"}" in {field.place}'
 
 
-def _warn(sentence):
-    print(f"Warning: {sentence}", file=sys.stderr)
+def warn(sentence):
+    tell(f"Warning: {sentence}")

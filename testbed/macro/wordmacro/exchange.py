@@ -1,28 +1,47 @@
-"""One command through the bridge: the argument file, the process, the two answer files."""
+"""Runs one command of the bridge: argument file, process, ready file and results file."""
 
+import contextlib
+import fcntl
+import os
+import re
+import shutil
+import stat
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 from typing import NamedTuple
 
+from .console import tell
 from .failure import Failure
 
 ARGS = "mac-word-plugin-args.txt"
 RESULTS = "mac-word-plugin-results.txt"
 READY = "mac-word-plugin-result-ready.txt"
 SEPARATOR = "\x01"
+FOLDER_PREFIX = "wordmacro-"
+A_DAY = 24 * 60 * 60
+
+# The bridge's own messages. With the trace on, its other output can hold the document's text.
+MESSAGES = re.compile(
+    r"Citation count mismatch\.  Submitted \d+ citations but only received \d+ formatted citations\."
+    r"|No formatted bibliography returned"
+    r'|Unable to (?:open|write) args file "[^\n]*"'
+)
+TRACE = "tessaron.http"
+TRACE_VARIABLES = ("QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN")
 
 
 class Answer(NamedTuple):
     results: list
-    warnings: str  # what the bridge wrote on its standard error
+    said: str  # the bridge's messages on standard error, in one line and without the trace
 
 
 def encode(strings):
     for text in strings:
         if SEPARATOR in text:
             raise Failure("An argument holds U+0001, which separates the arguments in the file.")
-    # Text cut in the middle of an emoji holds half a surrogate pair: it travels as it is.
+    # A text that was cut inside an emoji holds half a surrogate pair, which is passed on as it is.
     return SEPARATOR.join(strings).encode("utf-16-le", "surrogatepass")
 
 
@@ -31,29 +50,76 @@ def decode(data):
 
 
 def run(bridge, command, arguments, folder=None):
-    """Runs one command in a folder of its own, or in the folder given."""
+    """Runs one command in the given folder, or in a temporary one."""
     if folder is not None:
-        return _run(bridge, command, arguments, Path(folder))
-    with tempfile.TemporaryDirectory(prefix="wordmacro-") as own:
-        return _run(bridge, command, arguments, Path(own))
+        return _run(bridge, command, arguments, Path(folder), ())
+    with _temporary_folder() as own, _locked(own) as lock:
+        return _run(bridge, command, arguments, Path(own), (lock,))
 
 
-def _run(bridge, command, arguments, folder):
+def _temporary_folder():
     try:
-        # An old ready file would make an old answer look like this command's.
+        _remove_abandoned()
+        return tempfile.TemporaryDirectory(prefix=FOLDER_PREFIX)
+    except OSError as error:
+        raise Failure(f"No temporary folder can be made: {error.strerror}.")
+
+
+@contextlib.contextmanager
+def _locked(folder):
+    """Locks a folder while this process or the bridge, which inherits the lock, is running."""
+    lock = os.open(folder, os.O_RDONLY)
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield lock
+    finally:
+        os.close(lock)
+
+
+def _remove_abandoned():
+    """Removes folders that a killed run left: older than a day and not locked by a process."""
+    for folder in Path(tempfile.gettempdir()).glob(FOLDER_PREFIX + "*"):
+        with contextlib.suppress(OSError):
+            if _is_old_folder_of_ours(folder.lstat()):
+                with _locked_if_free(folder):
+                    shutil.rmtree(folder, ignore_errors=True)
+
+
+def _is_old_folder_of_ours(status):
+    is_ours = stat.S_ISDIR(status.st_mode) and status.st_uid == os.getuid()
+    return is_ours and time.time() - status.st_mtime > A_DAY
+
+
+@contextlib.contextmanager
+def _locked_if_free(folder):
+    """Raises an OSError if another process has locked the folder."""
+    lock = os.open(folder, os.O_RDONLY | os.O_NOFOLLOW)
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        yield
+    finally:
+        os.close(lock)
+
+
+def _run(bridge, command, arguments, folder, inherited):
+    try:
+        # Files of an earlier run must not be read as this command's answer.
         for name in (RESULTS, READY):
             (folder / name).unlink(missing_ok=True)
         (folder / ARGS).write_bytes(encode(arguments))
-    except OSError as error:
-        raise Failure(f"The folder {folder} cannot be used: {error.strerror}.")
-    process = _start(bridge, command, folder)
+    except (OSError, ValueError) as error:
+        reason = getattr(error, "strerror", None) or error
+        raise Failure(f"The folder {folder} cannot be used: {reason}.")
+    process = _start(bridge, command, folder, inherited)
+    said = _said(process.stderr)
+    because = f" and said: {said}" if said else ""
     if process.returncode != 0:
-        raise Failure(f"The bridge ended with status {process.returncode}{_said(process)}.")
-    # The bridge writes the ready file last, so after its end there is nothing left to wait for.
-    return Answer(_read(folder, command, _said(process)), process.stderr)
+        raise Failure(f"The bridge ended with status {process.returncode}{because}.")
+    # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
+    return Answer(_read(folder, command, because), said)
 
 
-def _start(bridge, command, folder):
+def _start(bridge, command, folder, inherited):
     try:
         return subprocess.run(
             [str(bridge), command, str(folder)],
@@ -62,6 +128,7 @@ def _start(bridge, command, folder):
             stderr=subprocess.PIPE,
             encoding="utf-8",
             errors="replace",
+            pass_fds=inherited,
         )
     except OSError as error:
         raise Failure(f"The bridge {bridge} cannot be started: {error.strerror}.")
@@ -69,18 +136,22 @@ def _start(bridge, command, folder):
         raise Failure("A command and a folder cannot hold U+0000.")
 
 
-def _said(process):
-    text = " ".join(process.stderr.split())
-    return f" and said: {text}" if text else ""
+def _said(output):
+    """The bridge's messages. The trace is passed on to where the caller sent standard error."""
+    is_traced = TRACE in output or any(name in os.environ for name in TRACE_VARIABLES)
+    if is_traced:
+        tell(output.rstrip("\n"))
+        return " ".join(" ".join(found.split()) for found in MESSAGES.findall(output))
+    return " ".join(output.split())
 
 
-def _read(folder, command, said):
+def _read(folder, command, because):
     try:
         ready = (folder / READY).read_bytes().decode("utf-16-le", "replace")
     except OSError:
-        raise Failure(f'The bridge wrote no ready file for "{command}"{said}.')
+        raise Failure(f'The bridge wrote no ready file for "{command}"{because}.')
     if ready == "-1":
-        raise Failure(f'The bridge could not write the results of "{command}"{said}.')
+        raise Failure(f'The bridge could not write the results of "{command}"{because}.')
     try:
         data = (folder / RESULTS).read_bytes()
     except OSError:

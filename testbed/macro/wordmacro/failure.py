@@ -1,2 +1,2 @@
 class Failure(Exception):
-    """What went wrong, as one sentence for the person at the terminal."""
+    """The reason of a failure, as a sentence for the person at the terminal."""

@@ -1,4 +1,4 @@
-"""Where the fields of a document are, in the order in which a reader meets them."""
+"""Finds the fields of a document, in the order in which a reader meets them."""
 
 import re
 from dataclasses import dataclass, field
@@ -16,27 +16,31 @@ DELETED = {W + "del", W + "moveFrom"}
 PROPERTIES = {W + name for name in ("rPr", "pPr", "sectPr", "tblPr", "trPr", "tcPr", "sdtPr")}
 NOTES = {W + "footnoteReference": "footnotes", W + "endnoteReference": "endnotes"}
 TEXTS = {W + "t", W + "instrText", *runs.ELEMENTS}
+COMMENT = W + "commentReference"
 DAMAGED = "A field in {} has {}: the document is damaged."
 PLACES = {"footnotes": "a footnote", "endnotes": "an endnote"}
+BOX = "a text box"
 
 CONTAINS_FIELD = "it contains another field"
+INSIDE_CITATION = "it is inside another citation"
 NOT_ONLY_TEXT = "it holds something other than text"
 SPREAD = "it spreads over several paragraphs"
-NO_TWIN = "the copy of its text box for older programs differs"
+COPY_DIFFERS = "the copy of its text box for older programs differs"
+BOX_IN_BOX = "it is in a text box inside another text box"
 
 
 @dataclass(eq=False)
 class Field:
     place: str = "the body"
-    simple: object = None  # the w:fldSimple, or else three field characters:
+    simple: object = None  # the w:fldSimple; None for a complex field, which has:
     begin: object = None
     separate: object = None
     end: object = None
     codes: list = field(default_factory=list)
     texts: list = field(default_factory=list)
-    problem: str = ""  # why it is left as it was
+    problem: str = ""  # why the field cannot be written safely; empty if it can
     outer: object = None
-    twins: list = field(default_factory=list)  # the same field in a text box's other copies
+    twins: list = field(default_factory=list)  # the same field in the other copies of a text box
 
     @property
     def code(self):
@@ -45,19 +49,25 @@ class Field:
         return "".join(map(_text, self.codes))
 
     @property
+    def whole(self):
+        """The run properties that apply to the field as a whole: those of its first character."""
+        return self.begin.getparent().find(W + "rPr") if self.begin is not None else None
+
+    @property
+    def marks(self):
+        return runs.marks_of_properties(self.whole)
+
+    @property
     def look(self):
-        """The run properties that the field's own text starts from: the font of the old text,
-        and of the markup's marks only those that the field as a whole has."""
-        whole = self.begin.getparent().find(W + "rPr") if self.begin is not None else None
-        first = self.texts[0].getparent().find(W + "rPr") if self.texts else whole
-        marks = runs.marks_of_properties(whole)
-        return runs.marked(runs.without_marks(first), marks)
+        first = self.texts[0].getparent().find(W + "rPr") if self.texts else self.whole
+        return runs.look(first, self.whole)
 
     def pieces(self, nodes=None):
-        look = self.look
+        """The text with all marks that it has, whether from the field as a whole or not."""
         nodes = self.texts if nodes is None else nodes
+        marks = runs.marks_of_properties
         return runs.joined(
-            [(text, runs.marks_of(n.getparent(), look)) for n in nodes if (text := _text(n))]
+            [(text, marks(n.getparent().find(W + "rPr"))) for n in nodes if (text := _text(n))]
         )
 
 
@@ -71,9 +81,9 @@ def paragraph(node):
 
 @dataclass(eq=False)
 class Found:
-    citations: list
+    citations: list  # all, in reading order; those with a `problem` are not written
     bibliographies: list
-    left: list  # citation fields that are left as they were
+    every: list  # all fields, of any kind
 
 
 def find(package):
@@ -88,28 +98,19 @@ def find(package):
         if isinstance(item, Field):
             every.append(item)
             continue
-        # A note counts where it is referred to; a second reference finds it gone.
+        # A note counts where it is first referred to, so it is removed here.
         note = notes.get(item[0], {}).pop(item[1], None)
         if note is not None:
             every += [f for f in _story(note, PLACES[item[0]]) if isinstance(f, Field)]
-    citations = [f for f in every if CITATION.match(f.code) and not _inside_citation(f)]
+    citations = [f for f in every if CITATION.match(f.code)]
     for citation in citations:
         _judge(citation)
-    return Found(
-        [f for f in citations if not f.problem],
-        [f for f in every if BIBLIOGRAPHY.match(f.code)],
-        [f for f in citations if f.problem],
-    )
-
-
-def _inside_citation(field):
-    outer = field.outer
-    while outer is not None and not CITATION.match(outer.code):
-        outer = outer.outer
-    return outer is not None
+    return Found(citations, [f for f in every if BIBLIOGRAPHY.match(f.code)], every)
 
 
 def _judge(citation):
+    if _inside_citation(citation):
+        citation.problem = citation.problem or INSIDE_CITATION
     if citation.simple is None:
         first, last = paragraph(citation.begin), paragraph(citation.end)
         if first is None or first is not last:
@@ -117,6 +118,13 @@ def _judge(citation):
     for twin in citation.twins:
         _judge(twin)
         citation.problem = citation.problem or twin.problem
+
+
+def _inside_citation(field):
+    outer = field.outer
+    while outer is not None and not CITATION.match(outer.code):
+        outer = outer.outer
+    return outer is not None
 
 
 def _story(root, place):
@@ -179,33 +187,48 @@ def _text_node(node, stack):
 
 
 def _other(child, place, stack, found):
-    if stack and (child.getparent().tag == W + "r" or child.tag.startswith(MATH)):
+    if stack and _is_no_text(child):
         stack[-1].problem = stack[-1].problem or NOT_ONLY_TEXT
     if child.tag in NOTES:
         found.append((NOTES[child.tag], child.get(W + "id")))
     elif child.tag == W + "txbxContent":
-        found += _story(child, "a text box")
+        found += _box(child, place)
     elif child.tag == MC + "AlternateContent":
         found += _alternate(child, place)
     else:
         _walk(child, place, stack, found)
 
 
+def _is_no_text(child):
+    """What a new text could not replace. A comment's anchor stays where it is."""
+    in_run = child.getparent().tag == W + "r" and child.tag != COMMENT
+    return in_run or child.tag.startswith(MATH) or child.tag == MC + "AlternateContent"
+
+
+def _box(content, place):
+    found = _story(content, BOX)
+    if place == BOX:
+        for nested in (f for f in found if isinstance(f, Field)):
+            nested.problem = nested.problem or BOX_IN_BOX
+    return found
+
+
 def _alternate(element, place):
-    """A text box stands twice in the file, for newer and for older programs: one citation each."""
+    """A text box is stored twice, for newer and for older programs. Its fields count once."""
     branches = [_story(branch, place) for branch in element if isinstance(branch.tag, str)]
     if not branches:
         return []
-    first = _citations(branches[0])
-    for copy in map(_citations, branches[1:]):
+    first = _ours(branches[0])
+    for copy in map(_ours, branches[1:]):
         same = [f.code for f in first] == [f.code for f in copy]
-        for index, citation in enumerate(first):
+        for index, written in enumerate(first):
             if same:
-                citation.twins.append(copy[index])
+                written.twins.append(copy[index])
             elif copy:
-                citation.problem = citation.problem or NO_TWIN
+                written.problem = written.problem or COPY_DIFFERS
     return branches[0]
 
 
-def _citations(found):
-    return [f for f in found if isinstance(f, Field) and CITATION.match(f.code)]
+def _ours(found):
+    fields = (f for f in found if isinstance(f, Field))
+    return [f for f in fields if CITATION.match(f.code) or BIBLIOGRAPHY.match(f.code)]

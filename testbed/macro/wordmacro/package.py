@@ -1,8 +1,10 @@
-"""The .docx package: which parts are read, and how a changed package is written."""
+"""Reads a .docx package, and writes it back with the changed parts."""
 
+import lzma
 import os
 import shutil
 import stat
+import struct
 import tempfile
 import zipfile
 import zlib
@@ -11,24 +13,49 @@ from posixpath import dirname, join, normpath
 
 from lxml import etree
 
+from . import signature
 from .failure import Failure
 
 W = "{http://schemas.openxmlformats.org/wordprocessingml/2006/main}"
 RELATIONSHIPS = "http://schemas.openxmlformats.org/officeDocument/2006/relationships/"
-LIMIT = 1 << 30  # unpacked bytes; a document beyond it is a mistake or an attack
+STRICT = "http://purl.oclc.org/ooxml/"
+LIMIT = 1 << 30  # unpacked bytes; more than any real document has
 
 NOT_WORD = "{} is not a Word document (.docx)."
 DAMAGED = "{} is damaged: {}."
 ENCRYPTED = "{} is encrypted, or in the old .doc format; save it as a .docx without a password."
-ZIP_ERRORS = (zipfile.BadZipFile, zlib.error, EOFError, NotImplementedError, OSError)
+IS_STRICT = (
+    "{} is in the format Strict Open XML, which this program does not read; in Word, save it as "
+    '"Word Document (.docx)".'
+)
+NOT_XML = "{} is damaged: its part {} is not well-formed XML."
+TOO_LONG = (
+    "{} cannot be read: its part {} holds a text of more than 10,000,000 bytes, such as a field "
+    "code. The XML parser reads none that is longer."
+)
+CANNOT_WRITE = "{} cannot be written: {}."
+ZIP_ERRORS = (
+    zipfile.BadZipFile,
+    zlib.error,
+    lzma.LZMAError,
+    struct.error,
+    EOFError,
+    OSError,
+    NotImplementedError,  # a compression method that Python does not know
+    RuntimeError,  # a compression module that is not installed
+    ValueError,  # among others a part name that is not in the encoding that it claims
+    OverflowError,
+)
 
 
 class Package:
-    """The bytes of every part, and the trees of those that hold citations."""
+    """The bytes of every part, and the XML trees of the parts that can hold citations."""
 
     def __init__(self, path):
         self.path = Path(path)
         self.infos, self.data = _unzip(self.path)
+        # Part names that differ only in the case of their letters are the same name.
+        self._names = {name.lower(): name for name in self.data}
         self.trees = {}
         self.main = self._main_part()
         related = self._related(self.main)
@@ -39,16 +66,21 @@ class Package:
             self.trees[name] = self._parse(name)
         main = self.trees[self.main]
         if main.tag != W + "document" or main.find(W + "body") is None:
-            raise Failure(NOT_WORD.format(self.path))
+            raise Failure((IS_STRICT if STRICT in str(main.tag) else NOT_WORD).format(self.path))
         self._before = {name: _bytes(tree) for name, tree in self.trees.items()}
 
+    @property
+    def is_signed(self):
+        return any(map(signature.is_part, self.data))
+
     def save(self, path):
-        """Writes beside the target and renames, so that a failure leaves the target as it was."""
+        """Writes a file beside the target and renames it: on failure the target is unchanged."""
+        check_target(path)
         path = Path(os.path.realpath(path))
         try:
-            handle, side = tempfile.mkstemp(prefix=path.name + ".", dir=path.parent)
+            handle, side = tempfile.mkstemp(prefix=".wordmacro-", dir=path.parent)
         except OSError as error:
-            raise Failure(f"{path} cannot be written: {error.strerror}.")
+            raise Failure(CANNOT_WRITE.format(path, error.strerror))
         try:
             with os.fdopen(handle, "wb") as stream:
                 self._write(stream)
@@ -57,7 +89,7 @@ class Package:
             os.chmod(side, _mode(path))
             os.replace(side, path)
         except OSError as error:
-            raise Failure(f"{path} cannot be written: {error.strerror}.")
+            raise Failure(CANNOT_WRITE.format(path, error.strerror))
         finally:
             Path(side).unlink(missing_ok=True)
 
@@ -71,9 +103,11 @@ class Package:
             with open(self.path, "rb") as source:
                 shutil.copyfileobj(source, stream)
             return
+        parts = signature.without({**self.data, **changed})
         with zipfile.ZipFile(stream, "w") as target:
             for info in self.infos:
-                target.writestr(info, changed.get(info.filename, self.data[info.filename]))
+                if info.filename in parts:
+                    target.writestr(info, parts[info.filename])
 
     def _parse(self, name):
         if name not in self.data:
@@ -81,14 +115,14 @@ class Package:
         parser = etree.XMLParser(resolve_entities=False, no_network=True)
         try:
             root = etree.fromstring(self.data[name], parser)
-        except etree.XMLSyntaxError:
-            raise Failure(DAMAGED.format(self.path, f"its part {name} is not well-formed XML"))
+        except etree.XMLSyntaxError as error:
+            raise Failure((TOO_LONG if _is_too_long(error) else NOT_XML).format(self.path, name))
         if root.getroottree().docinfo.doctype:
             raise Failure(DAMAGED.format(self.path, f"its part {name} has a document type"))
         return root
 
     def _main_part(self):
-        if "[Content_Types].xml" not in self.data or "_rels/.rels" not in self.data:
+        if "[content_types].xml" not in self._names or "_rels/.rels" not in self._names:
             raise Failure(NOT_WORD.format(self.path))
         related = self._related("")
         if "officeDocument" not in related:
@@ -98,15 +132,41 @@ class Package:
     def _related(self, part):
         """The parts that a part refers to, by the last word of the relationship's type."""
         folder = dirname(part)
-        name = join(folder, "_rels", part[len(folder) :].lstrip("/") + ".rels")
-        if name not in self.data:
+        rels = join(folder, "_rels", part[len(folder) :].lstrip("/") + ".rels")
+        if rels.lower() not in self._names:
             return {}
-        return {
-            link.get("Type", "")[len(RELATIONSHIPS) :]: _target(folder, link.get("Target", ""))
-            for link in self._parse(name)
-            if link.get("Type", "").startswith(RELATIONSHIPS)
-            and link.get("TargetMode") != "External"
-        }
+        related = {}
+        for link in self._parse(self._names[rels.lower()]).iter("{*}Relationship"):
+            kind, target = link.get("Type", ""), link.get("Target", "")
+            if kind.startswith(STRICT) and kind.endswith("/officeDocument"):
+                raise Failure(IS_STRICT.format(self.path))
+            if kind.startswith(RELATIONSHIPS) and link.get("TargetMode") != "External":
+                related[kind[len(RELATIONSHIPS) :]] = self._named(_target(folder, target))
+        return related
+
+    def _named(self, name):
+        """The name under which the package holds a part; missing parts are an error when read."""
+        return self._names.get(name.lower(), name)
+
+
+def check_target(path):
+    """Fails if a document cannot be written to this path."""
+    path = Path(os.path.realpath(path))
+    try:
+        mode = path.stat().st_mode if path.exists() else None
+        if mode is None and not path.parent.is_dir():
+            raise Failure(CANNOT_WRITE.format(path, "its folder does not exist"))
+    except (OSError, ValueError) as error:
+        raise Failure(CANNOT_WRITE.format(path, getattr(error, "strerror", None) or error))
+    if mode is None:
+        return
+    if stat.S_ISDIR(mode):
+        raise Failure(CANNOT_WRITE.format(path, "it is a folder"))
+    if not stat.S_ISREG(mode):
+        raise Failure(CANNOT_WRITE.format(path, "it is a pipe or a device, not a file"))
+    # The system lets an administrator write a read-only file, but its owner protected it.
+    if not mode & 0o222 or not os.access(path, os.W_OK):
+        raise Failure(CANNOT_WRITE.format(path, "it is read-only"))
 
 
 def _target(folder, target):
@@ -120,6 +180,10 @@ def _bytes(root):
     )
 
 
+def _is_too_long(error):
+    return any(words in str(error) for words in ("Huge", "huge", "too long", "Resource limit"))
+
+
 def _mode(path):
     """An existing file keeps its permissions; a new one gets the usual ones."""
     if path.exists():
@@ -131,9 +195,12 @@ def _mode(path):
 
 def _unzip(path):
     try:
-        head = open(path, "rb").read(8)
-    except OSError as error:
-        raise Failure(f"{path} cannot be read: {error.strerror}.")
+        if not stat.S_ISREG(os.stat(path).st_mode):
+            raise Failure(f"{path} cannot be read: it is not a file.")
+        with open(path, "rb") as source:
+            head = source.read(8)
+    except (OSError, ValueError) as error:
+        raise Failure(f"{path} cannot be read: {getattr(error, 'strerror', None) or error}.")
     if head == b"\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1":
         raise Failure(ENCRYPTED.format(path))
     if not head.startswith(b"PK"):
@@ -145,7 +212,7 @@ def _unzip(path):
                 raise Failure(ENCRYPTED.format(path))
             if sum(info.file_size for info in infos) > LIMIT:
                 raise Failure(f"{path} would unpack to more than a gigabyte.")
-            if len({info.filename for info in infos}) != len(infos):
+            if len({info.filename.lower() for info in infos}) != len(infos):
                 raise Failure(DAMAGED.format(path, "it holds the same part twice"))
             return infos, {info.filename: source.read(info) for info in infos}
     except ZIP_ERRORS:

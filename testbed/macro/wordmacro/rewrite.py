@@ -1,4 +1,4 @@
-"""Changes inside a field, and nowhere else: its code, its text, the field as a whole."""
+"""Changes a field and nothing outside it: its code, its text, or the field as a whole."""
 
 import copy
 
@@ -7,13 +7,13 @@ from lxml import etree
 from . import runs
 from .package import W
 
-# An element of these kinds goes when the last run inside it goes.
+# An element of these kinds is removed together with the last run inside it.
 CONTAINERS = {W + name for name in ("ins", "moveTo", "hyperlink", "smartTag")}
 
 
 def set_code(field, code):
-    # Only inside JSON strings can such characters stand, and there an escape says the same.
-    code = runs.UNHOLDABLE.sub(lambda found: f"\\u{ord(found.group()):04x}", code)
+    # Such characters occur only inside JSON strings, where an escape sequence means the same.
+    code = runs.NOT_IN_XML.sub(lambda found: f"\\u{ord(found.group()):04x}", code)
     if code == field.code:
         return
     if field.simple is not None:
@@ -31,20 +31,37 @@ def set_code(field, code):
 def set_pieces(field, pieces):
     """Replaces a field's text, unless the document shows exactly this text already."""
     pieces = runs.shown(pieces)
-    if pieces == field.pieces():
+    if runs.over(field.marks, pieces) == field.pieces():
         return
     new = runs.runs_of_pieces(pieces, field.look)
+    if field.simple is None:
+        opened(field)
+    place = _place_of_text(field)
     for node in field.texts:
         remove(node)
-    if field.simple is not None:
-        field.simple.extend(new)
-    else:
-        insert_after(opened(field), new)
+    insert_after(place, new)
+    place.getparent().remove(place)
     field.texts = [node for run in new for node in run if node.tag != W + "rPr"]
 
 
+def _place_of_text(field):
+    """An empty run where the field's text begins, to be removed once the new text follows it.
+    Bookmarks and comments inside the field so keep their side of the text."""
+    place = etree.Element(W + "r")
+    opening = field.simple if field.simple is not None else field.separate.getparent()
+    block = opening if field.simple is not None else opening.getparent()
+    first = field.texts[0].getparent() if field.texts else None
+    if first is not None and first is not opening and first.getparent() is block:
+        first.addprevious(place)
+    elif field.simple is not None:
+        field.simple.insert(0, place)
+    else:
+        opening.addnext(place)
+    return place
+
+
 def set_everywhere(field, code, pieces):
-    """Changes a citation and its copies; no pieces leave the text as it is."""
+    """Changes a citation and its copies. With `pieces` None the text stays as it is."""
     for copy_of_it in (field, *field.twins):
         set_code(copy_of_it, code)
         if pieces is not None:
@@ -52,7 +69,8 @@ def set_everywhere(field, code, pieces):
 
 
 def opened(field):
-    """The run after which a complex field's text goes; end character in a run of its own."""
+    """Returns the run after which a complex field's text goes, the separator's. Gives the field a
+    separator if it has none, and its end character a run that it does not share with them."""
     if field.separate is None:
         field.end = split_before(field.end)
         field.separate = etree.Element(W + "fldChar")
@@ -72,7 +90,7 @@ def like(run, children):
 
 
 def split_before(node):
-    """Gives a node and what follows it in its run a run of their own."""
+    """Moves a node and what follows it in its run into a new run."""
     run = node.getparent()
     before = [child for child in node.itersiblings(preceding=True) if child.tag != W + "rPr"]
     if before:
@@ -86,7 +104,7 @@ def insert_after(place, elements):
 
 
 def remove(node):
-    """Removes a node and what it leaves empty: its run, a container around the run."""
+    """Removes a node, then its run if that is left empty, then a container around the run."""
     parent = node.getparent()
     parent.remove(node)
     if parent.tag == W + "r" and all(child.tag == W + "rPr" for child in parent):

@@ -1,6 +1,7 @@
-"""Formatted text in its three shapes: the application's markup, pieces, and Word's runs.
+"""Formatted text in three forms: the application's markup, pieces, and Word's runs.
 
-A piece is a text with the set of its marks; marks are the markup's five kinds of formatting.
+A piece is a pair: a text, and the set of its marks. The marks are the five kinds of formatting that
+the markup can express.
 """
 
 import copy
@@ -13,7 +14,7 @@ from .package import W
 
 XML_SPACE = "{http://www.w3.org/XML/1998/namespace}space"
 
-# The run properties of each mark: the element and, where only one counts, its value.
+# The run properties of each mark: the element and, for an element with several values, its value.
 PROPERTIES = {
     "i": (("i", None), ("iCs", None)),
     "b": (("b", None), ("bCs", None)),
@@ -21,35 +22,33 @@ PROPERTIES = {
     "sub": (("vertAlign", "subscript"),),
     "sc": (("smallCaps", None),),
 }
+HEIGHTS = frozenset({"sup", "sub"})
+ELEMENT_NAMES = {name for pairs in PROPERTIES.values() for name, _ in pairs}
+SWITCHED_OFF = ("0", "false", "off", "baseline")
 OPENING = {mark: f"<{mark}>" for mark in ("i", "b", "sup", "sub")}
 OPENING["sc"] = '<span style="font-variant:small-caps;">'
 CLOSING = {mark: f"</{mark}>" for mark in ("i", "b", "sup", "sub")} | {"sc": "</span>"}
 ESCAPES = {"&amp;": "&", "&lt;": "<", "&gt;": ">"}
 TOKENS = re.compile("|".join(map(re.escape, [*OPENING.values(), *CLOSING.values(), *ESCAPES])))
 
-# The standard's order of run properties, up to the ones that can stand after ours.
+# The standard's order of run properties.
 ORDER = (
     "rStyle rFonts b bCs i iCs caps smallCaps strike dstrike outline shadow emboss imprint noProof "
     "snapToGrid vanish webHidden color spacing w kern position sz szCs highlight u effect bdr shd "
     "fitText vertAlign rtl cs em lang eastAsianLayout specVanish oMath"
 ).split()
 
-# Word's own control characters and the elements that stand for them in a run.
+# Word's control characters, and the elements that represent them in a run.
 CHARACTERS = {"\t": "tab", "\x1e": "noBreakHyphen", "\x1f": "softHyphen"}
-BREAKS = "\n\r\v\f"  # all become a line break: no citation starts a page or a paragraph
+BREAKS = "\n\r\v\f"  # each becomes a line break: a citation starts no page and no paragraph
 ELEMENTS = {W + name: character for character, name in CHARACTERS.items()}
 ELEMENTS |= {W + "br": "\v", W + "cr": "\v", W + "lastRenderedPageBreak": ""}
 ATOMS = re.compile("\r\n|[\n\r\v\f\t\x1e\x1f]")
-UNHOLDABLE = re.compile("[\x00-\x08\x0b\x0c\x0e-\x1f\ud800-\udfff\ufffe\uffff]")
-
-
-def holdable(text):
-    """The text as XML 1.0 can hold it; what it cannot hold shows as U+FFFD."""
-    return UNHOLDABLE.sub("\ufffd", text)
+NOT_IN_XML = re.compile("[\x00-\x08\x0b\x0c\x0e-\x1f\ud800-\udfff\ufffe\uffff]")
 
 
 def pieces_of_markup(markup):
-    """A tag that closes nothing, or that the markup does not know, is text like any other."""
+    """A tag that the markup does not define, or that closes nothing, counts as text."""
     open_marks, pieces, position = [], [], 0
 
     def add(text):
@@ -66,8 +65,8 @@ def pieces_of_markup(markup):
 
 
 def _effective(open_marks):
-    """Text cannot stand high and low at once: of nested marks for it, the inner one counts."""
-    heights = [mark for mark in open_marks if mark in ("sup", "sub")]
+    """Text is either superscript or subscript: of nested tags the inner one counts."""
+    heights = [mark for mark in open_marks if mark in HEIGHTS]
     return frozenset(open_marks) - frozenset(heights[:-1]) | frozenset(heights[-1:])
 
 
@@ -89,19 +88,37 @@ def joined(pieces):
     ]
 
 
+def over(field_marks, pieces):
+    """The pieces as they look inside a field that has these marks as a whole."""
+    return joined([(text, _laid_over(field_marks, marks)) for text, marks in pieces])
+
+
+def _laid_over(field_marks, marks):
+    return (field_marks - HEIGHTS if marks & HEIGHTS else field_marks) | marks
+
+
+def without(field_marks, pieces):
+    """The pieces as markup can express them: without the marks of the field as a whole."""
+    return joined([(text, marks - field_marks) for text, marks in pieces])
+
+
 def shown(pieces):
-    """The pieces as a document shows them: what is lost on the way into runs is lost here."""
-    return joined([(holdable_text(text), marks) for text, marks in pieces])
+    """The pieces as a document shows them: without what runs cannot hold."""
+    return joined([(_shown_text(text), marks) for text, marks in pieces])
 
 
-def holdable_text(text):
+def _shown_text(text):
     atoms = ATOMS.split(text)
     between = [_as_read(found) for found in ATOMS.findall(text)] + [""]
-    return "".join(holdable(part) + mark for part, mark in zip(atoms, between))
+    return "".join(_replaced(part) + mark for part, mark in zip(atoms, between))
 
 
 def _as_read(atom):
     return atom if atom in CHARACTERS else "\v"
+
+
+def _replaced(text):
+    return NOT_IN_XML.sub("\ufffd", text)
 
 
 def markup_of_pieces(pieces):
@@ -120,7 +137,7 @@ def plain(pieces):
 
 
 def runs_of_pieces(pieces, base):
-    """New runs in the look of `base` (run properties or None) with the marks added."""
+    """New runs with the run properties `base` (or None) and, in addition, each piece's marks."""
     return [_run(text, marked(base, marks)) for text, marks in pieces if text]
 
 
@@ -128,24 +145,19 @@ def _run(text, properties):
     run = etree.Element(W + "r", nsmap={"w": W[1:-1]})
     if properties is not None:
         run.append(properties)
-    fill(run, text, "t")
+    position = 0
+    for atom in ATOMS.finditer(text):
+        _append_text(run, text[position : atom.start()])
+        etree.SubElement(run, W + CHARACTERS.get(atom.group(), "br"))
+        position = atom.end()
+    _append_text(run, text[position:])
     return run
 
 
-def fill(run, text, tag):
-    """Appends a text to a run as w:t (or w:instrText), tabs, breaks and hyphens."""
-    position = 0
-    for atom in ATOMS.finditer(text):
-        _append_text(run, text[position : atom.start()], tag)
-        etree.SubElement(run, W + CHARACTERS.get(atom.group(), "br"))
-        position = atom.end()
-    _append_text(run, text[position:], tag)
-
-
-def _append_text(run, text, tag):
+def _append_text(run, text):
     if text:
-        element = etree.SubElement(run, W + tag)
-        element.text = holdable(text)
+        element = etree.SubElement(run, W + "t")
+        element.text = _replaced(text)
         element.set(XML_SPACE, "preserve")
 
 
@@ -179,9 +191,18 @@ def _set_property(properties, name, value):
         follower.addprevious(element)
 
 
-def marks_of(run, base):
-    """The marks that a run has and its field as a whole has not."""
-    return marks_of_properties(run.find(W + "rPr")) - marks_of_properties(base)
+def look(first, whole):
+    """The run properties of a field's new text: the font of its `first` run of text, and of the
+    marks only those of the field's first run, `whole`. A mark that `whole` switches off stays off,
+    because the paragraph's style may switch it on."""
+    properties = marked(_without_marks(first), marks_of_properties(whole))
+    for element in [] if whole is None else whole:
+        name = etree.QName(element).localname if isinstance(element.tag, str) else ""
+        value = element.get(W + "val")
+        if name in ELEMENT_NAMES and value in SWITCHED_OFF:
+            properties = etree.Element(W + "rPr") if properties is None else properties
+            _set_property(properties, name, value)
+    return properties
 
 
 def marks_of_properties(properties):
@@ -195,15 +216,13 @@ def _has(properties, name, value):
     if element is None:
         return False
     given = element.get(W + "val")
-    return given == value if value else given not in ("0", "false", "off")
+    return given == value if value else given not in SWITCHED_OFF
 
 
-def without_marks(properties):
-    """Run properties cleared of everything the markup can say; None when nothing is left."""
+def _without_marks(properties):
     if properties is None:
         return None
     cleared = copy.deepcopy(properties)
-    names = {name for pairs in PROPERTIES.values() for name, _ in pairs} | {"rPrChange"}
-    for element in [e for name in names for e in cleared.findall(W + name)]:
+    for element in [e for name in (*ELEMENT_NAMES, "rPrChange") for e in cleared.findall(W + name)]:
         cleared.remove(element)
     return cleared if len(cleared) else None

@@ -1,0 +1,29 @@
+"""Standard output and standard error, which may be closed, full, or a pipe without a reader."""
+
+import os
+import sys
+
+
+def set_up():
+    for stream in (sys.stdout, sys.stderr):
+        if stream is not None:
+            stream.reconfigure(encoding="utf-8", errors="backslashreplace")
+
+
+def tell(sentence):
+    """Writes a line to standard error, if that is possible."""
+    if sentence:
+        write(sys.stderr, sentence)
+
+
+def write(stream, line):
+    """Writes a line. Returns whether all of it was written."""
+    if stream is None:
+        return False
+    try:
+        print(line, file=stream, flush=True)
+    except (OSError, ValueError):
+        # What is left in the buffer would fail once more when the interpreter ends.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), stream.fileno())
+        return False
+    return True
