@@ -67,7 +67,7 @@ QByteArray startProcessSetup()
     std::signal(SIGPIPE, SIG_IGN);
     setupThread();
     replacedHandler();
-    const QByteArray formerLocale = qgetenv("LC_ALL");
+    QByteArray formerLocale = qgetenv("LC_ALL");
     setLocale("C");
     return formerLocale;
 }

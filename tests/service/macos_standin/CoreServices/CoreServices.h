@@ -14,6 +14,7 @@ using LSLaunchFlags = std::uint32_t;
 using CFIndex = long;
 
 // Qt declares the same types for macOS.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 struct __CFString;
 struct __CFURL;
 struct __CFDictionary;
@@ -23,6 +24,7 @@ using CFStringRef = const __CFString*;
 using CFURLRef = const __CFURL*;
 using CFDictionaryRef = const __CFDictionary*;
 using CFArrayRef = const __CFArray*;
+// NOLINTEND(bugprone-reserved-identifier)
 
 #ifdef __APPLE__
 #define CFSTR(text) (reinterpret_cast<CFStringRef>(__builtin___CFStringMakeConstantString(text)))
