@@ -1,0 +1,61 @@
+'use strict';
+
+const SHOWN = 80;
+
+/** The first difference between a recorded request and another, as a sentence; '' if there is none. */
+function firstDifference(recorded, asked) {
+    if (recorded.method !== asked.method || recorded.path !== asked.path) {
+        return `the trace has ${recorded.method} ${recorded.path}, the bridge sent `
+            + `${asked.method} ${asked.path}`;
+    }
+    if (recorded.body.equals(asked.body)) {
+        return '';
+    }
+    const [before, now] = [parse(recorded.body), parse(asked.body)];
+    if (before === undefined || now === undefined) {
+        return differ('the body', recorded.body.toString(), asked.body.toString());
+    }
+    return valueDifference(before, now, '');
+}
+
+function parse(body) {
+    try {
+        return JSON.parse(body);
+    } catch {
+        return undefined;
+    }
+}
+
+const isContainer = (value) => typeof value === 'object' && value !== null;
+
+function valueDifference(before, now, pointer) {
+    // Each run has a folder of its own.
+    if (before === now || (pointer === '/tempDirectory' && typeof now === typeof before)) {
+        return '';
+    }
+    if (!isContainer(before) || !isContainer(now) || Array.isArray(before) !== Array.isArray(now)) {
+        return differ(pointer || 'the body', before, now);
+    }
+    const keys = new Set([...Object.keys(before), ...Object.keys(now)]);
+    for (const key of keys) {
+        const difference = valueDifference(before[key], now[key], `${pointer}/${key}`);
+        if (difference) {
+            return difference;
+        }
+    }
+    return '';
+}
+
+function differ(where, before, now) {
+    const [first, second] = [before, now].map((value) => JSON.stringify(value) ?? 'nothing');
+    let same = 0;
+    while (same < first.length && first[same] === second[same]) {
+        same += 1;
+    }
+    const from = Math.max(0, same - SHOWN / 2);
+    const show = (text) => `${from > 0 ? '...' : ''}${text.slice(from, from + SHOWN)}`
+        + `${text.length > from + SHOWN ? '...' : ''}`;
+    return `at ${where} the trace has ${show(first)}, the bridge sent ${show(second)}`;
+}
+
+module.exports = { firstDifference };

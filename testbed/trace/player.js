@@ -1,0 +1,62 @@
+'use strict';
+
+// Plays the application from recorded exchanges.
+
+const http = require('node:http');
+
+/**
+ * An HTTP server on 127.0.0.1 that answers each request with the reply of the next exchange.
+ * `onRequest(exchange, request)` gets the exchange, undefined after the last one, and the request
+ * { method, path, body }.
+ */
+function createPlayer(exchanges, onRequest) {
+    const left = [...exchanges];
+    return http.createServer(async (request, response) => {
+        const pieces = [];
+        try {
+            for await (const piece of request) {
+                pieces.push(piece);
+            }
+        } catch {
+            return; // the bridge was ended
+        }
+        const exchange = left.shift();
+        onRequest(exchange, { method: request.method, path: request.url, body: Buffer.concat(pieces) });
+        answer(response, exchange && exchange.reply);
+    });
+}
+
+// The status 0 is what the bridge sees if nothing answers. It is sent as a status here, because Qt
+// repeats a GET when the connection closes without one.
+const NO_ANSWER = 'HTTP/1.1 000 No Answer\r\nContent-Length: 0\r\nConnection: close\r\n\r\n';
+
+/** Sends a recorded reply, or the status 0 without one. */
+function answer(response, reply) {
+    if (!reply || reply.status === 0) {
+        response.socket.end(NO_ANSWER);
+        return;
+    }
+    const { status, error, body } = reply;
+    // A transport error with the status of a success means that the body was cut off.
+    const isCut = status === 200 && error !== '';
+    const length = body.length + (isCut ? 1 : 0);
+    const hasBody = status !== 204 && status !== 304;
+    response.writeHead(status, hasBody
+        ? { 'Content-Type': 'application/json', 'Content-Length': length, Connection: 'close' } : {});
+    if (isCut) {
+        response.flushHeaders();
+        response.write(body, () => response.destroy());
+    } else {
+        response.end(hasBody ? body : undefined);
+    }
+}
+
+/** Starts a player on `port`; resolves to it when it listens. */
+function listen(player, port) {
+    return new Promise((resolve, reject) => {
+        player.once('error', (error) => reject(new Error(`Port ${port} cannot be used: ${error.message}`)));
+        player.listen(port, '127.0.0.1', () => resolve(player.address().port));
+    });
+}
+
+module.exports = { createPlayer, listen };

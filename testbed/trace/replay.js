@@ -1,0 +1,142 @@
+'use strict';
+
+const { parseArgs } = require('node:util');
+
+const { findBridge, runBridge } = require('./bridge');
+const { commandOf } = require('./commands');
+const { firstDifference } = require('./compare');
+const { createPlayer, listen } = require('./player');
+const { SWITCH, readTrace } = require('./trace');
+
+const USAGE = `usage: replay TRACE [--port N] [--run] [--bridge PROGRAM] [--limit SECONDS]
+
+Plays the application from a trace of the bridge. Record the trace, over one or more commands, with
+  ${SWITCH}
+It prints the port that it listens on. Run the same commands again: each request gets the recorded
+reply. The first request that differs from the trace is reported. The folder of a run may differ.
+
+  --port N          listen on 127.0.0.1:N (default: any free port)
+  --run             also run the bridge, with each command and its arguments from the trace (Linux)
+  --bridge PROGRAM  the bridge for --run (default: $BRIDGE, else build/tessaron-word-bridge)
+  --limit SECONDS   stop if no request comes for so long (default 600)
+  --help            print this
+
+Exit status: 0 if all requests were as recorded, 1 if one differed or is missing, 2 if the trace or
+an option cannot be used.
+`;
+const OPTIONS = {
+    port: { type: 'string', default: '0' },
+    run: { type: 'boolean' },
+    bridge: { type: 'string' },
+    limit: { type: 'string', default: '600' },
+    help: { type: 'boolean' },
+};
+
+const say = (text) => process.stdout.write(`${text}\n`);
+
+function readNumber(name, text, largest) {
+    if (!/^\d{1,6}$/.test(text) || Number(text) > largest) {
+        throw new Error(`--${name} must be a number from 0 to ${largest}, not "${text}".`);
+    }
+    return Number(text);
+}
+
+/**
+ * Plays `exchanges` and resolves to a sentence about the first difference, '' if there is none.
+ * With `program`, also runs the bridge.
+ */
+async function play(exchanges, { port, limitMs, program }) {
+    const state = { asked: 0, isFinished: false };
+    let finish;
+    const finished = new Promise((resolve) => {
+        finish = (sentence) => { state.isFinished = true; resolve(sentence); };
+    });
+    const stop = (why) => finish(state.asked === exchanges.length ? ''
+        : `${why} after ${state.asked} of ${exchanges.length} requests.`);
+    const player = createPlayer(exchanges, (exchange, request) => {
+        timer.refresh(); // it exists, because requests come after listen()
+        state.asked += 1;
+        const sentence = report(state.asked, exchange, request);
+        if (sentence || state.asked === exchanges.length) {
+            finish(sentence);
+        }
+    });
+    const used = await listen(player, port);
+    const timer = setTimeout(() => stop('No request came'), limitMs);
+    for (const signal of ['SIGINT', 'SIGTERM']) {
+        process.once(signal, () => stop('Interrupted'));
+    }
+    say(`listening on 127.0.0.1:${used}`);
+    const running = program && runCommands(program, exchanges, used, state)
+        .then(() => stop('The commands ended'));
+    const difference = await finished;
+    clearTimeout(timer);
+    await running;
+    player.close();
+    return difference;
+}
+
+/** Prints a request; returns a sentence if it is not the recorded one, else ''. */
+function report(number, exchange, request) {
+    const difference = exchange ? firstDifference(exchange, request)
+        : `the trace has no more requests, the bridge sent ${request.method} ${request.path}`;
+    say(`Request ${number}: ${request.method} ${request.path}`);
+    if (exchange && !exchange.reply) {
+        say('  The trace ends before the reply, so there is no answer.');
+    }
+    return difference && `Request ${number} differs: ${difference}.`;
+}
+
+/** Runs the command of each exchange in turn and prints its results. */
+async function runCommands(program, exchanges, port, state) {
+    for (const [index, { path, body }] of exchanges.entries()) {
+        if (state.isFinished) {
+            return;
+        }
+        const found = commandOf(path, body.toString('utf8'));
+        if (!found) {
+            say(`Request ${index + 1}: no command of the bridge sends ${path} like this.`);
+            return;
+        }
+        const { results, errors } = await runBridge(program, { ...found, port });
+        say(`${found.command}: ${results === null ? 'no results' : results.map(shorten).join(' | ')}`);
+        if (errors) {
+            say(`  standard error: ${errors.trim()}`);
+        }
+    }
+}
+
+const shorten = (text) => (text.length > 60 ? `${text.slice(0, 57)}...` : text);
+
+async function main() {
+    const { values, positionals } = parseArgs({ options: OPTIONS, allowPositionals: true });
+    if (values.help) {
+        process.stdout.write(USAGE);
+        return 0;
+    }
+    if (positionals.length !== 1) {
+        throw new Error('Name one trace. --help explains the options.');
+    }
+    if (values.run && process.platform === 'darwin') {
+        throw new Error('--run works on Linux only: on macOS the port is in the settings of the user.');
+    }
+    const port = readNumber('port', values.port, 65535);
+    const limitMs = readNumber('limit', values.limit, 86400) * 1000;
+    const program = values.run ? findBridge(values.bridge) : '';
+    const exchanges = readTrace(positionals[0]);
+    const difference = await play(exchanges, { port, limitMs, program });
+    say(difference || `All ${exchanges.length} requests were as recorded.`);
+    return difference ? 1 : 0;
+}
+
+/** The program; sets the exit status. */
+async function runReplay() {
+    try {
+        process.exitCode = await main();
+    } catch (error) {
+        process.stderr.write(`replay: ${error.message}\n`);
+        process.exitCode = 2;
+    }
+}
+
+module.exports = { runReplay };

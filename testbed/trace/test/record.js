@@ -1,0 +1,84 @@
+'use strict';
+
+// Traces for the tests: recorded from the bridge, or written as the bridge writes them.
+
+const { spawn } = require('node:child_process');
+const { once } = require('node:events');
+const fs = require('node:fs');
+const http = require('node:http');
+const path = require('node:path');
+
+const { ANSWERS, BODIES, BRIDGE, runAllCommands, startDesktop, temporaryFolder } = require('./support');
+
+const PREFIX = 'tessaron.http.body: ';
+
+/** A file with `text` in a folder of the test. */
+function traceFile(t, text) {
+    const file = path.join(temporaryFolder(t), 'trace');
+    fs.writeFileSync(file, text);
+    return file;
+}
+
+/** The trace of all seventeen commands against the stand-in of the application. */
+async function recordAllCommands(t) {
+    const { port } = await startDesktop(t, ANSWERS);
+    const outcomes = await runAllCommands(port, BODIES);
+    return outcomes.map(([, { errors }]) => errors).join('');
+}
+
+/** A server that answers each request with `answer(request)`: { status, body } or nothing. */
+async function startServer(t, answer) {
+    const server = http.createServer(async (request, response) => {
+        const pieces = [];
+        for await (const piece of request) {
+            pieces.push(piece);
+        }
+        const { status, body } = answer(request, Buffer.concat(pieces));
+        response.writeHead(status, { 'Content-Length': body.length, Connection: 'close' });
+        response.end(body);
+    });
+    await new Promise((resolve) => { server.listen(0, '127.0.0.1', resolve); });
+    t.after(() => server.close());
+    return server.address().port;
+}
+
+/** Starts the bridge with its trace appended to `file`; resolves when it has ended. */
+async function traceInto(t, file, command, port) {
+    const home = temporaryFolder(t);
+    fs.mkdirSync(path.join(home, 'tessaron.com'));
+    fs.writeFileSync(path.join(home, 'tessaron.com', 'Tessaron Desktop.conf'),
+        `[%General]\nhttpServerPort=${port}\n`);
+    const descriptor = fs.openSync(file, 'a');
+    const child = spawn(BRIDGE, [command, home], {
+        env: { ...process.env, ...BODIES, XDG_CONFIG_HOME: home },
+        stdio: ['ignore', 'ignore', descriptor],
+    });
+    await once(child, 'close');
+    fs.closeSync(descriptor);
+}
+
+/** The lines of one exchange, as the bridge writes them; without `reply` only the request. */
+function exchangeLines({ method = 'POST', path: url, body = '', reply, process = 1, exchange = 1 }) {
+    const at = '2026-01-02T03:04:05.678Z';
+    const about = { exchange, process };
+    const event = (first, text) => {
+        const bytes = Buffer.from(text);
+        const isText = bytes.toString('utf8') === text || typeof text === 'string';
+        return PREFIX + JSON.stringify({ at, bytes: bytes.length, ...first, ...about,
+            ...(isText ? { text: bytes.toString() } : { textBase64: bytes.toString('base64') }) });
+    };
+    const lines = [`tessaron.http: ${method} ${url} ${Buffer.byteLength(body)} bytes`,
+        event({ method, path: url }, body)];
+    if (reply) {
+        const { status = 200, error, body: replyBody = '' } = reply;
+        lines.push(`tessaron.http: ${status} ${Buffer.byteLength(replyBody)} bytes 1 ms`
+            + `${error ? `, ${error}` : ''}`, event({ status, elapsedMs: 1, error }, replyBody));
+    }
+    return lines;
+}
+
+const traceOf = (...exchanges) => exchanges.flatMap(exchangeLines).map((line) => `${line}\n`).join('');
+
+module.exports = {
+    PREFIX, traceFile, recordAllCommands, startServer, traceInto, exchangeLines, traceOf,
+};
