@@ -228,9 +228,9 @@ function checkExchange(contract, request, reply) {
     ];
 }
 
-/** One line about a finding. */
+/** One line about a finding. A finding about more than the body has no pointer. */
 function describeFinding({ severity, pointer, problem, found }) {
-    const where = pointer === '' ? 'the body' : pointer;
+    const where = pointer === '' ? 'the body' : pointer ?? 'the reply';
     return `${severity === 'warning' ? 'warning: ' : ''}${where} ${problem}; found ${found}`;
 }
 

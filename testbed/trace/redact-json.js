@@ -8,8 +8,7 @@ const path = require('node:path');
 const YAML = require('yaml');
 
 const FIELD_CODE = 'ADDIN CSL_CITATION';
-const TOKENS = /"(?:[^"\\]|\\[^])*"|[^"]+/g;
-const UNITS = /\\u[0-9a-fA-F]{4}|\\[^]|[^]/g;
+const ESCAPES = /\\u[0-9a-fA-F]{4}|\\[^]/g;
 const CONTROLS = /[\u0000-\u001f]/g;
 
 const csl = YAML.parse(fs.readFileSync(
@@ -38,34 +37,50 @@ function redactText(text, replace) {
 }
 
 function redactJson(json, replace) {
-    const tokens = json.match(TOKENS) || [];
+    const parts = [];
     let key = '';
-    return tokens.map((token, index) => {
-        if (!token.startsWith('"')) {
-            return token;
+    let end = 0;
+    for (let start = json.indexOf('"'); start >= 0; start = json.indexOf('"', end)) {
+        parts.push(json.slice(end, start));
+        end = endOfString(json, start);
+        const raw = json.slice(start + 1, end - 1);
+        if (/^\s*:/.test(json.slice(end, end + 100))) {
+            key = raw;
+            parts.push(json.slice(start, end));
+        } else {
+            parts.push('"', redactString(raw, key, replace), '"');
         }
-        if (/^\s*:/.test(tokens[index + 1] || '')) {
-            key = token.slice(1, -1);
-            return token;
-        }
-        return `"${redactString(token.slice(1, -1), key, replace)}"`;
-    }).join('');
+    }
+    return parts.join('') + json.slice(end);
+}
+
+/** The index after the JSON string that starts at `start`. Not a pattern: a string may be long. */
+function endOfString(json, start) {
+    let end = start + 1;
+    while (json[end] !== '"') {
+        end += json[end] === '\\' ? 2 : 1;
+    }
+    return end + 1;
 }
 
 /** Redacts a JSON string without its quotes. An escaped character stays escaped in the same way. */
 function redactString(raw, key, replace) {
-    const units = raw.match(UNITS) || [];
-    const value = units.map(unescape).join('');
-    const redacted = redactValue(value, key, replace);
-    return units.map((unit, index) => escapeLike(unit, redacted[index])).join('');
+    const redacted = redactValue(raw.replace(ESCAPES, unescape), key, replace);
+    let result = '';
+    let done = 0; // in `raw`
+    let used = 0; // in `redacted`
+    for (const { 0: unit, index } of raw.matchAll(ESCAPES)) {
+        const escaped = used + index - done;
+        result += redacted.slice(used, escaped) + escapeLike(unit, redacted[escaped]);
+        used = escaped + 1;
+        done = index + unit.length;
+    }
+    return result + redacted.slice(used);
 }
 
 const SHORT = { b: '\b', f: '\f', n: '\n', r: '\r', t: '\t' };
 
 function unescape(unit) {
-    if (unit.length === 1) {
-        return unit;
-    }
     return unit.length === 6 ? String.fromCharCode(parseInt(unit.slice(2), 16)) : SHORT[unit[1]] ?? unit[1];
 }
 
@@ -74,8 +89,7 @@ function escapeLike(unit, character) {
         const hex = character.charCodeAt(0).toString(16).padStart(4, '0');
         return `\\u${/[A-F]/.test(unit) ? hex.toUpperCase() : hex}`;
     }
-    // A short escape stands for a character that stays, or for a slash.
-    return unit.length === 2 ? unit : character;
+    return unit; // it stands for a character that stays, or for a slash
 }
 
 function redactValue(value, key, replace) {
