@@ -10,23 +10,24 @@
 
 namespace {
 
-bool isBlank(char character)
+bool isWhitespace(char character)
 {
     return character == ' ' || character == '\t' || character == '\n';
 }
 
-/// One argument as it stands in the line, its quoting undone.
+/// One argument of an Exec line, without its quotes and before field codes are expanded.
 struct Argument {
     QByteArray text;
     bool quoted = false;
 };
 
-/// Takes the quoted argument that begins at `next`; false when it does not end.
-bool takeQuoted(const char*& next, Argument* argument)
+/// Reads the quoted argument that begins at `next` and moves `next` past it. Returns false if the
+/// quote is not closed or something other than whitespace follows it.
+bool readQuoted(const char*& next, Argument* argument)
 {
     argument->quoted = true;
     for (++next; *next != '"'; ++next) {
-        // Only these four are escaped; any other backslash stands for itself.
+        // A backslash escapes only these four characters and is literal before any other.
         if (*next == '\\' && next[1] != '\0' && std::strchr("\"`$\\", next[1]) != nullptr) {
             ++next;
         }
@@ -36,12 +37,14 @@ bool takeQuoted(const char*& next, Argument* argument)
         argument->text += *next;
     }
     ++next;
-    return *next == '\0' || isBlank(*next);
+    return *next == '\0' || isWhitespace(*next);
 }
 
-bool takeUnquoted(const char*& next, Argument* argument)
+/// Reads the unquoted argument that begins at `next` and moves `next` past it. Returns false if it
+/// contains a quote.
+bool readUnquoted(const char*& next, Argument* argument)
 {
-    for (; *next != '\0' && !isBlank(*next); ++next) {
+    for (; *next != '\0' && !isWhitespace(*next); ++next) {
         if (*next == '"') {
             return false;
         }
@@ -50,26 +53,28 @@ bool takeUnquoted(const char*& next, Argument* argument)
     return true;
 }
 
+/// Returns nothing if a quote is misplaced or not closed.
 std::optional<QList<Argument>> splitExec(const QByteArray& exec)
 {
     QList<Argument> arguments;
     const char* next = exec.constData();
     for (;;) {
-        while (isBlank(*next)) {
+        while (isWhitespace(*next)) {
             ++next;
         }
         if (*next == '\0') {
             return arguments;
         }
         Argument argument;
-        if (!(*next == '"' ? takeQuoted(next, &argument) : takeUnquoted(next, &argument))) {
+        if (!(*next == '"' ? readQuoted(next, &argument) : readUnquoted(next, &argument))) {
             return {};
         }
         arguments.append(argument);
     }
 }
 
-/// What the field code `code` stands for inside an argument; nothing when there is no such code.
+/// Returns the text that replaces the field code `code` inside an argument, or nothing if there is
+/// no such code.
 std::optional<QByteArray> fieldText(char code, const ExecFields& fields)
 {
     switch (code) {
@@ -80,12 +85,14 @@ std::optional<QByteArray> fieldText(char code, const ExecFields& fields)
     case 'k':
         return fields.entryPath;
     default:
-        // Files, URLs and what is deprecated.
-        return QByteArrayLiteral("fFuUdDnNvm").contains(code) ? std::optional(QByteArray())
-                                                              : std::nullopt;
+        // Files, URLs, the deprecated codes, and the icon: it has a value only as a whole
+        // argument.
+        return QByteArrayLiteral("fFuUdDnNvmi").contains(code) ? std::optional(QByteArray())
+                                                               : std::nullopt;
     }
 }
 
+/// Returns nothing if the argument contains an unknown field code.
 std::optional<QByteArray> expandArgument(const QByteArray& argument, const ExecFields& fields)
 {
     QByteArray expanded;
@@ -108,7 +115,7 @@ struct KeyFileDeleter {
     void operator()(GKeyFile* file) const { g_key_file_free(file); }
 };
 
-/// A desktop entry's main group. Values that are missing or malformed read as empty.
+/// The main group of a desktop entry file. Missing and malformed values read as empty.
 class EntryFile {
 public:
     bool load(const QString& path)
@@ -155,8 +162,8 @@ QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
     }
     QList<QByteArray> command;
     for (const Argument& argument : *arguments) {
-        // The one code that stands for two arguments, so it must be one of its own.
-        if (argument.text == "%i") {
+        // The only code that becomes two arguments, so it must be a whole argument.
+        if (argument.text == "%i" && !argument.quoted) {
             if (!fields.icon.isEmpty()) {
                 command << QByteArrayLiteral("--icon") << fields.icon;
             }
@@ -166,12 +173,12 @@ QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
         if (!expanded) {
             return {};
         }
-        // An argument that was nothing but a dropped code is none; "" was meant as an empty one.
+        // Drop an argument that held only a removed field code. A quoted one was meant to be there.
         if (!expanded->isEmpty() || argument.quoted) {
             command << *expanded;
         }
     }
-    // The standard allows no "=" in a program: a shell would take it for an assignment.
+    // The standard forbids "=" in the program's name.
     const bool isValid =
         !command.isEmpty() && !command.first().isEmpty() && !command.first().contains('=');
     return isValid ? command : QList<QByteArray>();

@@ -6,29 +6,39 @@
 
 #include <optional>
 
-/// What a desktop entry says about starting its application.
+/// freedesktop.org's Desktop Entry specification, as far as it says how to start an application.
+/// Nothing here starts a process.
+
+/// How a desktop entry starts its application.
 struct DesktopEntry {
-    /// The program and its arguments, never empty.
+    /// The program and its arguments; never empty.
     QList<QByteArray> command;
-    /// The folder to start it in; empty for the starter's own.
+    /// The working directory ("Path"); empty for that of the starting process.
     QByteArray workingDirectory;
 };
 
-/// Reads the desktop entry at `filePath` as the Desktop Entry standard says, for a start without
-/// files or URLs. Returns nothing where the entry does not install an application: it cannot be
-/// read, is not of type Application, has "Hidden=true", names a TryExec that is not there, or
-/// its Exec is missing or invalid.
+/// Reads the desktop entry at `filePath`, for a start without files or URLs. Returns nothing if the
+/// entry does not describe an installed application: it cannot be read or parsed, its Type is not
+/// Application, it has Hidden=true, the program in TryExec does not exist or is not executable, or
+/// Exec is missing or invalid. The name for %c is translated into the process's locale.
 std::optional<DesktopEntry> readDesktopEntry(const QString& filePath);
 
-/// What the field codes of an Exec line stand for.
+/// The values of the field codes in an Exec line.
 struct ExecFields {
-    QByteArray icon; ///< %i, as "--icon" and this; nothing when empty
-    QByteArray name; ///< %c, the translated name
+    QByteArray icon; ///< %i
+    QByteArray name; ///< %c, translated
     QByteArray entryPath; ///< %k
 };
 
-/// Splits `exec`, the value of an Exec key without its string escapes, into arguments and
-/// expands its field codes. Codes for files and URLs and the deprecated ones become nothing.
-/// Returns an empty list for an invalid line: an unknown code, a quote that is not closed or
-/// stands inside an argument, no program or one whose name holds "=".
+/// Splits `exec` into arguments and expands the field codes. `exec` is the value of an Exec key
+/// after its string escapes (\s, \n, ...) have been decoded. No shell is involved: "$" and "`" are
+/// ordinary characters.
+///
+/// "%i" as an unquoted argument becomes the two arguments "--icon" and the icon, or none if there
+/// is no icon. In quotes or inside a longer argument it expands to nothing, as the codes for files
+/// and URLs and the deprecated codes do everywhere. An unquoted argument that is empty after the
+/// expansion is dropped; a quoted one stays as an empty argument.
+///
+/// Returns an empty list if the line is invalid: an unknown field code, a quote that is not closed
+/// or does not enclose a whole argument, no program, or a program name that contains "=".
 QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields);
