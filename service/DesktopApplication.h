@@ -1,13 +1,19 @@
 #pragma once
 
-/// Finds the desktop application and opens it hidden, without bringing it to the front:
-/// DesktopApplication_mac.cpp through Launch Services, DesktopApplication_linux.cpp as the
-/// Desktop Entry standard says. First the fixed installation path, then the application's
-/// identity (bundle identifier, desktop-file id).
+/// Finds the desktop application and opens it hidden, without bringing it to the front. The build
+/// chooses the implementation: DesktopApplication_mac.cpp uses Launch Services,
+/// DesktopApplication_linux.cpp follows freedesktop.org's Desktop Entry specification. Both try the
+/// fixed installation path first and then the application's identity (bundle identifier or
+/// desktop-file id).
 ///
-/// Returns 0 when the application was started, without waiting until it is ready, and otherwise
-/// the number that tells the user why: -10814 when it was not found on Linux and mostly on macOS
-/// (kLSApplicationNotFoundErr), else the platform's status or errno of the failed start.
+/// Returns 0 if the application was started. Does not wait for its local API. On macOS the call may
+/// block until the application has registered with the system.
 ///
-/// Opening an application that runs already may bring it to the front, so ask before.
+/// Otherwise returns a nonzero number to show to the user. If the application was not found, this
+/// is -10814 on Linux and the status of Launch Services on macOS, usually the same number
+/// (kLSApplicationNotFoundErr). If the start failed, it is the errno on Linux and the status on
+/// macOS.
+///
+/// The caller must check first that the application is not running: opening it again may start a
+/// second copy (Linux) or bring it to the front (macOS).
 int openDesktopApplication();

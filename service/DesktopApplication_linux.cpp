@@ -15,12 +15,12 @@
 
 namespace {
 
-// The number of macOS, so that a macro knows it on every platform.
+// The same number as on macOS, so that a macro can recognise it on every platform.
 constexpr int applicationNotFound = -10814;
 
-/// The environment of the application: the bridge's own without what would have a desktop
-/// activate the window that is about to open.
-std::vector<char*> quietEnvironment()
+/// Returns this process's environment without the variables that would make the desktop bring the
+/// application's window to the front. The pointers point into the environment itself.
+std::vector<char*> environmentWithoutActivation()
 {
     std::vector<char*> variables;
     for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -37,8 +37,8 @@ struct SpawnAttributes {
     SpawnAttributes()
     {
         posix_spawnattr_init(&attributes);
-        // A session of its own, so that it outlives the bridge and its terminal; no signal
-        // ignored or blocked, whatever the bridge or its parent set.
+        // A new session, so that the application outlives the bridge and its terminal. No signal
+        // ignored or blocked: a child inherits both, and the bridge ignores some.
         posix_spawnattr_setflags(
             &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         sigset_t signalSet;
@@ -57,7 +57,8 @@ struct SpawnFileActions {
     explicit SpawnFileActions(const QByteArray& workingDirectory)
     {
         posix_spawn_file_actions_init(&actions);
-        // The macro reads the bridge's output to its end: the application must not hold it open.
+        // The macro reads the bridge's output until it is closed, so the application must not
+        // inherit it.
         for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_RDWR, 0);
         }
@@ -72,7 +73,7 @@ struct SpawnFileActions {
     posix_spawn_file_actions_t actions{};
 };
 
-/// Starts `entry` detached and returns 0 or the errno of the failure.
+/// Starts the application that `entry` describes. Returns 0 or the errno of the failed start.
 int start(const DesktopEntry& entry)
 {
     std::vector<char*> arguments;
@@ -84,7 +85,7 @@ int start(const DesktopEntry& entry)
     const SpawnFileActions files(entry.workingDirectory);
     pid_t processId = 0;
     return posix_spawnp(&processId, arguments.front(), &files.actions, &spawn.attributes,
-        arguments.data(), quietEnvironment().data());
+        arguments.data(), environmentWithoutActivation().data());
 }
 
 } // namespace
@@ -95,7 +96,8 @@ int openDesktopApplication()
     if (QFile::exists(fixedPath)) {
         return start({{QFile::encodeName(fixedPath)}, {}});
     }
-    // The first entry in the search order counts, also when it says "not installed".
+    // Only the first entry in the search order counts: a hidden or invalid one means "not
+    // installed" and hides those in later folders.
     const QString entryPath = QStandardPaths::locate(
         QStandardPaths::ApplicationsLocation, QStringLiteral("com.tessaron.desktop.desktop"));
     const auto entry = entryPath.isEmpty() ? std::nullopt : readDesktopEntry(entryPath);

@@ -6,14 +6,14 @@ namespace {
 
 constexpr char fixedPath[] = "/Applications/Tessaron Desktop.app";
 
-// Hidden, in the background and out of the recent items. The bits 0x800 and 0x20000 do nothing
-// on current systems.
+// Fixed by the interface: this exact value. It means hidden, in the background and not in the
+// recent items. The obsolete bits 0x800 and 0x20000 do nothing on current systems and stay.
 constexpr LSLaunchFlags launchFlags = 0x00120B00;
 
 } // namespace
 
-// These three calls are deprecated, but nothing that replaced them opens an application hidden
-// from plain C++. The newest systems still export them.
+// These three functions are deprecated but still exported by the newest systems. Their
+// replacements cannot open an application hidden from plain C++.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 

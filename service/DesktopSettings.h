@@ -4,15 +4,18 @@
 
 class QSettings;
 
-/// The desktop application's own settings, which this program only reads: on macOS the
-/// preferences of "tessaron.com" / "Tessaron Desktop", on Linux
-/// $XDG_CONFIG_HOME/tessaron.com/Tessaron Desktop.conf. Made on the first call, destroyed at
-/// exit; never null. Settings that are missing or cannot be read answer as if they were empty.
+/// Returns the desktop application's settings, which this program only reads: on macOS the
+/// preferences of "tessaron.com" / "Tessaron Desktop", on Linux the file
+/// $XDG_CONFIG_HOME/tessaron.com/Tessaron Desktop.conf. Missing or unreadable settings behave like
+/// empty ones. Never returns null; the object is created by the first call, belongs to this
+/// function and is destroyed when the process exits.
 QSettings* tessaronDesktopSettings();
 
-/// Where the application says it is installed ("ExecutablePath"); empty when it does not.
+/// Returns the path of the application's executable ("ExecutablePath"), or an empty string if it is
+/// not set. Fixed by the interface: nothing in this program calls it.
 QString tessaronDesktopPath();
 
-/// The TCP port of the application's local API ("General/httpServerPort"), 50002 when there is
-/// none; 0 when the value is not a number. Not checked for being a port.
+/// Returns the TCP port of the application's local API ("General/httpServerPort"): 50002 if it is
+/// not set, 0 if it is not a number. Any other number is returned unchecked, also one that cannot
+/// be a port.
 int tessaronDesktopTcpPort();

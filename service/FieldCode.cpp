@@ -17,7 +17,7 @@ QVariantMap jsonFromFieldCode(const QString& fieldCode)
     if (first < 0 || last < 0) {
         return {};
     }
-    // Where the only "}" stands before the "{", the length is 0 or less. mid() takes 0 as
-    // nothing and a negative length as "to the end"; neither is an object then.
+    // If the last "}" comes before the first "{", the length is 0 or negative. mid() then returns
+    // an empty string or the rest of the string. Neither is a JSON object.
     return JsonUtils::parseText(fieldCode.mid(first, last - first + 1)).toMap();
 }

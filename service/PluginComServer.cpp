@@ -108,7 +108,7 @@ QString PluginComServer::undoManualFormat(const QString& fieldCode)
 
 bool PluginComServer::hasManualEdit(const QString& fieldCode)
 {
-    // The key alone counts, whatever its value: the application removes it to undo an edit.
+    // Fixed by the interface: only the key counts. Its value may be false, null or empty.
     const QVariantMap cluster = jsonFromFieldCode(fieldCode);
     return cluster.value(QStringLiteral("tessaron"))
         .toMap()
@@ -123,7 +123,7 @@ void PluginComServer::setWordProcessor(const QString& processor, const QString& 
         &response);
 }
 
-/// Returns the field code that a POST of `request` answers with, or `onFailure`.
+/// Posts `request` and returns the field code in the reply, or `onFailure` if the request failed.
 QString PluginComServer::postForFieldCode(
     const QString& path, const QVariantMap& request, const QString& onFailure)
 {
@@ -168,8 +168,8 @@ QString PluginComServer::getUserUuid()
         QStringLiteral("Unable to retrieve uuid - error: %1. Server error '%2'"));
 }
 
-/// Returns the text under `key` in the reply to a GET; on failure the message, filled in: the
-/// macro shows whatever text it gets.
+/// Returns the text under `key` in the reply to a GET. On failure returns `failureMessage` with the
+/// status for %1 and the error for %2. Fixed by the interface: the message takes the value's place.
 QString PluginComServer::getText(
     const QString& path, const QString& key, const QString& failureMessage)
 {
@@ -230,6 +230,7 @@ bool PluginComServer::formatCitationsAndBibliography()
     formattedBibliography = response.value(QStringLiteral("bibliography")).toString();
 
     if (formattedCitations.size() != submittedCount) {
+        // Fixed by the interface: the two spaces, and "only" also if more were received.
         qWarning() << "Citation count mismatch.  Submitted" << submittedCount
                    << "citations but only received" << formattedCitations.size()
                    << "formatted citations.";
@@ -258,7 +259,8 @@ QVariantMap PluginComServer::batchRequest() const
 void PluginComServer::storeFormattedCitations(QVariantList clusters)
 {
     formattedCitations.reserve(clusters.size());
-    // Each entry goes as soon as it is stored: a long document need not be in memory twice.
+    // Removes each entry once it is stored: a long document would otherwise be held in memory
+    // twice.
     while (!clusters.isEmpty()) {
         const QVariantMap entry = clusters.takeFirst().toMap();
         const auto textAt = [&entry](const QString& path) {
@@ -289,6 +291,7 @@ QString PluginComServer::getPreviouslyFormattedCitation(int index)
 
 QString PluginComServer::getFieldCode(int index)
 {
+    // Fixed by the interface: not the text that the other three return.
     return citationText(index, &CitationField::fieldCode, QStringLiteral("invalid_index"));
 }
 

@@ -8,15 +8,18 @@
 #include <QStringList>
 #include <QVector>
 
-/// The service of one run: the state of one command and every operation that a macro can ask
-/// for, each a slot, so that they can also be called by name through the meta-object.
+/// The state of one command and every operation that a macro can request. Each operation is a slot,
+/// so it can also be called by name through the meta-object.
 ///
-/// An operation that asks the application blocks until it answers; for a path that ends in
-/// "/interactive" that is as long as the user keeps its dialog open. Success is the HTTP status
-/// 200 exactly. What each operation answers on failure stands beside it; the reason is in
-/// lastError(). No operation may be called while another one runs.
+/// An operation that sends a request blocks until the application has replied; there is no timeout.
+/// If its path ends in "/interactive", that lasts as long as the user keeps the dialog open. A
+/// request succeeds only with HTTP status 200; any other status, or no reply, is a failure. Each
+/// operation's comment states what it returns on failure; lastError() then has the reason.
+///
+/// An operation must not be called while another one of the same object is running.
 class PluginComServer : public QObject {
     Q_OBJECT
+    // Fixed by the interface: never change these values. "Version" differs from pluginVersion().
     Q_CLASSINFO("Version", "1.1")
     Q_CLASSINFO("ClassID", "7D1F3C52-9A84-4E0B-8C6D-25B7E1A90F34")
     Q_CLASSINFO("InterfaceID", "B2E6A7D8-41C3-4F95-9E72-6C08D35F1BA1")
@@ -24,122 +27,136 @@ class PluginComServer : public QObject {
     Q_CLASSINFO("RegisterObject", "yes")
 
 public:
-    /// One citation of a batch.
+    /// One citation of a batch, as sent or as received.
     struct CitationField {
-        QString previouslyFormattedCitation; ///< from the reply: what the application last wrote
-        QString formattedCitation; ///< sent: the text in the document; from the reply: the new one
-        QString plainTextFormattedCitation; ///< from the reply: the new text without markup
-        QString fieldCode; ///< sent: as the document holds it; from the reply: the new one
+        QString previouslyFormattedCitation; ///< received: the text that the application last wrote
+        QString formattedCitation; ///< sent: the text in the document; received: the new text
+        QString plainTextFormattedCitation; ///< received: the new text without markup
+        QString fieldCode; ///< sent: the field code in the document; received: the new one
     };
 
-    /// Reads the application's port from its settings; sends nothing and cannot fail.
+    /// Reads the application's port from its settings. Sends nothing and cannot fail: a wrong port
+    /// shows only when a request fails.
     explicit PluginComServer(QObject* parent = nullptr);
     ~PluginComServer() override;
 
-    // The order of the slots is the order of the meta-object's methods: callers by index rely
-    // on it.
+    // Fixed by the interface: the order of the slots, because callers know them by index. Add new
+    // ones at the end.
 public Q_SLOTS:
-    /// "1.0". The class information says "1.1": two versions of two things.
+    /// Returns "1.0". Fixed by the interface, like the different "Version" above.
     QString pluginVersion();
 
-    /// Why the last failed request or start of the application failed; empty before the first.
+    /// Returns the reason of the last failed request or failed start of the application; empty
+    /// before the first failure. A success leaves it unchanged.
     QString lastError();
 
-    /// Opens the style chooser at `selectedStyleId`. Returns the "citationStyleUrl" of the
-    /// answer, whatever its status; empty without one (failure, or nothing chosen).
+    /// Opens the style dialog with `selectedStyleId` selected. Returns the "citationStyleUrl" of
+    /// the reply whatever its status, or an empty string if it has none (failure, or the user chose
+    /// nothing). Does not store the style.
     QString getCitationStyleFromDialog(const QString& selectedStyleId);
 
-    /// Opens the editor for `currentFieldCode`, or the citation chooser when it is empty.
-    /// Returns the new field code; `currentFieldCode` when the answer holds no citation items
-    /// (cancelled); empty text on failure.
+    /// Opens the citation editor for `currentFieldCode`, or the citation chooser if it is empty.
+    /// Returns the new field code, or `currentFieldCode` if the reply contains no citation items
+    /// (the user cancelled). Returns an empty string on failure.
     QString getFieldCodeFromCitationEditor(const QString& currentFieldCode);
 
-    /// Returns the field code of the library's entry `uuid`; empty text on failure.
+    /// Returns the field code of the library entry `uuid`, or an empty string on failure.
     QString getFieldCodeFromUuid(const QString& uuid);
 
-    /// Tells the application that process `processId` lets it take the keyboard focus. A failure
-    /// shows in lastError() alone.
+    /// Informs the application that the process `processId` allows it to take the keyboard focus. A
+    /// failure is visible only in lastError().
     void allowSetFocus(int processId);
 
-    /// Returns the field code of one citation made of all of `fieldCodes`; empty text on failure.
+    /// Returns the field code of one citation that joins all of `fieldCodes`, or an empty string on
+    /// failure.
     QString mergeFields(const QStringList& fieldCodes);
 
-    /// Records that a user changed the text of `fieldCode` to `formattedCitation`. Returns the
-    /// field code with that record; `fieldCode` on failure.
+    /// Records in the citation that the user changed its text to `formattedCitation`. Returns the
+    /// field code with that record, or `fieldCode` on failure.
     QString checkManualFormatAndGetFieldCode(
         const QString& fieldCode, const QString& formattedCitation);
 
-    /// Removes such a record. Returns the new field code; `fieldCode` on failure.
+    /// Removes the record of a manual edit. Returns the new field code, or `fieldCode` on failure.
     QString undoManualFormat(const QString& fieldCode);
 
-    /// Tells the application which word processor calls, and its version. A failure shows in
-    /// lastError() alone.
+    /// Informs the application which word processor is calling, and its version. A failure is
+    /// visible only in lastError().
     void setWordProcessor(const QString& processor, const QString& version);
 
-    /// Replaces both lists by the recent styles' URLs and titles, in the application's order.
-    /// Returns their number; 0 with two empty lists on failure.
+    /// Replaces both lists with the URLs and titles of the recent styles, in the application's
+    /// order, and returns their number. On failure both lists are empty and the result is 0.
     int getRecentStyles(QStringList& styleIds, QStringList& styleNames);
 
-    /// Stores the style of the next batch; sends nothing.
+    /// Stores the style of the next batch. Sends nothing.
     void setCitationStyle(const QString& styleId);
 
-    /// The style as set, or as the last successful batch returned it.
+    /// Returns the stored style: the one that was set, or the one in the last reply to a batch with
+    /// status 200, which replaces it. It becomes empty if that reply named none.
     QString getCitationStyleId();
 
-    /// The user's account; on failure a message that names the status and the error.
+    // Fixed by the interface: on failure the following two, and getDesktopCitationStyleId(), return
+    // a message in place of the value.
+
+    /// Returns the user's account, or on failure a message with the status and the error.
     QString getUserAccount();
 
-    /// The user's id; on failure a message that names the status and the error.
+    /// Returns the user's id, or on failure a message with the status and the error.
     QString getUserUuid();
 
-    /// Empties the batch; results of an earlier one stay.
+    /// Empties the batch. The results of the last one stay.
     void resetCitations();
 
-    /// Adds one citation to the batch, in document order: its field code and the text that the
-    /// document shows for it now.
+    /// Adds a citation to the batch: its field code and its current text in the document. The order
+    /// of the calls must be the order in the document.
     void addCitation(const QString& fieldCode, const QString& formattedCitation);
 
-    /// Formats the whole batch and the bibliography in one request. Returns true only when the
-    /// answer holds as many citations as were sent and a bibliography. False when the request
-    /// failed (lastErrorCitationIndex() then names a rejected citation), and also when the
-    /// answer was stored but its count differs or its bibliography is empty.
+    /// Formats the batch and the bibliography with one request. The batch stays, so it can be sent
+    /// again. Returns true only if the reply contains as many citations as were sent and a
+    /// bibliography that is not empty.
+    ///
+    /// Returns false if the request failed. There are then no results, the stored style and the
+    /// bibliography stay as they were, and lastErrorCitationIndex() has the rejected citation. Also
+    /// returns false, after a warning, if a reply with status 200 contains another number of
+    /// citations or no bibliography. Its results and its style are stored nevertheless.
     bool formatCitationsAndBibliography();
 
-    /// The results of the last batch by index, from 0 in the order of addCitation(). An index
-    /// out of range gives "no such citation", for a field code "invalid_index".
+    /// The results of the last batch, by index from 0 in the order of addCitation(). If the index
+    /// is out of range, the first three return "no such citation" and getFieldCode() returns
+    /// "invalid_index". Fixed by the interface: two different texts.
     QString getFormattedCitation(int index);
     QString getPlainTextFormattedCitation(int index);
     QString getPreviouslyFormattedCitation(int index);
     QString getFieldCode(int index);
 
-    /// The index of the citation that the application rejected in the last batch, as a number (0
-    /// for anything that is none); -1 when it named none.
+    /// Returns the index of the citation that the application rejected in the last batch: -1 if it
+    /// named none, 0 if it named something that is not a number.
     int lastErrorCitationIndex();
 
-    /// The bibliography of the last batch that was answered with status 200.
+    /// Returns the bibliography in the last reply to a batch with status 200.
     QString getFormattedBibliography();
 
-    /// Starts the application when it does not run, and asks for ten seconds whether its API
-    /// answers; one that takes a connection and stays silent is waited for. Returns whether it
-    /// answers; a failed start is told by lastError().
+    /// Starts the application unless it is running, and polls its local API for ten seconds.
+    /// Returns whether it is running. If the start itself failed, returns false at once and
+    /// lastError() has the number from openDesktopApplication(). An application that accepts the
+    /// connection but never replies blocks this call.
     bool launchTessaron();
 
-    /// Whether the application runs: whether its process id, once known, is that of a process, and
-    /// until then whether it answers.
+    /// Returns whether the application is running. Sends no request while the process with the last
+    /// known id exists and may be signalled; otherwise asks the application for its id.
     bool isTessaronRunning();
 
-    /// The application's process id, 0 when it does not run.
+    /// Returns the application's process id (its low 32 bits), or 0 if it is not running.
     int tessaronProcessId();
 
-    /// Whether `fieldCode` carries a record of a manual edit. Sends nothing; false for a field
-    /// code that cannot be read.
+    /// Returns whether `fieldCode` contains a record of a manual edit; false if it cannot be read.
+    /// Sends nothing.
     bool hasManualEdit(const QString& fieldCode);
 
-    /// The style selected in the application; on failure a message that names the status and
+    /// Returns the style selected in the application, or on failure a message with the status and
     /// the error.
     QString getDesktopCitationStyleId();
 
-    /// Stores the folder that goes along with a batch.
+    /// Stores the folder that is sent with each batch. Neither checks nor creates it.
     void setTempDirectory(const QString& tempDir);
 
 private:
@@ -156,7 +173,7 @@ private:
     QVector<CitationField> formattedCitations;
     QString formattedBibliography;
     QString tempDirectory;
-    qint64 desktopProcessId = 0;
+    qint64 desktopProcessId = 0; // 0 if unknown
     int m_lastErrorCitationIndex = -1;
 };
 
