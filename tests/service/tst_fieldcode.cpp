@@ -15,22 +15,21 @@ QVariantMap readByQt(const QByteArray& json)
 
 } // namespace
 
-class FieldCodeTest : public QObject {
+class tst_FieldCode : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void fieldCodeOfCluster_data();
-    void fieldCodeOfCluster();
-    void clusterInFieldCode_data();
-    void clusterInFieldCode();
-    void noClusterInFieldCode_data();
-    void noClusterInFieldCode();
-    void roundTrip_data();
-    void roundTrip();
-    void responseIsLeftAlone();
+    void writesTheCluster_data();
+    void writesTheCluster();
+    void readsTheCluster_data();
+    void readsTheCluster();
+    void returnsAnEmptyMapWithoutACluster_data();
+    void returnsAnEmptyMapWithoutACluster();
+    void readsWhatItWrote_data();
+    void readsWhatItWrote();
 };
 
-void FieldCodeTest::fieldCodeOfCluster_data()
+void tst_FieldCode::writesTheCluster_data()
 {
     QTest::addColumn<QVariantMap>("response");
     QTest::addColumn<QString>("expected");
@@ -65,9 +64,8 @@ void FieldCodeTest::fieldCodeOfCluster_data()
         {QStringLiteral("formattedText"), text("(X 2001)")},
         {QStringLiteral("bibliography"), text("X.")}} << fieldCode(R"({"id":"x"})");
 
-    // What is no cluster is written all the same.
-    QTest::newRow("nothing in the response") << QVariantMap() << fieldCode("null");
-    QTest::newRow("no cluster") << map("error", text("no cluster")) << fieldCode("null");
+    // Values that are not a cluster are written as they are.
+    QTest::newRow("empty response") << QVariantMap() << fieldCode("null");
     QTest::newRow("key in another case")
         << map("CitationCluster", QVariantMap()) << fieldCode("null");
     QTest::newRow("cluster one level deeper")
@@ -75,22 +73,20 @@ void FieldCodeTest::fieldCodeOfCluster_data()
     QTest::newRow("null") << cluster(QVariant::fromValue(nullptr)) << fieldCode("null");
     QTest::newRow("invalid value") << cluster(QVariant()) << fieldCode("null");
     QTest::newRow("text") << cluster(text("x")) << fieldCode(R"("x")");
-    QTest::newRow("text with a placeholder") << cluster(text("%1")) << fieldCode(R"("%1")");
     QTest::newRow("number") << cluster(qlonglong(-5)) << fieldCode("-5");
     QTest::newRow("true") << cluster(true) << fieldCode("true");
     QTest::newRow("list") << cluster(QVariantList{qlonglong(1), text("b")})
                           << fieldCode(R"([1,"b"])");
-    QTest::newRow("empty list") << cluster(QVariantList()) << fieldCode("[]");
 }
 
-void FieldCodeTest::fieldCodeOfCluster()
+void tst_FieldCode::writesTheCluster()
 {
     QFETCH(QVariantMap, response);
     QFETCH(QString, expected);
     QCOMPARE(clusterToFieldCode(response), expected);
 }
 
-void FieldCodeTest::clusterInFieldCode_data()
+void tst_FieldCode::readsTheCluster_data()
 {
     QTest::addColumn<QString>("fieldCode");
     QTest::addColumn<QByteArray>("clusterJson");
@@ -100,27 +96,26 @@ void FieldCodeTest::clusterInFieldCode_data()
     };
     const QByteArray simple = R"({"a":"1"})";
     row("as it is written", R"(ADDIN CSL_CITATION {"a":"1"})", simple);
-    row("no words in front", R"({"a":"1"})", simple);
-    row("no blank in front", R"(ADDIN CSL_CITATION{"a":"1"})", simple);
+    row("no text before", R"({"a":"1"})", simple);
+    row("no space before", R"(ADDIN CSL_CITATION{"a":"1"})", simple);
     row("another field type", R"(HYPERLINK {"a":"1"})", simple);
-    row("more blanks", "  \t ADDIN   CSL_CITATION  \n  {\"a\":\"1\"}", simple);
-    row("other scripts in front", R"(Zitat – 引用 😀 {"a":"1"})", simple);
-    row("words behind", R"(ADDIN CSL_CITATION {"a":"1"} \* MERGEFORMAT)", simple);
-    row("blanks behind", "ADDIN CSL_CITATION {\"a\":\"1\"} \r\n", simple);
-    row("closing brace in front", R"(} ADDIN } CSL_CITATION {"a":"1"})", simple);
-    row("blanks inside", "ADDIN CSL_CITATION { \"a\" :\n\t\"1\" }", simple);
+    row("more whitespace", "  \t ADDIN   CSL_CITATION  \n  {\"a\":\"1\"}", simple);
+    row("other scripts before", R"(Zitat – 引用 😀 {"a":"1"})", simple);
+    row("text after", R"(ADDIN CSL_CITATION {"a":"1"} \* MERGEFORMAT)", simple);
+    row("whitespace after", "ADDIN CSL_CITATION {\"a\":\"1\"} \r\n", simple);
+    row("closing brace before", R"(} ADDIN } CSL_CITATION {"a":"1"})", simple);
+    row("whitespace inside", "ADDIN CSL_CITATION { \"a\" :\n\t\"1\" }", simple);
     row("inside a list of one", R"([{"a":"1"}])", simple);
     row("braces in a value", R"(X {"a":"}{ {{ }} \"}"} Y)", R"({"a":"}{ {{ }} \"}"})");
     row("braces in a key", R"(X {"}{":{"{":"}"}})", R"({"}{":{"{":"}"}})");
     row("nested objects", R"(X {"tessaron":{"manualFormatting":{"x":{}}}})",
         R"({"tessaron":{"manualFormatting":{"x":{}}}})");
-    row("value in other scripts", R"(X {"a":"Ünï 東京 😀"})", R"({"a":"Ünï 東京 😀"})");
     row("placeholders", R"(%1 {"%1":"%2 %1"} %2)", R"({"%1":"%2 %1"})");
     row("all kinds of values", R"(X {"l":[1,"b",null,true,{}],"n":null,"t":false})",
         R"({"l":[1,"b",null,true,{}],"n":null,"t":false})");
 }
 
-void FieldCodeTest::clusterInFieldCode()
+void tst_FieldCode::readsTheCluster()
 {
     QFETCH(QString, fieldCode);
     QFETCH(QByteArray, clusterJson);
@@ -129,7 +124,7 @@ void FieldCodeTest::clusterInFieldCode()
     QCOMPARE(jsonFromFieldCode(fieldCode), expected);
 }
 
-void FieldCodeTest::noClusterInFieldCode_data()
+void tst_FieldCode::returnsAnEmptyMapWithoutACluster_data()
 {
     QTest::addColumn<QString>("fieldCode");
 
@@ -138,43 +133,37 @@ void FieldCodeTest::noClusterInFieldCode_data()
     };
     QTest::newRow("null text") << QString();
     row("empty text", "");
-    row("blanks", "   \n");
+    row("whitespace", "   \n");
     row("no braces", "ADDIN CSL_CITATION");
     row("scalar", "ADDIN CSL_CITATION null");
     row("list without braces", "ADDIN CSL_CITATION [1,2]");
     row("opening brace only", "ADDIN CSL_CITATION {");
     row("closing brace only", "ADDIN CSL_CITATION }");
-    row("object that does not end", R"(ADDIN CSL_CITATION {"a":"1")");
-    row("object that does not begin", R"(ADDIN CSL_CITATION "a":"1"})");
-    row("closing brace directly in front", R"(}{"a":"1")");
-    row("braces the wrong way round", "}{");
-    row("closing brace further in front", R"(} ADDIN {"a":"1")");
-    row("closing brace first, list behind", R"(} [{"a":"1"])");
+    row("object without its closing brace", R"(ADDIN CSL_CITATION {"a":"1")");
+    row("object without its opening brace", R"(ADDIN CSL_CITATION "a":"1"})");
+    row("closing brace directly before", R"(}{"a":"1")");
+    row("braces in the wrong order", "}{");
+    row("closing brace further before", R"(} ADDIN {"a":"1")");
+    row("closing brace before a list", R"(} [{"a":"1"])");
     row("empty object", "ADDIN CSL_CITATION {}");
     row("unbalanced", R"(X {"a":{"b":"1"})");
     row("one brace too many", R"(X {"a":"1"}})");
-    row("brace of the words in front", R"(X {y} {"a":"1"})");
-    row("brace of the words behind", R"(X {"a":"1"} {y})");
+    row("braces in the text before", R"(X {y} {"a":"1"})");
+    row("braces in the text after", R"(X {"a":"1"} {y})");
     row("two objects", R"({"a":"1"}{"b":"2"})");
     row("list of two objects", R"([{"a":"1"},{"b":"2"}])");
     row("no quotes", "{a:1}");
-    row("single quotes", "{'a':'1'}");
-    row("typographic quotes", "{“a”:“1”}");
-    row("missing value", R"({"a":})");
-    row("missing colon", R"({"a" "1"})");
-    row("trailing comma", R"({"a":"1",})");
-    row("comment", R"({"a":"1" /* x */})");
-    row("closing brace inside a text only", R"({"a":"}")");
-    row("not JSON at all", "{\\rtf1 hello}");
+    row("closing brace only in a string", R"({"a":"}")");
+    row("not JSON", "{\\rtf1 hello}");
 }
 
-void FieldCodeTest::noClusterInFieldCode()
+void tst_FieldCode::returnsAnEmptyMapWithoutACluster()
 {
     QFETCH(QString, fieldCode);
     QCOMPARE(jsonFromFieldCode(fieldCode), QVariantMap());
 }
 
-void FieldCodeTest::roundTrip_data()
+void tst_FieldCode::readsWhatItWrote_data()
 {
     QTest::addColumn<QVariantMap>("cluster");
 
@@ -195,7 +184,7 @@ void FieldCodeTest::roundTrip_data()
     row("nested", QVariantMap{{QStringLiteral("l"), QVariantList{QVariantMap(), QVariantList()}}});
 }
 
-void FieldCodeTest::roundTrip()
+void tst_FieldCode::readsWhatItWrote()
 {
     QFETCH(QVariantMap, cluster);
     const QString fieldCode = clusterToFieldCode({{QStringLiteral("citationCluster"), cluster}});
@@ -205,13 +194,5 @@ void FieldCodeTest::roundTrip()
     QCOMPARE(back.first().userType(), cluster.first().userType());
 }
 
-void FieldCodeTest::responseIsLeftAlone()
-{
-    const QVariantMap response{{QStringLiteral("error"), QStringLiteral("x")}};
-    const QVariantMap before = response;
-    clusterToFieldCode(response);
-    QCOMPARE(response, before);
-}
-
-QTEST_GUILESS_MAIN(FieldCodeTest)
+QTEST_GUILESS_MAIN(tst_FieldCode)
 #include "tst_fieldcode.moc"

@@ -3,41 +3,27 @@
 #include <QtTest>
 
 /// Replies to a batch with status 200.
-class BatchAnswerTest : public QObject {
+class tst_PluginComServer_BatchAnswer : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
-
-    void success();
-    void entry_data();
-    void entry();
-    void countMismatch_data();
-    void countMismatch();
-    void styleAndBibliography_data();
-    void styleAndBibliography();
-    void uselessAnswer_data();
-    void uselessAnswer();
-    void badIndex_data();
-    void badIndex();
-    void indexInASuccessIsNotRead();
-
-private:
-    ServiceFixture fixture;
+    void storesStyleBibliographyAndCitations();
+    void readsEachCitation_data();
+    void readsEachCitation();
+    void rejectsAnotherCount_data();
+    void rejectsAnotherCount();
+    void replacesStyleAndBibliography_data();
+    void replacesStyleAndBibliography();
+    void anEmptyStyleReplacesTheFormerOne_data();
+    void anEmptyStyleReplacesTheFormerOne();
+    void rejectsAReplyWithoutCitations_data();
+    void rejectsAReplyWithoutCitations();
+    void returnsFixedTextsOutOfRange_data();
+    void returnsFixedTextsOutOfRange();
+    void ignoresARejectedIndexInASuccess();
 };
 
-void BatchAnswerTest::init()
-{
-    fixture.server.reset();
-}
-
-void BatchAnswerTest::cleanup()
-{
-    QCOMPARE(fixture.server.problem(), QString());
-}
-
-void BatchAnswerTest::success()
+void tst_PluginComServer_BatchAnswer::storesStyleBibliographyAndCitations()
 {
     const QByteArray reply = R"({"citationStyleUrl":"http://example.org/b",)"
                              R"("bibliography":"<b>%1</b>\n%2","citationClusters":[)"
@@ -47,20 +33,20 @@ void BatchAnswerTest::success()
         + goodEntry + "]}";
     PluginComServer service;
     service.setCitationStyle(QStringLiteral("http://example.org/a"));
-    QVERIFY(format(fixture, service, 2, ScriptedReply::json(reply)));
+    QVERIFY(format(server, service, 2, ScriptedReply::json(reply)));
     QCOMPARE(service.getCitationStyleId(), QStringLiteral("http://example.org/b"));
     QCOMPARE(service.getFormattedBibliography(), QStringLiteral("<b>%1</b>\n%2"));
-    QCOMPARE(citation(service, 0),
+    QCOMPARE(result(service, 0),
         (QStringList{QStringLiteral("0."), QStringLiteral("1. %1"), QStringLiteral("1"),
             QStringLiteral("ADDIN CSL_CITATION {\"id\":\"x\",\"tessaron\":"
                            "{\"plainTextFormattedCitation\":\"1\","
                            "\"previouslyFormattedCitation\":\"0.\"}}")}));
-    QCOMPARE(citation(service, 1), goodCitation);
+    QCOMPARE(result(service, 1), goodResult);
     QCOMPARE(service.lastErrorCitationIndex(), -1);
     QCOMPARE(service.lastError(), QString());
 }
 
-void BatchAnswerTest::entry_data()
+void tst_PluginComServer_BatchAnswer::readsEachCitation_data()
 {
     QTest::addColumn<QByteArray>("entry");
     QTest::addColumn<QStringList>("expected");
@@ -75,51 +61,38 @@ void BatchAnswerTest::entry_data()
     };
     row("text only", R"({"formattedText":"%1 ü"})", "", "%1 ü", "", "null");
     row("cluster only", R"({"citationCluster":{"a":1}})", "", "", "", R"({"a":1})");
-    row("one of the two texts",
-        R"({"citationCluster":{"tessaron":{"plainTextFormattedCitation":"p"}}})", "", "", "p",
-        R"({"tessaron":{"plainTextFormattedCitation":"p"}})");
-    row("numbers",
+    row("plain text only", R"({"citationCluster":{"tessaron":{"plainTextFormattedCitation":"p"}}})",
+        "", "", "p", R"({"tessaron":{"plainTextFormattedCitation":"p"}})");
+    row("numbers and booleans",
         R"({"formattedText":1,"citationCluster":{"tessaron":)"
         R"({"previouslyFormattedCitation":true,"plainTextFormattedCitation":-2}}})",
         "true", "1", "-2",
         R"({"tessaron":{"plainTextFormattedCitation":-2,"previouslyFormattedCitation":true}})");
-
     row("empty entry", "{}", "", "", "", "null");
-    row("null", "null", "", "", "", "null");
-    row("text", R"("new")", "", "", "", "null");
-    row("number", "7", "", "", "", "null");
-    row("list", R"([{"formattedText":"x"}])", "", "", "", "null");
-    row("texts null", R"({"formattedText":null,"citationCluster":null})", "", "", "", "null");
-    row("text an object", R"({"formattedText":{"a":"x"}})", "", "", "", "null");
-    row("text a list", R"({"formattedText":["x"]})", "", "", "", "null");
-    row("cluster a text", R"({"citationCluster":"tessaron"})", "", "", "", R"("tessaron")");
-    row("tessaron a text", R"({"citationCluster":{"tessaron":"x"}})", "", "", "",
+    row("entry is a string", R"("new")", "", "", "", "null");
+    row("entry is a list", R"([{"formattedText":"x"}])", "", "", "", "null");
+    row("text is an object", R"({"formattedText":{"a":"x"}})", "", "", "", "null");
+    row("tessaron is a string", R"({"citationCluster":{"tessaron":"x"}})", "", "", "",
         R"({"tessaron":"x"})");
-    row("tessaron a list",
-        R"({"citationCluster":{"tessaron":[{"plainTextFormattedCitation":"p"}]}})", "", "", "",
-        R"({"tessaron":[{"plainTextFormattedCitation":"p"}]})");
-    row("path as a key", R"({"citationCluster.tessaron.plainTextFormattedCitation":"p"})", "", "",
-        "", "null");
-    row("texts beside tessaron",
-        R"({"plainTextFormattedCitation":"p","citationCluster":{"formattedText":"f"}})", "", "", "",
-        R"({"formattedText":"f"})");
+    row("texts at the wrong level",
+        R"({"plainTextFormattedCitation":"p","tessaron":{"plainTextFormattedCitation":"p"},)"
+        R"("citationCluster":{"formattedText":"f","plainTextFormattedCitation":"p"}})",
+        "", "", "", R"({"formattedText":"f","plainTextFormattedCitation":"p"})");
 }
 
-void BatchAnswerTest::entry()
+void tst_PluginComServer_BatchAnswer::readsEachCitation()
 {
     QFETCH(QByteArray, entry);
     QFETCH(QStringList, expected);
     PluginComServer service;
-    // The entry keeps its place between two others.
-    QVERIFY(format(fixture, service, 3,
-        ScriptedReply::json(answer('[' + goodEntry + ',' + entry + ',' + goodEntry + ']'))));
-    QCOMPARE(citation(service, 0), goodCitation);
-    QCOMPARE(citation(service, 1), expected);
-    QCOMPARE(citation(service, 2), goodCitation);
-    QCOMPARE(citation(service, 3), outOfRange);
+    QVERIFY(format(server, service, 3, batchReply({goodEntry, entry, goodEntry})));
+    QCOMPARE(result(service, 0), goodResult);
+    QCOMPARE(result(service, 1), expected);
+    QCOMPARE(result(service, 2), goodResult);
+    QCOMPARE(result(service, 3), noResult);
 }
 
-void BatchAnswerTest::countMismatch_data()
+void tst_PluginComServer_BatchAnswer::rejectsAnotherCount_data()
 {
     QTest::addColumn<int>("submitted");
     QTest::addColumn<int>("received");
@@ -131,18 +104,12 @@ void BatchAnswerTest::countMismatch_data()
     QTest::newRow("more") << 1 << 2
                           << QByteArray("Citation count mismatch.  Submitted 1 citations but only "
                                         "received 2 formatted citations.");
-    QTest::newRow("none back") << 1 << 0
-                               << QByteArray("Citation count mismatch.  Submitted 1 citations but "
-                                             "only received 0 formatted citations.");
-    QTest::newRow("none sent") << 0 << 1
-                               << QByteArray("Citation count mismatch.  Submitted 0 citations but "
-                                             "only received 1 formatted citations.");
-    QTest::newRow("many") << 2000 << 1999
-                          << QByteArray("Citation count mismatch.  Submitted 2000 citations but "
-                                        "only received 1999 formatted citations.");
+    QTest::newRow("empty batch") << 0 << 1
+                                 << QByteArray("Citation count mismatch.  Submitted 0 citations "
+                                               "but only received 1 formatted citations.");
 }
 
-void BatchAnswerTest::countMismatch()
+void tst_PluginComServer_BatchAnswer::rejectsAnotherCount()
 {
     QFETCH(int, submitted);
     QFETCH(int, received);
@@ -153,143 +120,142 @@ void BatchAnswerTest::countMismatch()
     }
     PluginComServer service;
     QTest::ignoreMessage(QtWarningMsg, warning.constData());
-    QVERIFY(!format(
-        fixture, service, submitted, ScriptedReply::json(answer('[' + entries.join(',') + ']'))));
+    QVERIFY(!format(server, service, submitted, batchReply(entries)));
 
-    // What came is stored all the same.
+    // The results are stored nevertheless.
     for (int i = 0; i < received; ++i) {
-        QCOMPARE(citation(service, i), goodCitation);
+        QCOMPARE(result(service, i), goodResult);
     }
-    QCOMPARE(citation(service, received), outOfRange);
+    QCOMPARE(result(service, received), noResult);
     QCOMPARE(service.getFormattedBibliography(), QStringLiteral("bib"));
     QCOMPARE(service.getCitationStyleId(), QStringLiteral("style"));
     QCOMPARE(service.lastErrorCitationIndex(), -1);
     QCOMPARE(service.lastError(), QString());
 }
 
-void BatchAnswerTest::styleAndBibliography_data()
+void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography_data()
 {
-    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("members"); // of the reply, besides its citation
     QTest::addColumn<QString>("style");
     QTest::addColumn<QString>("bibliography");
 
-    const auto row = [](const char* name, const QByteArray& members, const char* style,
+    const auto row = [](const char* name, const char* members, const char* style,
                          const char* bibliography) {
-        QTest::newRow(name) << "{\"citationClusters\":[" + goodEntry + ']' + members + '}'
-                            << QString::fromUtf8(style) << QString::fromUtf8(bibliography);
+        QTest::newRow(name) << QByteArray(members) << QString::fromUtf8(style)
+                            << QString::fromUtf8(bibliography);
     };
-    row("both", R"(,"citationStyleUrl":"s","bibliography":"b")", "s", "b");
-    row("numbers", R"(,"citationStyleUrl":1,"bibliography":2)", "1", "2");
-    row("blank", R"(,"citationStyleUrl":" ","bibliography":" ")", " ", " ");
-    row("no style", R"(,"bibliography":"b")", "", "b");
-    row("style null", R"(,"citationStyleUrl":null,"bibliography":"b")", "", "b");
-    row("style an object", R"(,"citationStyleUrl":{"url":"s"},"bibliography":"b")", "", "b");
-    row("style in another case", R"(,"citationStyleURL":"s","bibliography":"b")", "", "b");
-
-    row("no bibliography", R"(,"citationStyleUrl":"s")", "s", "");
-    row("bibliography empty", R"(,"citationStyleUrl":"s","bibliography":"")", "s", "");
-    row("bibliography null", R"(,"citationStyleUrl":"s","bibliography":null)", "s", "");
-    row("bibliography a list", R"(,"citationStyleUrl":"s","bibliography":["b"])", "s", "");
-    row("bibliography an object", R"(,"citationStyleUrl":"s","bibliography":{"b":1})", "s", "");
+    row("strings", R"("citationStyleUrl":"s","bibliography":"b",)", "s", "b");
+    row("numbers", R"("citationStyleUrl":1,"bibliography":2,)", "1", "2");
+    row("spaces", R"("citationStyleUrl":" ","bibliography":" ",)", " ", " ");
+    row("no bibliography", R"("citationStyleUrl":"s",)", "s", "");
+    row("bibliography is empty", R"("citationStyleUrl":"s","bibliography":"",)", "s", "");
+    row("bibliography is null", R"("citationStyleUrl":"s","bibliography":null,)", "s", "");
+    row("bibliography is a list", R"("citationStyleUrl":"s","bibliography":["b"],)", "s", "");
     row("neither", "", "", "");
 }
 
-void BatchAnswerTest::styleAndBibliography()
+void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography()
 {
-    QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, members);
     QFETCH(QString, style);
     QFETCH(QString, bibliography);
     PluginComServer service;
-    service.setCitationStyle(QStringLiteral("former style"));
-    QVERIFY(format(fixture, service, 1,
-        ScriptedReply::json(R"({"citationStyleUrl":"former","bibliography":"former",)"
-                            R"("citationClusters":[{}]})")));
+    QVERIFY(format(server, service, 1, batchReply({"{}"})));
     if (bibliography.isEmpty()) {
         QTest::ignoreMessage(QtWarningMsg, "No formatted bibliography returned");
     }
-    QCOMPARE(format(fixture, service, 1, ScriptedReply::json(reply)), !bibliography.isEmpty());
+    const ScriptedReply reply =
+        ScriptedReply::json('{' + members + "\"citationClusters\":[" + goodEntry + "]}");
+    QCOMPARE(format(server, service, 1, reply), !bibliography.isEmpty());
     QCOMPARE(service.getCitationStyleId(), style);
     QCOMPARE(service.getFormattedBibliography(), bibliography);
-    QCOMPARE(citation(service, 0), goodCitation);
+    QCOMPARE(result(service, 0), goodResult);
     QCOMPARE(service.lastErrorCitationIndex(), -1);
-
-    // The next request goes out with the style as it now stands.
-    fixture.server.expect("POST", batchPath, ScriptedReply::json("", 404));
-    service.formatCitationsAndBibliography();
-    QCOMPARE(fixture.server.requests().last().json().value(QStringLiteral("citationStyleUrl")),
-        QVariant(style));
 }
 
-void BatchAnswerTest::uselessAnswer_data()
+void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne_data()
+{
+    QTest::addColumn<QByteArray>("style"); // the member of the reply
+    QTest::newRow("empty string") << QByteArray(R"("citationStyleUrl":"",)");
+    QTest::newRow("null") << QByteArray(R"("citationStyleUrl":null,)");
+    QTest::newRow("object") << QByteArray(R"("citationStyleUrl":{"url":"s"},)");
+    QTest::newRow("missing") << QByteArray();
+    QTest::newRow("key in another case") << QByteArray(R"("citationStyleURL":"s",)");
+}
+
+void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne()
+{
+    QFETCH(QByteArray, style);
+    PluginComServer service;
+    QVERIFY(format(server, service, 0, batchReply({})));
+    QCOMPARE(service.getCitationStyleId(), QStringLiteral("style"));
+    QVERIFY(format(server, service, 0,
+        ScriptedReply::json('{' + style + R"("bibliography":"b","citationClusters":[]})")));
+    QCOMPARE(service.getCitationStyleId(), QString());
+
+    // The next request has an empty string, not null.
+    QVERIFY(format(server, service, 0, batchReply({})));
+    QVERIFY(isSameJson(server.requests().last().body,
+        R"({"citationStyleUrl":"","tempDirectory":"","citationClusters":[]})"));
+}
+
+void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations_data()
 {
     QTest::addColumn<QByteArray>("reply");
-    const auto row = [](const char* name, const QByteArray& reply) {
-        QTest::newRow(name) << reply;
-    };
-    row("empty body", "");
-    row("empty object", "{}");
-    row("not JSON", "<html></html>");
-    row("cut off", answer('[' + goodEntry + ']').chopped(1));
-    row("array", '[' + answer('[' + goodEntry + ']') + ']');
-    row("scalar", "200");
-    row("clusters null", R"({"citationClusters":null})");
-    row("clusters an object", R"({"citationClusters":)" + goodEntry + '}');
-    row("clusters a text", R"({"citationClusters":"[{}]"})");
-    row("clusters a number", R"({"citationClusters":1})");
-    row("clusters in another case", R"({"CitationClusters":[)" + goodEntry + "]}");
-    row("nested too deep", answer(QByteArray(200000, '[')));
+    QTest::newRow("empty body") << QByteArray();
+    QTest::newRow("empty object") << QByteArray("{}");
+    QTest::newRow("clusters are null") << QByteArray(R"({"citationClusters":null})");
+    QTest::newRow("clusters are an object") << R"({"citationClusters":)" + goodEntry + '}';
+    QTest::newRow("clusters are a string") << QByteArray(R"({"citationClusters":"[{}]"})");
+    QTest::newRow("key in another case") << R"({"CitationClusters":[)" + goodEntry + "]}";
 }
 
-void BatchAnswerTest::uselessAnswer()
+void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations()
 {
     QFETCH(QByteArray, reply);
     PluginComServer service;
-    QVERIFY(format(fixture, service, 1, ScriptedReply::json(answer('[' + goodEntry + ']'))));
+    QVERIFY(format(server, service, 1, batchReply({goodEntry})));
     QTest::ignoreMessage(QtWarningMsg,
         "Citation count mismatch.  Submitted 1 citations but only received 0 formatted "
         "citations.");
-    QVERIFY(!format(fixture, service, 1, ScriptedReply::json(reply)));
-    QCOMPARE(citation(service, 0), outOfRange);
-    QCOMPARE(service.getCitationStyleId(), QString());
+    QVERIFY(!format(server, service, 1, ScriptedReply::json(reply)));
+    QCOMPARE(result(service, 0), noResult);
     QCOMPARE(service.getFormattedBibliography(), QString());
-    QCOMPARE(service.lastErrorCitationIndex(), -1);
 
-    // With nothing submitted the count is right, and the bibliography is what is missing.
+    // An empty batch has the right count, so the bibliography is what is missing.
     QTest::ignoreMessage(QtWarningMsg, "No formatted bibliography returned");
-    QVERIFY(!format(fixture, service, 0, ScriptedReply::json(reply)));
+    QVERIFY(!format(server, service, 0, ScriptedReply::json(reply)));
 }
 
-void BatchAnswerTest::badIndex_data()
+void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange_data()
 {
     QTest::addColumn<int>("index");
-    QTest::newRow("one before") << -1;
-    QTest::newRow("one behind") << 2;
-    QTest::newRow("far behind") << 1000;
-    QTest::newRow("smallest") << -2147483647 - 1;
-    QTest::newRow("largest") << 2147483647;
+    QTest::newRow("one before the first") << -1;
+    QTest::newRow("one after the last") << 2;
+    QTest::newRow("smallest integer") << -2147483647 - 1;
+    QTest::newRow("largest integer") << 2147483647;
 }
 
-void BatchAnswerTest::badIndex()
+void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange()
 {
     QFETCH(int, index);
     PluginComServer service;
-    QCOMPARE(citation(service, index), outOfRange);
-    QVERIFY(format(
-        fixture, service, 2, ScriptedReply::json(answer('[' + goodEntry + ',' + goodEntry + ']'))));
-    QCOMPARE(citation(service, index), outOfRange);
+    QCOMPARE(result(service, index), noResult);
+    QVERIFY(format(server, service, 2, batchReply({goodEntry, goodEntry})));
+    QCOMPARE(result(service, index), noResult);
     QCOMPARE(service.lastError(), QString());
-    QCOMPARE(citation(service, 1), goodCitation);
+    QCOMPARE(result(service, 1), goodResult);
 }
 
-void BatchAnswerTest::indexInASuccessIsNotRead()
+void tst_PluginComServer_BatchAnswer::ignoresARejectedIndexInASuccess()
 {
     PluginComServer service;
-    QVERIFY(format(fixture, service, 0,
+    QVERIFY(format(server, service, 0,
         ScriptedReply::json(
             R"({"citationClusters":[],"bibliography":"b","citationIndex":2,"error":"x"})")));
     QCOMPARE(service.lastErrorCitationIndex(), -1);
     QCOMPARE(service.lastError(), QString());
 }
 
-QTEST_GUILESS_MAIN(BatchAnswerTest)
+QTEST_GUILESS_MAIN(tst_PluginComServer_BatchAnswer)
 #include "tst_plugincomserver_batchanswer.moc"

@@ -1,5 +1,4 @@
-#include "tests/service/Operations.h"
-#include "tests/service/ServiceFixture.h"
+#include "tests/service/ServiceTest.h"
 
 #include <QMetaClassInfo>
 #include <QMetaMethod>
@@ -8,69 +7,109 @@
 #include <QSet>
 #include <QtTest>
 
-/// What the meta-object tells, and the object as it is made.
-class MetaObjectTest : public QObject {
+namespace {
+
+/// An operation as the meta-object describes it.
+struct Operation {
+    const char* result;
+    const char* name;
+    const char* parameterTypes; ///< joined with commas
+    const char* parameterNames; ///< joined with commas
+};
+
+// In the order of the meta-object.
+constexpr Operation operations[] = {
+    {"QString", "pluginVersion", "", ""},
+    {"QString", "lastError", "", ""},
+    {"QString", "getCitationStyleFromDialog", "QString", "selectedStyleId"},
+    {"QString", "getFieldCodeFromCitationEditor", "QString", "currentFieldCode"},
+    {"QString", "getFieldCodeFromUuid", "QString", "uuid"},
+    {"void", "allowSetFocus", "int", "processId"},
+    {"QString", "mergeFields", "QStringList", "fieldCodes"},
+    {"QString", "checkManualFormatAndGetFieldCode", "QString,QString",
+        "fieldCode,formattedCitation"},
+    {"QString", "undoManualFormat", "QString", "fieldCode"},
+    {"void", "setWordProcessor", "QString,QString", "processor,version"},
+    {"int", "getRecentStyles", "QStringList&,QStringList&", "styleIds,styleNames"},
+    {"void", "setCitationStyle", "QString", "styleId"},
+    {"QString", "getCitationStyleId", "", ""},
+    {"QString", "getUserAccount", "", ""},
+    {"QString", "getUserUuid", "", ""},
+    {"void", "resetCitations", "", ""},
+    {"void", "addCitation", "QString,QString", "fieldCode,formattedCitation"},
+    {"bool", "formatCitationsAndBibliography", "", ""},
+    {"QString", "getFormattedCitation", "int", "index"},
+    {"QString", "getPlainTextFormattedCitation", "int", "index"},
+    {"QString", "getPreviouslyFormattedCitation", "int", "index"},
+    {"QString", "getFieldCode", "int", "index"},
+    {"int", "lastErrorCitationIndex", "", ""},
+    {"QString", "getFormattedBibliography", "", ""},
+    {"bool", "launchTessaron", "", ""},
+    {"bool", "isTessaronRunning", "", ""},
+    {"int", "tessaronProcessId", "", ""},
+    {"bool", "hasManualEdit", "QString", "fieldCode"},
+    {"QString", "getDesktopCitationStyleId", "", ""},
+    {"void", "setTempDirectory", "QString", "tempDir"},
+};
+constexpr int operationCount = 30;
+static_assert(sizeof operations / sizeof *operations == operationCount);
+
+const QMetaObject& meta()
+{
+    return PluginComServer::staticMetaObject;
+}
+
+QList<QByteArray> splitList(const char* joined)
+{
+    return *joined == '\0' ? QList<QByteArray>() : QByteArray(joined).split(',');
+}
+
+} // namespace
+
+/// The description of the class in its meta-object, and the object as it is created.
+class tst_PluginComServer_MetaObject : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void hasTheClassInformation();
+    void hasTheOperation_data();
+    void hasTheOperation();
+    void hasNothingElse();
+    void castsByName();
 
-    void classInformation();
-    void operation_data();
-    void operation();
-    void nothingButOperations();
-    void signatureLookup_data();
-    void signatureLookup();
-    void castByName_data();
-    void castByName();
-    void freshObject();
-    void constructionSendsNothing();
-    void parentOwnsTheObject();
-    void accessors_data();
-    void accessors();
-    void temporaryFolderIsNotMade();
-    void portIsReadOncePerObject();
-
-private:
-    ServiceFixture fixture;
+    void startsEmpty();
+    void isOwnedByItsParent();
+    void storesTheStyle();
+    void storesTheFolderWithoutCreatingIt();
+    void readsThePortWhenCreated();
 };
 
-void MetaObjectTest::init()
-{
-    fixture.server.reset();
-}
-
-void MetaObjectTest::cleanup()
-{
-    QCOMPARE(fixture.server.problem(), QString());
-}
-
-void MetaObjectTest::classInformation()
+void tst_PluginComServer_MetaObject::hasTheClassInformation()
 {
     QCOMPARE(meta().className(), "PluginComServer");
     QCOMPARE(meta().superClass(), &QObject::staticMetaObject);
     QCOMPARE(meta().classInfoCount() - meta().classInfoOffset(), 5);
 
+    QStringList names;
+    QStringList values;
+    for (int i = meta().classInfoOffset(); i < meta().classInfoCount(); ++i) {
+        names << QString::fromUtf8(meta().classInfo(i).name());
+        values << QString::fromUtf8(meta().classInfo(i).value());
+    }
+    QCOMPARE(names,
+        (QStringList{QStringLiteral("Version"), QStringLiteral("ClassID"),
+            QStringLiteral("InterfaceID"), QStringLiteral("EventsID"),
+            QStringLiteral("RegisterObject")}));
+    QCOMPARE(values.first(), QStringLiteral("1.1"));
+    QCOMPARE(values.last(), QStringLiteral("yes"));
+    const QStringList guids = values.mid(1, 3);
     const QRegularExpression guid(
         QStringLiteral("\\A[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\z"));
-    const char* const names[] = {"Version", "ClassID", "InterfaceID", "EventsID", "RegisterObject"};
-    QSet<QString> guids;
-    for (int i = 0; i < 5; ++i) {
-        const QMetaClassInfo info = meta().classInfo(meta().classInfoOffset() + i);
-        QCOMPARE(info.name(), names[i]);
-        if (i >= 1 && i <= 3) {
-            const QString value = QString::fromUtf8(info.value());
-            QVERIFY2(guid.match(value).hasMatch(), info.value());
-            guids.insert(value);
-        }
-    }
-    QCOMPARE(guids.size(), 3);
-    QCOMPARE(meta().classInfo(meta().classInfoOffset()).value(), "1.1");
-    QCOMPARE(meta().classInfo(meta().classInfoOffset() + 4).value(), "yes");
+    QCOMPARE(guids.filter(guid), guids);
+    QCOMPARE(QSet<QString>(guids.begin(), guids.end()).size(), 3);
 }
 
-void MetaObjectTest::operation_data()
+void tst_PluginComServer_MetaObject::hasTheOperation_data()
 {
     QTest::addColumn<int>("index");
     for (int i = 0; i < operationCount; ++i) {
@@ -78,25 +117,20 @@ void MetaObjectTest::operation_data()
     }
 }
 
-void MetaObjectTest::operation()
+void tst_PluginComServer_MetaObject::hasTheOperation()
 {
     QFETCH(int, index);
     const Operation& expected = operations[index];
-    const QMetaMethod method = meta().method(globalIndex(index));
-    QCOMPARE(method.name(), QByteArray(expected.name));
-    QCOMPARE(method.typeName(), expected.result);
-    QCOMPARE(method.parameterTypes(), splitList(expected.parameterTypes));
-    QCOMPARE(method.parameterNames(), splitList(expected.parameterNames));
+    const QMetaMethod method = meta().method(meta().methodOffset() + index);
     QCOMPARE(
         method.methodSignature(), QByteArray(expected.name) + '(' + expected.parameterTypes + ')');
+    QCOMPARE(method.typeName(), expected.result);
+    QCOMPARE(method.parameterNames(), splitList(expected.parameterNames));
     QCOMPARE(method.methodType(), QMetaMethod::Slot);
     QCOMPARE(method.access(), QMetaMethod::Public);
-    QCOMPARE(method.tag(), "");
-    QCOMPARE(method.revision(), 0);
-    QCOMPARE(method.attributes(), 0);
 }
 
-void MetaObjectTest::nothingButOperations()
+void tst_PluginComServer_MetaObject::hasNothingElse()
 {
     QCOMPARE(meta().methodOffset(), QObject::staticMetaObject.methodCount());
     QCOMPARE(meta().methodCount() - meta().methodOffset(), operationCount);
@@ -105,143 +139,69 @@ void MetaObjectTest::nothingButOperations()
     QCOMPARE(meta().constructorCount(), 0);
 }
 
-void MetaObjectTest::signatureLookup_data()
-{
-    QTest::addColumn<QByteArray>("signature");
-    QTest::addColumn<int>("localIndex");
-
-    const auto row = [](const char* signature, int localIndex) {
-        QTest::newRow(signature) << QByteArray(signature) << localIndex;
-    };
-    row("pluginVersion()", 0);
-    row("setTempDirectory(QString)", 29);
-    row("getRecentStyles(QStringList&,QStringList&)", 10);
-
-    row("getRecentStyles(QStringList,QStringList)", -1);
-    row("getRecentStyles(QStringList&,QStringList)", -1);
-    row("getRecentStyles(QStringList*,QStringList*)", -1);
-    row("getRecentStyles()", -1);
-    row("getRecentStyles(QStringList&)", -1);
-    row("pluginVersion(QString)", -1);
-    row("pluginversion()", -1);
-    row("pluginVersion", -1);
-    row("setTempDirectory()", -1);
-    row("setTempDirectory(QString&)", -1);
-    row("setTempDirectory(QString,QString)", -1);
-    row("allowSetFocus(qint64)", -1);
-    row("mergeFields(QString)", -1);
-    row("addCitation(QString)", -1);
-    row("batchRequest()", -1);
-    row("", -1);
-}
-
-void MetaObjectTest::signatureLookup()
-{
-    QFETCH(QByteArray, signature);
-    QFETCH(int, localIndex);
-    QCOMPARE(meta().indexOfMethod(signature), localIndex < 0 ? -1 : globalIndex(localIndex));
-    QCOMPARE(meta().indexOfSlot(signature), localIndex < 0 ? -1 : globalIndex(localIndex));
-}
-
-void MetaObjectTest::castByName_data()
-{
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<bool>("found");
-
-    QTest::newRow("own name") << QByteArray("PluginComServer") << true;
-    QTest::newRow("base class") << QByteArray("QObject") << true;
-    QTest::newRow("null") << QByteArray() << false;
-    QTest::newRow("empty") << QByteArray("") << false;
-    QTest::newRow("another case") << QByteArray("plugincomserver") << false;
-    QTest::newRow("longer") << QByteArray("PluginComServer2") << false;
-    QTest::newRow("shorter") << QByteArray("PluginComServe") << false;
-    QTest::newRow("another class") << QByteArray("PluginApiClient") << false;
-}
-
-void MetaObjectTest::castByName()
-{
-    QFETCH(QByteArray, name);
-    QFETCH(bool, found);
-    PluginComServer service;
-    void* const expected = found ? &service : nullptr;
-    QCOMPARE(service.qt_metacast(name.isNull() ? nullptr : name.constData()), expected);
-}
-
-void MetaObjectTest::freshObject()
+void tst_PluginComServer_MetaObject::castsByName()
 {
     PluginComServer service;
+    void* const object = &service;
+    QCOMPARE(service.qt_metacast("PluginComServer"), object);
+    QCOMPARE(service.qt_metacast("QObject"), object);
+    QVERIFY(service.qt_metacast("PluginApiClient") == nullptr);
+    QVERIFY(service.qt_metacast(nullptr) == nullptr);
+}
+
+void tst_PluginComServer_MetaObject::startsEmpty()
+{
+    PluginComServer service;
+    QCoreApplication::processEvents();
+    QCOMPARE(server.connectionCount(), 0);
     QVERIFY(service.parent() == nullptr);
     QCOMPARE(service.pluginVersion(), QStringLiteral("1.0"));
     QCOMPARE(service.lastError(), QString());
     QCOMPARE(service.getCitationStyleId(), QString());
     QCOMPARE(service.lastErrorCitationIndex(), -1);
     QCOMPARE(service.getFormattedBibliography(), QString());
-    QCOMPARE(service.getFieldCode(0), QStringLiteral("invalid_index"));
-    QCOMPARE(service.getFormattedCitation(0), QStringLiteral("no such citation"));
 }
 
-void MetaObjectTest::constructionSendsNothing()
-{
-    {
-        const PluginComServer service;
-        QCoreApplication::processEvents();
-    }
-    QCoreApplication::processEvents();
-    QCOMPARE(fixture.server.connectionCount(), 0);
-}
-
-void MetaObjectTest::parentOwnsTheObject()
+void tst_PluginComServer_MetaObject::isOwnedByItsParent()
 {
     QPointer<PluginComServer> service;
     {
-        QObject owner;
-        service = new PluginComServer(&owner);
-        QCOMPARE(service->parent(), &owner);
+        QObject parent;
+        service = new PluginComServer(&parent);
+        QCOMPARE(service->parent(), &parent);
     }
     QVERIFY(service.isNull());
 }
 
-void MetaObjectTest::accessors_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("URL") << QStringLiteral("http://example.org/styles/author-date");
-    QTest::newRow("empty") << QStringLiteral("");
-    QTest::newRow("null") << QString();
-    QTest::newRow("blanks") << QStringLiteral("  ");
-    QTest::newRow("placeholders") << QStringLiteral("%1 %2");
-    QTest::newRow("control characters") << QStringLiteral("a\u0001\n") + QChar(0);
-}
-
-void MetaObjectTest::accessors()
-{
-    QFETCH(QString, text);
-    PluginComServer service;
-    service.setCitationStyle(QStringLiteral("former"));
-    service.setCitationStyle(text);
-    QCOMPARE(service.getCitationStyleId(), text);
-    QCOMPARE(service.lastError(), QString());
-    QCOMPARE(fixture.server.connectionCount(), 0);
-}
-
-void MetaObjectTest::temporaryFolderIsNotMade()
+void tst_PluginComServer_MetaObject::storesTheStyle()
 {
     PluginComServer service;
-    const QString folder = fixture.home.path(QStringLiteral("not there"));
+    for (const QString& style :
+        {QStringLiteral("%1"), QString(), QStringLiteral("a\u0001\n") + QChar(0)}) {
+        service.setCitationStyle(style);
+        QCOMPARE(service.getCitationStyleId(), style);
+    }
+    QCOMPARE(server.connectionCount(), 0);
+}
+
+void tst_PluginComServer_MetaObject::storesTheFolderWithoutCreatingIt()
+{
+    PluginComServer service;
+    const QString folder = home.path(QStringLiteral("missing"));
     service.setTempDirectory(folder);
     QVERIFY(!QFileInfo::exists(folder));
-    QCOMPARE(fixture.server.connectionCount(), 0);
+    QCOMPARE(server.connectionCount(), 0);
 }
 
-void MetaObjectTest::portIsReadOncePerObject()
+void tst_PluginComServer_MetaObject::readsThePortWhenCreated()
 {
     PluginComServer before;
-    fixture.useNoServer();
-    PluginComServer after;
-    fixture.useScriptedServer();
-    fixture.server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
+    const auto withAnotherPort = serviceWithoutApplication();
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
     QCOMPARE(before.getUserUuid(), QStringLiteral("u"));
-    QVERIFY(after.getUserUuid().startsWith(QStringLiteral("Unable to retrieve uuid - error: 0.")));
+    withAnotherPort->getUserUuid();
+    QCOMPARE(withAnotherPort->lastError(), QStringLiteral("Connection refused"));
 }
 
-QTEST_GUILESS_MAIN(MetaObjectTest)
+QTEST_GUILESS_MAIN(tst_PluginComServer_MetaObject)
 #include "tst_plugincomserver_metaobject.moc"

@@ -1,19 +1,16 @@
-#include "service/PluginComServer.h"
-
-#include "tests/service/Outcomes.h"
-#include "tests/service/ServiceFixture.h"
+#include "tests/service/ServiceTest.h"
 
 #include <QtTest>
 
 namespace {
 
-/// A query whose answer is one text.
+/// A query that returns one text.
 struct Query {
     const char* name;
     QString (PluginComServer::*run)();
     const char* path;
     const char* key;
-    const char* failure; ///< the message as far as the status
+    const char* failure; ///< the beginning of the message, up to the status
 };
 
 const Query queries[] = {
@@ -31,282 +28,174 @@ QString failureMessage(const Query& query, int status, const QString& error)
         + QStringLiteral(". Server error '") + error + QStringLiteral("'");
 }
 
-int statusOf(const ScriptedReply& reply)
-{
-    return reply.bytes.split(' ').value(1).toInt();
-}
-
 } // namespace
 
-class QueriesTest : public QObject {
+/// The queries for styles and for the account.
+class tst_PluginComServer_Queries : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void returnsTheTextOfTheReply_data();
+    void returnsTheTextOfTheReply();
+    void returnsAMessageOnFailure_data();
+    void returnsAMessageOnFailure();
+    void returnsAMessageWithoutAnApplication();
+    void keepsLastErrorAfterASuccess();
 
-    void text_data();
-    void text();
-    void failedText_data();
-    void failedText();
-    void placeholdersInTheError();
-    void textWithoutServer_data();
-    void textWithoutServer();
-    void formerErrorIsNotUsed();
-
-    void recentStyles_data();
-    void recentStyles();
-    void failedRecentStyles_data();
-    void failedRecentStyles();
-    void recentStylesWithoutServer();
-    void recentStylesIntoOneList();
-
-private:
-    ServiceFixture fixture;
+    void listsTheRecentStyles_data();
+    void listsTheRecentStyles();
+    void listsNoStylesOnFailure_data();
+    void listsNoStylesOnFailure();
+    void listsStylesIntoOneListGivenTwice();
 };
-
-void QueriesTest::init()
-{
-    fixture.server.reset();
-}
-
-void QueriesTest::cleanup()
-{
-    QCOMPARE(fixture.server.problem(), QString());
-}
 
 // One text
 
-void QueriesTest::text_data()
+void tst_PluginComServer_Queries::returnsTheTextOfTheReply_data()
 {
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("reply"); // with KEY for the query's key
     QTest::addColumn<QString>("expected");
-    struct Answer {
-        const char* name;
-        const char* reply; ///< with KEY where the query's key stands
-        const char* expected;
+    const auto row = [](const char* name, const char* reply, const char* expected) {
+        QTest::newRow(name) << QByteArray(reply) << QString::fromUtf8(expected);
     };
-    const Answer answers[] = {
-        {"text", R"({"KEY":"value"})", "value"},
-        {"other scripts", R"({"KEY":"Ünï 東京"})", "Ünï 東京"},
-        {"placeholders", R"({"KEY":"%1 %2"})", "%1 %2"},
-        {"with other keys", R"({"a":1,"KEY":"value","z":2})", "value"},
-        {"with an error", R"({"KEY":"value","error":"x"})", "value"},
-        {"integer", R"({"KEY":42})", "42"},
-        {"true", R"({"KEY":true})", "true"},
-        {"empty text", R"({"KEY":""})", ""},
-        {"null", R"({"KEY":null})", ""},
-        {"object", R"({"KEY":{"KEY":"value"}})", ""},
-        {"list", R"({"KEY":["value"]})", ""},
-        {"missing", R"({"error":"x"})", ""},
-        {"key in another case", R"({"xKEY":"value"})", ""},
-        {"one level deeper", R"({"result":{"KEY":"value"}})", ""},
-        {"empty object", "{}", ""},
-        {"empty body", "", ""},
-        {"not JSON", "value", ""},
-        {"cut off", R"({"KEY":"value")", ""},
-        {"array", R"([{"KEY":"value"}])", ""},
-        {"scalar", R"("KEY")", ""},
-    };
-    for (int i = 0; i < 3; ++i) {
-        for (const Answer& answer : answers) {
-            QTest::addRow("%s: %s", queries[i].name, answer.name)
-                << i << QByteArray(answer.reply).replace("KEY", queries[i].key)
-                << QString::fromUtf8(answer.expected);
-        }
-    }
+    row("text", R"({"KEY":"Ünï %1 %2","error":"x"})", "Ünï %1 %2");
+    row("number", R"({"KEY":42})", "42");
+    row("true", R"({"KEY":true})", "true");
+    row("null", R"({"KEY":null})", "");
+    row("object", R"({"KEY":{"KEY":"value"}})", "");
+    row("list", R"({"KEY":["value"]})", "");
+    row("another key", R"({"xKEY":"value"})", "");
+    row("empty body", "", "");
 }
 
-void QueriesTest::text()
+void tst_PluginComServer_Queries::returnsTheTextOfTheReply()
 {
-    QFETCH(int, index);
     QFETCH(QByteArray, reply);
     QFETCH(QString, expected);
-    const Query& query = queries[index];
-    fixture.server.expect("GET", query.path, ScriptedReply::json(reply));
     PluginComServer service;
-    QCOMPARE((service.*query.run)(), expected);
-    QCOMPARE(service.lastError(), QString());
-    QCOMPARE(fixture.server.requests().size(), 1);
-    QCOMPARE(fixture.server.requests().first().body, QByteArray());
-    QVERIFY(!fixture.server.requests().first().headers.contains("content-type"));
-}
-
-void QueriesTest::failedText_data()
-{
-    QTest::addColumn<int>("index");
-    QTest::addColumn<Outcome>("outcome");
-    for (int i = 0; i < 3; ++i) {
-        const QByteArray answer = QByteArray("{\"") + queries[i].key + "\":\"value\"}";
-        for (const Outcome& outcome : failures(answer)) {
-            QTest::addRow("%s: %s", queries[i].name, outcome.name) << i << outcome;
-        }
+    for (const Query& query : queries) {
+        server.expect(
+            "GET", query.path, ScriptedReply::json(QByteArray(reply).replace("KEY", query.key)));
+        QCOMPARE((service.*query.run)(), expected);
+        QCOMPARE(service.lastError(), QString());
+        QCOMPARE(server.requests().last().body, QByteArray());
     }
 }
 
-void QueriesTest::failedText()
+void tst_PluginComServer_Queries::returnsAMessageOnFailure_data()
 {
-    QFETCH(int, index);
-    QFETCH(Outcome, outcome);
-    const Query& query = queries[index];
-    fixture.server.expect("GET", query.path, outcome.reply);
-    PluginComServer service;
-    const QString result = (service.*query.run)();
-    const QString error = service.lastError();
-    QVERIFY2(outcome.explains(error), qPrintable(error));
-    QCOMPARE(result, failureMessage(query, statusOf(outcome.reply), error));
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QByteArray>("reply"); // with KEY for the query's key
+    QTest::addColumn<QString>("error");
+    QTest::newRow("201 with the value")
+        << 201 << QByteArray(R"({"KEY":"value","error":"no"})") << QStringLiteral("no");
+    QTest::newRow("404 with placeholders in the error")
+        << 404 << QByteArray(R"({"error":"%2 %1 %3"})") << QStringLiteral("%2 %1 %3");
+    QTest::newRow("500 with an error object")
+        << 500 << QByteArray(R"({"error":{"text":"x"}})") << QString();
 }
 
-void QueriesTest::placeholdersInTheError()
+void tst_PluginComServer_Queries::returnsAMessageOnFailure()
 {
-    fixture.server.expect(
-        "GET", "/userAccount", ScriptedReply::json(R"({"error":"%2 %1 %3"})", 500));
+    QFETCH(int, status);
+    QFETCH(QByteArray, reply);
+    QFETCH(QString, error);
     PluginComServer service;
-    QCOMPARE(service.getUserAccount(),
-        QStringLiteral("Unable to retrieve account - error: 500. Server error '%2 %1 %3'"));
-    fixture.server.expect(
-        "GET", "/citationStyle/selected", ScriptedReply::json(R"({"error":"no style"})", 404));
-    QCOMPARE(service.getDesktopCitationStyleId(),
-        QStringLiteral(
-            "Can't get selected citation style id - error: 404. Server error 'no style'"));
+    for (const Query& query : queries) {
+        server.expect("GET", query.path,
+            ScriptedReply::json(QByteArray(reply).replace("KEY", query.key), status));
+        QCOMPARE((service.*query.run)(), failureMessage(query, status, error));
+        QCOMPARE(service.lastError(), error);
+    }
     QCOMPARE(service.getCitationStyleId(), QString());
-    QCOMPARE(service.lastError(), QStringLiteral("no style"));
 }
 
-void QueriesTest::textWithoutServer_data()
+void tst_PluginComServer_Queries::returnsAMessageWithoutAnApplication()
 {
-    QTest::addColumn<int>("index");
-    for (int i = 0; i < 3; ++i) {
-        QTest::newRow(queries[i].name) << i;
+    const auto service = serviceWithoutApplication();
+    for (const Query& query : queries) {
+        QCOMPARE((service.get()->*query.run)(),
+            failureMessage(query, 0, QStringLiteral("Connection refused")));
     }
 }
 
-void QueriesTest::textWithoutServer()
+void tst_PluginComServer_Queries::keepsLastErrorAfterASuccess()
 {
-    QFETCH(int, index);
-    fixture.useNoServer();
-    PluginComServer service;
-    fixture.useScriptedServer();
-    const Query& query = queries[index];
-    const QString result = (service.*query.run)();
-    QVERIFY(isRefusal(service.lastError()));
-    QCOMPARE(result, failureMessage(query, 0, service.lastError()));
-}
-
-void QueriesTest::formerErrorIsNotUsed()
-{
-    fixture.server.expect("GET", "/userUuid", ScriptedReply::json(R"({"error":"former"})", 500));
-    fixture.server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
-    fixture.server.expect("GET", "/userUuid", ScriptedReply::json(R"({"error":"new"})", 404));
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"error":"former"})", 500));
+    server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
     PluginComServer service;
     service.getUserUuid();
     QCOMPARE(service.getUserUuid(), QStringLiteral("u"));
     QCOMPARE(service.lastError(), QStringLiteral("former"));
-    QCOMPARE(service.getUserUuid(),
-        QStringLiteral("Unable to retrieve uuid - error: 404. Server error 'new'"));
 }
 
 // Recent styles
 
-void QueriesTest::recentStyles_data()
+void tst_PluginComServer_Queries::listsTheRecentStyles_data()
 {
-    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("styles");
     QTest::addColumn<QStringList>("ids");
-    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("titles");
 
-    const auto row = [](const char* name, const char* reply, const char* ids, const char* names) {
+    // An empty text for an empty list; other lists are joined with "|".
+    const auto row = [](const char* name, const char* styles, const char* ids, const char* titles) {
         const auto list = [](const char* joined) {
             return *joined == '\0' ? QStringList()
                                    : QString::fromUtf8(joined).split(QLatin1Char('|'));
         };
-        QTest::newRow(name) << QByteArray(reply) << list(ids) << list(names);
+        QTest::newRow(name) << QByteArray(styles) << list(ids) << list(titles);
     };
-    row("two styles", R"({"citationStyles":[{"url":"u2","title":"t2"},{"url":"u1","title":"t1"}]})",
-        "u2|u1", "t2|t1");
-    row("the same style twice",
-        R"({"citationStyles":[{"url":"u","title":"t"},{"url":"u","title":"t"}]})", "u|u", "t|t");
-    row("placeholders", R"({"citationStyles":[{"url":"%1","title":"%2 ü"},{"title":"%1"}]})", "%1|",
-        "%2 ü|%1");
-    row("other keys", R"({"x":1,"citationStyles":[{"id":"i","url":"u","title":"t"}]})", "u", "t");
-
-    row("no title", R"({"citationStyles":[{"url":"u1","title":"t1"},{"url":"u2"}]})", "u1|u2",
-        "t1|");
-    row("no URL", R"({"citationStyles":[{"title":"t1"},{"url":"u2","title":"t2"}]})", "|u2",
-        "t1|t2");
-    row("entry of another type", R"({"citationStyles":[null,"u",3,["u"],{"url":"u","title":"t"}]})",
-        "||||u", "||||t");
-    row("empty entry", R"({"citationStyles":[{},{}]})", "|", "|");
-    row("numbers", R"({"citationStyles":[{"url":1,"title":true}]})", "1", "true");
-    row("objects", R"({"citationStyles":[{"url":{"u":1},"title":["t"]},{}]})", "|", "|");
-    row("keys in another case", R"({"citationStyles":[{"URL":"u","Title":"t"},{}]})", "|", "|");
-    row("no styles", R"({"citationStyles":[]})", "", "");
-    row("styles null", R"({"citationStyles":null})", "", "");
-    row("styles an object", R"({"citationStyles":{"url":"u","title":"t"}})", "", "");
-    row("styles a text", R"({"citationStyles":"u"})", "", "");
-    row("styles a number", R"({"citationStyles":2})", "", "");
-    row("styles missing", R"({"styles":[{"url":"u","title":"t"}]})", "", "");
-    row("empty object", "{}", "", "");
-    row("empty body", "", "", "");
-    row("not JSON", "<styles/>", "", "");
-    row("cut off", R"({"citationStyles":[{"url":"u","title":"t"}])", "", "");
-    row("array", R"([{"url":"u","title":"t"}])", "", "");
+    row("two styles in order", R"([{"url":"u2","title":"t2"},{"url":"%1","title":"%2 ü"}])",
+        "u2|%1", "t2|%2 ü");
+    row("same style twice", R"([{"url":"u","title":"t"},{"url":"u","title":"t"}])", "u|u", "t|t");
+    row("no title", R"([{"url":"u1","title":"t1"},{"url":"u2"}])", "u1|u2", "t1|");
+    row("no URL", R"([{"title":"t1"},{"url":"u2","title":"t2"}])", "|u2", "t1|t2");
+    row("entries of other types", R"([null,"u",["u"],{},{"url":"u","title":"t"}])", "||||u",
+        "||||t");
+    row("values of other types", R"([{"url":1,"title":true},{"url":{"u":1},"title":["t"]}])", "1|",
+        "true|");
+    row("empty list", "[]", "", "");
+    row("object in place of the list", R"({"url":"u","title":"t"})", "", "");
+    row("string in place of the list", R"("u")", "", "");
 }
 
-void QueriesTest::recentStyles()
+void tst_PluginComServer_Queries::listsTheRecentStyles()
 {
-    QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, styles);
     QFETCH(QStringList, ids);
-    QFETCH(QStringList, names);
-    fixture.server.expect("GET", "/citationStyles/default", ScriptedReply::json(reply));
+    QFETCH(QStringList, titles);
+    server.expect("GET", "/citationStyles/default",
+        ScriptedReply::json("{\"citationStyles\":" + styles + '}'));
     PluginComServer service;
     QStringList styleIds{QStringLiteral("former"), QStringLiteral("former too")};
     QStringList styleNames{QStringLiteral("former")};
     QCOMPARE(service.getRecentStyles(styleIds, styleNames), ids.size());
     QCOMPARE(styleIds, ids);
-    QCOMPARE(styleNames, names);
+    QCOMPARE(styleNames, titles);
     QCOMPARE(service.lastError(), QString());
-    QCOMPARE(fixture.server.requests().first().body, QByteArray());
 }
 
-void QueriesTest::failedRecentStyles_data()
+void tst_PluginComServer_Queries::listsNoStylesOnFailure_data()
 {
-    QTest::addColumn<Outcome>("outcome");
-    for (const Outcome& outcome : failures(R"({"citationStyles":[{"url":"u","title":"t"}]})")) {
-        QTest::newRow(outcome.name) << outcome;
-    }
+    addFailedReplies(R"({"citationStyles":[{"url":"u","title":"t"}]})");
 }
 
-void QueriesTest::failedRecentStyles()
+void tst_PluginComServer_Queries::listsNoStylesOnFailure()
 {
-    QFETCH(Outcome, outcome);
-    fixture.server.expect("GET", "/citationStyles/default", outcome.reply);
+    QFETCH(FailedReply, failure);
+    server.expect("GET", "/citationStyles/default", failure.reply);
     PluginComServer service;
     QStringList styleIds{QStringLiteral("former")};
     QStringList styleNames{QStringLiteral("former"), QStringLiteral("former too")};
     QCOMPARE(service.getRecentStyles(styleIds, styleNames), 0);
     QCOMPARE(styleIds, QStringList());
     QCOMPARE(styleNames, QStringList());
-    QVERIFY2(outcome.explains(service.lastError()), qPrintable(service.lastError()));
+    QCOMPARE(service.lastError(), failure.error);
 }
 
-void QueriesTest::recentStylesWithoutServer()
+void tst_PluginComServer_Queries::listsStylesIntoOneListGivenTwice()
 {
-    fixture.useNoServer();
-    PluginComServer service;
-    fixture.useScriptedServer();
-    QStringList styleIds{QStringLiteral("former")};
-    QStringList styleNames{QStringLiteral("former")};
-    QCOMPARE(service.getRecentStyles(styleIds, styleNames), 0);
-    QCOMPARE(styleIds, QStringList());
-    QCOMPARE(styleNames, QStringList());
-    QVERIFY(isRefusal(service.lastError()));
-}
-
-void QueriesTest::recentStylesIntoOneList()
-{
-    // Both lists may be the same one; then it holds id and title of each style in turn.
-    fixture.server.expect("GET", "/citationStyles/default",
+    server.expect("GET", "/citationStyles/default",
         ScriptedReply::json(R"({"citationStyles":[{"url":"u","title":"t"}]})"));
     PluginComServer service;
     QStringList both;
@@ -314,5 +203,5 @@ void QueriesTest::recentStylesIntoOneList()
     QCOMPARE(both, (QStringList{QStringLiteral("u"), QStringLiteral("t")}));
 }
 
-QTEST_GUILESS_MAIN(QueriesTest)
+QTEST_GUILESS_MAIN(tst_PluginComServer_Queries)
 #include "tst_plugincomserver_queries.moc"
