@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-/// Prints what a fresh process reads from the application's settings: the port and the path.
+/// Prints the port and the path that a new process reads from the application's settings.
 int main()
 {
     std::printf("%d\n%s\n", tessaronDesktopTcpPort(), tessaronDesktopPath().toUtf8().constData());

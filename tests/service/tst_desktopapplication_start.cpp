@@ -106,16 +106,20 @@ void tst_DesktopApplication_Start::passesTheEnvironmentWithoutActivation()
 void tst_DesktopApplication_Start::passesOnlyTheNullDevice()
 {
     install("Exec=\"" START_RECORDER "\"");
-    // Descriptors that are inherited unless they are closed, one with a high number.
+    // Descriptors that are inherited unless they are closed: the lowest one and a high one.
+    constexpr int lowest = STDERR_FILENO + 1;
     int pipeEnds[2] = {-1, -1};
     QCOMPARE(pipe(pipeEnds), 0);
     const int high = fcntl(pipeEnds[1], F_DUPFD, 900);
-    const auto closeAll = qScopeGuard([&] {
+    const int lowestFlags = fcntl(lowest, F_GETFD);
+    const auto restore = qScopeGuard([&] {
+        fcntl(lowest, F_SETFD, lowestFlags);
         close(pipeEnds[0]);
         close(pipeEnds[1]);
         close(high);
     });
     QVERIFY(high >= 900);
+    QVERIFY(fcntl(lowest, F_SETFD, 0) == 0);
     QCOMPARE(openDesktopApplication(), 0);
     QCOMPARE(waitForApplication(), 0);
     QByteArrayList descriptors = recorded("fd ");

@@ -5,13 +5,13 @@
 #include <QByteArray>
 #include <QByteArrayList>
 
-/// What the stand-in answers, and what it was given.
+/// What the stand-in of Launch Services returns, and the arguments that it received.
 struct LaunchServices {
     OSStatus pathStatus = 0;
     OSStatus findStatus = 0;
     OSStatus openStatus = 0;
 
-    /// The functions' names in the order of the calls.
+    /// The names of the called functions, in order.
     QByteArrayList calls;
 
     QByteArray path;
@@ -29,9 +29,9 @@ struct LaunchServices {
     bool serialNumberWasAsked = false;
 };
 
-/// The one that the functions use; assign a new one before each test.
+/// The state that the functions use. Reset it before each test.
 extern LaunchServices launchServices;
 
-/// What the two ways to find the application put into every byte of its FSRef.
+/// The value of every byte of the FSRef, by the function that found the application.
 constexpr UInt8 foundByPath = 0x11;
 constexpr UInt8 foundById = 0x22;

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// The declarations of macOS that the bridge uses, as far as it uses them, so that its code for
-// macOS can be compiled and called elsewhere. LaunchServices.cpp records the calls.
+// The declarations of macOS that the bridge uses, so that its code for macOS can be compiled and
+// called on other systems. LaunchServices.cpp records the calls.
 
 using Boolean = unsigned char;
 using UInt8 = std::uint8_t;
@@ -29,7 +29,7 @@ using CFArrayRef = const __CFArray*;
 #ifdef __APPLE__
 #define CFSTR(text) (reinterpret_cast<CFStringRef>(__builtin___CFStringMakeConstantString(text)))
 #else
-// Without Apple's runtime a constant string is its characters.
+// Without Apple's runtime a constant string is represented by its characters.
 #define CFSTR(text) (reinterpret_cast<CFStringRef>("" text ""))
 #endif
 
@@ -55,7 +55,7 @@ struct LSApplicationParameters {
 constexpr OSStatus noErr = 0;
 constexpr OSType kLSUnknownCreator = 0;
 
-// Deprecated as on macOS, where the code must compile with warnings as errors all the same.
+// Deprecated as on macOS. The code must nevertheless compile with warnings as errors.
 extern "C" {
 [[deprecated]] OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory);
 [[deprecated]] OSStatus LSFindApplicationForInfo(OSType inCreator, CFStringRef inBundleID,
