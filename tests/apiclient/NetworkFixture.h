@@ -1,12 +1,12 @@
 #pragma once
 
 #include "apiclient/QtNetworkClient.h"
+#include "tests/support/ClosedPort.h"
 #include "tests/support/ScriptedServer.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QScopedPointer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 
 #include <fcntl.h>
@@ -14,17 +14,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// A system bus that takes connections and never answers.
+/// A system bus that accepts connections and never replies.
 class SilentBus {
 public:
     SilentBus()
+        : descriptor(socket(AF_UNIX, SOCK_STREAM, 0))
     {
         const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("bus")));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
-        descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-        works = fcntl(descriptor, F_SETFL, O_NONBLOCK) == 0
+        listening = fcntl(descriptor, F_SETFL, O_NONBLOCK) == 0
             && bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
             && listen(descriptor, 5) == 0;
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + path);
@@ -33,66 +33,61 @@ public:
     ~SilentBus() { close(descriptor); }
     Q_DISABLE_COPY(SilentBus)
 
-    bool isListening() const { return works; }
-    /// Whether anybody waits to be let in; the kernel completes connections by itself.
-    bool hasVisitor() const
+    bool isListening() const { return listening; }
+
+    /// Whether a connection is waiting. The kernel completes connections without accept().
+    bool hasConnection() const
     {
-        const int visitor = accept(descriptor, nullptr, nullptr);
-        close(visitor);
-        return visitor >= 0;
+        const int connection = accept(descriptor, nullptr, nullptr);
+        close(connection);
+        return connection >= 0;
     }
 
 private:
     QTemporaryDir folder;
-    int descriptor = -1;
-    bool works = false;
+    const int descriptor;
+    bool listening = false;
 };
 
-/// What each test of the transport stands on: a server, a client of it, a bus that nobody asks,
-/// and a record of Qt's messages, of which there must be none.
+/// What each test of the transport needs: a server, a connected client, a system bus that must not
+/// be used, and a record of Qt's messages, which must stay empty.
 class NetworkFixture {
 protected:
     void setUp()
     {
-        recorded().clear();
+        messages().clear();
         formerHandler =
             qInstallMessageHandler([](QtMsgType, const QMessageLogContext&,
-                                       const QString& message) { recorded() << message; });
+                                       const QString& message) { messages() << message; });
         bus.reset(new SilentBus);
         server.reset(new ScriptedServer);
-        connectAfresh();
+        replaceClient();
     }
 
-    /// A client that knows of no former connection.
-    void connectAfresh()
+    /// A client without the connections of the former one.
+    void replaceClient()
     {
         client.reset(new QtNetworkClient);
         client->connect(QStringLiteral("127.0.0.1"), server->port());
     }
 
-    /// Empty when everything scripted was used, nothing else was sent and nothing was said.
+    /// Returns an empty text if every scripted reply was used, nothing else was sent and Qt logged
+    /// nothing; otherwise what was wrong.
     QString tearDown()
     {
-        // Nothing comes late: the manager's thread has ended, and what it sent is read.
+        // Ends the manager's thread, so that whatever it sent has arrived.
         client.reset();
         QCoreApplication::processEvents();
         qInstallMessageHandler(formerHandler);
-        QStringList problems = recorded();
-        if (!bus->isListening() || bus->hasVisitor()) {
-            problems << QStringLiteral("the system bus was asked");
+        QStringList problems = messages();
+        if (!bus->isListening() || bus->hasConnection()) {
+            problems << QStringLiteral("connected to the system bus");
         }
         if (!server->strayBytes().isEmpty()) {
-            problems << QStringLiteral("half a request: ")
+            problems << QStringLiteral("incomplete request: ")
                     + QString::fromLatin1(server->strayBytes().left(200));
         }
         return (problems << server->problem()).join(QLatin1Char(' ')).trimmed();
-    }
-
-    static quint16 portWithoutServer()
-    {
-        QTcpServer unused;
-        unused.listen(QHostAddress::LocalHost);
-        return unused.serverPort();
     }
 
     /// Bytes of every value, without a short period.
@@ -105,15 +100,16 @@ protected:
         return bytes;
     }
 
+    const ClosedPort closedPort;
     QScopedPointer<SilentBus> bus;
     QScopedPointer<ScriptedServer> server;
     QScopedPointer<QtNetworkClient> client;
 
 private:
-    static QStringList& recorded()
+    static QStringList& messages()
     {
-        static QStringList messages;
-        return messages;
+        static QStringList recorded;
+        return recorded;
     }
 
     QtMessageHandler formerHandler = nullptr;

@@ -1,4 +1,5 @@
 #include "apiclient/HttpTrace.h"
+#include "tests/support/Texts.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -10,11 +11,6 @@
 #include <QtTest>
 
 namespace {
-
-QString text(const char* utf8)
-{
-    return QString::fromUtf8(utf8);
-}
 
 QStringList& printed()
 {

@@ -1,31 +1,23 @@
 #include "apiclient/PluginApiClient.h"
-#include "tests/apiclient/Described.h"
+#include "tests/apiclient/json/Described.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 
-// PluginApiClient::parseResponse: what a reply becomes, and what its error text.
+// PluginApiClient::parseResponse: the map and the error text of a reply.
 class tst_PluginApiClientParseResponse : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void parseResponse_data();
-    void parseResponse();
-    void errorTexts_data();
-    void errorTexts();
-    void everyStatusBut200Fails_data();
-    void everyStatusBut200Fails();
+    void returnsTheObject_data();
+    void returnsTheObject();
+    void setsErrorText_data();
+    void setsErrorText();
+    void failsForStatusBut200_data();
+    void failsForStatusBut200();
 };
 
-namespace {
-
-QString text(const char* utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
-} // namespace
-
-void tst_PluginApiClientParseResponse::parseResponse_data()
+void tst_PluginApiClientParseResponse::returnsTheObject_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QVariantMap>("expected");
@@ -33,47 +25,27 @@ void tst_PluginApiClientParseResponse::parseResponse_data()
                          const QVariantMap& expected = {}) {
         QTest::newRow(name) << body << expected;
     };
-    const QVariantMap one{{text("a"), 1LL}};
-    row("object", R"({"a":1})", one);
-    row("object between blanks", " \r\n\t{ \"a\" : 1 } \n", one);
-    row("object behind a byte-order mark", "\xEF\xBB\xBF{\"a\":1}", one);
-    row("error", R"({"error":"why"})", {{text("error"), text("why")}});
-    row("error that is an object", R"({"error":{"code":5}})",
-        {{text("error"), QVariantMap{{text("code"), 5LL}}}});
-    row("every type", R"({"a":null,"b":true,"c":1,"d":1.5,"e":"x","f":[],"g":{}})",
-        {{text("a"), QVariant::fromValue(nullptr)}, {text("b"), true}, {text("c"), 1LL},
-            {text("d"), 1.5}, {text("e"), text("x")}, {text("f"), QVariantList()},
-            {text("g"), QVariantMap()}});
-    row("integer of 64 bits", R"({"a":18446744073709551615})",
-        {{text("a"), 18446744073709551615ULL}});
+    row("object", R"({"a":1})", {{text("a"), 1LL}});
+    row("object after a byte order mark", "\xEF\xBB\xBF{\"a\":1}", {{text("a"), 1LL}});
+    row("values of each kind", R"({"a":null,"b":true,"c":18446744073709551615,"d":["x",{}]})",
+        {{text("a"), QVariant::fromValue(nullptr)}, {text("b"), true},
+            {text("c"), 18446744073709551615ULL},
+            {text("d"), QVariantList{text("x"), QVariantMap()}}});
 
-    row("nothing", "");
-    row("blanks", " \r\n");
+    row("empty body", "");
     row("empty object", "{}");
-    row("array", "[]");
     row("array of objects", R"([{"a":1}])");
+    // QVariant could convert these to a map or a list.
     row("array of pairs", R"([["a",1]])");
     row("text", R"("{\"a\":1}")");
-    row("number", "42");
-    row("true", "true");
     row("null", "null");
-    row("plain text", "Not found");
-    row("HTML", "<html><body>{\"a\":1}</body></html>");
-    row("cut off", R"({"a":1)");
-    row("cut off in a text", R"({"a":"x)");
-    row("a bracket too many", R"({"a":1}})");
-    row("two objects", R"({"a":1}{"a":1})");
-    row("single quotes", "{'a':1}");
-    row("a comma too many", R"({"a":1,})");
-    row("Latin-1", "{\"a\":\"\xE9\"}");
-    row("UTF-16", QByteArray("{\0}\0", 4));
-    row("U+0000 behind", QByteArray("{\"a\":1}\0", 8));
-    row("form", "a=1&error=why");
+    row("not JSON", "Not found");
+    row("incomplete object", R"({"a":1)");
+    row("invalid UTF-8", "{\"a\":\"\xE9\"}");
     row("200,000 brackets", "{\"a\":" + QByteArray(200000, '[') + QByteArray(200000, ']') + '}');
-    row("1025 levels", "{\"a\":" + QByteArray(1024, '[') + QByteArray(1024, ']') + '}');
 }
 
-void tst_PluginApiClientParseResponse::parseResponse()
+void tst_PluginApiClientParseResponse::returnsTheObject()
 {
     QFETCH(QByteArray, body);
     QFETCH(QVariantMap, expected);
@@ -86,7 +58,7 @@ void tst_PluginApiClientParseResponse::parseResponse()
     }
 }
 
-void tst_PluginApiClientParseResponse::errorTexts_data()
+void tst_PluginApiClientParseResponse::setsErrorText_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("error");
@@ -97,8 +69,8 @@ void tst_PluginApiClientParseResponse::errorTexts_data()
         QTest::newRow(name) << QByteArray(body) << text(body);
     };
     row("text", R"({"error":"No such style."})", text("No such style."));
-    row("beside other keys", R"({"a":1,"error":"why","z":2})", text("why"));
-    row("the last of two", R"({"error":"first","error":"second"})", text("second"));
+    row("among other keys", R"({"a":1,"error":"why","z":2})", text("why"));
+    row("key twice", R"({"error":"first","error":"second"})", text("second"));
     row("empty text", R"({"error":""})", QString());
     row("non-ASCII text", R"({"error":"caf\u00e9 𝄞"})", text("café 𝄞"));
     row("text with U+0000", R"({"error":"a\u0000b"})", text("a") + QChar(0) + text("b"));
@@ -117,30 +89,30 @@ void tst_PluginApiClientParseResponse::errorTexts_data()
     row("array", R"({"error":["why"]})", QString());
     row("empty array", R"({"error":[]})", QString());
 
-    whole("empty object, no error", "{}");
-    whole("object without an error", R"({"message":"why"})");
-    whole("error in another case", R"({"Error":"why"})");
-    whole("error further in", R"({"reply":{"error":"why"}})");
-    whole("error in an array", R"([{"error":"why"}])");
+    whole("no keys", "{}");
+    whole("no error key", R"({"message":"why"})");
+    whole("key in another case", R"({"Error":"why"})");
+    whole("key in an inner object", R"({"reply":{"error":"why"}})");
+    whole("object in an array", R"([{"error":"why"}])");
     whole("array", "[1, 2]");
-    whole("text of JSON", R"("why")");
-    whole("number as the whole", "42");
-    whole("null as the whole", "null");
+    whole("JSON text", R"("why")");
+    whole("JSON number", "42");
+    whole("JSON null", "null");
     whole("plain text", "Internal server error");
     whole("plain text with line ends", "Internal\r\nerror\r\n");
     whole("HTML", "<h1>502 Bad Gateway</h1>");
-    whole("one blank", " ");
-    whole("UTF-8", "café 𝄞");
-    whole("cut-off object", R"({"error":"why)");
-    whole("object with a comma too many", R"({"error":"why",})");
-    whole("object with text behind it", R"({"error":"why"} and more)");
+    whole("one space", " ");
+    whole("non-ASCII plain text", "café 𝄞");
+    whole("incomplete object", R"({"error":"why)");
+    whole("object with an extra comma", R"({"error":"why",})");
+    whole("object before other text", R"({"error":"why"} and more)");
     row("invalid UTF-8", "caf\xE9!", text("caf\uFFFD!"));
     row("invalid UTF-8 in an object", "{\"error\":\"caf\xE9\"}", text("{\"error\":\"caf\uFFFD\"}"));
-    row("U+0000 within", QByteArray("a\0b", 3), text("a") + QChar(0) + text("b"));
-    row("U+0000 alone", QByteArray(1, '\0'), QString(QChar(0)));
+    row("text with U+0000, not JSON", QByteArray("a\0b", 3), text("a") + QChar(0) + text("b"));
+    row("only U+0000", QByteArray(1, '\0'), QString(QChar(0)));
 }
 
-void tst_PluginApiClientParseResponse::errorTexts()
+void tst_PluginApiClientParseResponse::setsErrorText()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, error);
@@ -152,17 +124,16 @@ void tst_PluginApiClientParseResponse::errorTexts()
     }
 }
 
-void tst_PluginApiClientParseResponse::everyStatusBut200Fails_data()
+void tst_PluginApiClientParseResponse::failsForStatusBut200_data()
 {
     QTest::addColumn<int>("status");
-    for (const int status : {-200, -1, 0, 1, 99, 100, 102, 199, 201, 202, 203, 204, 206, 226, 299,
-             300, 301, 302, 304, 307, 400, 401, 403, 404, 409, 418, 429, 500, 501, 502, 503, 599,
-             600, 999, 2000, 65736}) {
+    for (const int status : {-200, -1, 0, 100, 199, 201, 204, 206, 299, 302, 304, 400, 401, 404,
+             500, 503, 599, 999, 2000, 65736}) {
         QTest::newRow(QByteArray::number(status).constData()) << status;
     }
 }
 
-void tst_PluginApiClientParseResponse::everyStatusBut200Fails()
+void tst_PluginApiClientParseResponse::failsForStatusBut200()
 {
     QFETCH(int, status);
     PluginApiClient client(1);
@@ -171,7 +142,7 @@ void tst_PluginApiClientParseResponse::everyStatusBut200Fails()
         described(map), described(QVariantMap{{text("error"), text("why")}, {text("a"), 1LL}}));
     QCOMPARE(client.lastError(), text("why"));
     QVERIFY(client.parseResponse(status, QByteArray()).isEmpty());
-    // The transport has not made a request yet, so it has nothing to say.
+    // The transport has not made a request yet.
     QCOMPARE(client.lastError(), QString());
 }
 

@@ -1,5 +1,6 @@
 #include "apiclient/json/JsonUtils.h"
-#include "tests/apiclient/Described.h"
+#include "tests/apiclient/json/Described.h"
+#include "tests/support/Texts.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -29,11 +30,6 @@ namespace {
 
 const QChar highSurrogate(0xD83D);
 const QChar lowSurrogate(0xDE00);
-
-QString text(const char* utf8)
-{
-    return QString::fromUtf8(utf8);
-}
 
 QVariant randomValue(QRandomGenerator& random, int depth);
 

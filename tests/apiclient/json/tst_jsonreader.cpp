@@ -1,5 +1,6 @@
 #include "apiclient/json/JsonUtils.h"
-#include "tests/apiclient/JsonForms.h"
+#include "tests/apiclient/json/JsonForms.h"
+#include "tests/support/Texts.h"
 
 #include <QtTest>
 
@@ -25,11 +26,6 @@ private Q_SLOTS:
 };
 
 namespace {
-
-QString text(const char* utf8)
-{
-    return QString::fromUtf8(utf8);
-}
 
 QVariant null()
 {

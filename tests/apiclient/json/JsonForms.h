@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apiclient/json/JsonUtils.h"
-#include "tests/apiclient/Described.h"
+#include "tests/apiclient/json/Described.h"
 
 #include <algorithm>
 #include <memory>
