@@ -1,13 +1,13 @@
-// Shows that time and memory stay linear in hostile input: feeds long runs of what a reader could
-// stumble over to each reader, in three sizes, and prints a table; fails when one of them grows
-// like the square of its input. growth [LARGEST_MB] (100).
+// Shows that time and memory grow linearly with hostile input: feeds long runs of what a reader
+// could be slow at to each reader, in three sizes, and prints a table. Fails if a result is wrong,
+// or if time or memory grows like the square of the input. growth [LARGEST_MB] (100).
 
 #include "apiclient/PluginApiClient.h"
 #include "frontend/ArgsFile.h"
 #include "service/FieldCode.h"
 
 #include <QCoreApplication>
-#include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <array>
@@ -21,63 +21,111 @@
 
 namespace {
 
-/// A text of `head`, as many of `unit` as it takes, and `tail`. "#" in `unit` stands for a number
-/// of ten digits that counts up, "@" for one that counts down.
+/// What JSON text must be read as.
+enum class Expected {
+    Malformed,
+    Number, ///< "a" is `number`
+    Elements, ///< "a" is a list of 0 and one element for each unit
+    Text, ///< "a" is one `unitText` for each unit
+    Keys, ///< a key for each unit, and the one in `head`
+    OneKey, ///< all units are one key, beside the one in `head`
+};
+
+/// A text of `head`, many times `unit`, and `tail`. "#" in `unit` stands for a number of ten digits
+/// that counts up, "@" for one that counts down.
 struct Pattern {
     const char* name;
     const char* head;
     const char* unit;
     const char* tail;
+    Expected expected;
+    double number = 0;
+    QStringView unitText = {};
 };
+
+constexpr char16_t zero[] = {0};
+constexpr char16_t unpaired[] = {0xD800};
 
 constexpr Pattern patterns[] = {
-    {"opening brackets", "{\"a\":", "[", "}"},
-    {"opening braces", "", "{\"a\":", "}"},
-    {"closing braces", "{", "}", ""},
-    {"nested lists", "{\"a\":[0", ",[[[[[[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]]]]]]", "]}"},
-    {"quotes", "{", "\"", "}"},
-    {"one key", "{\"a\":0", ",\"k\":[1]", "}"},
-    {"keys that ascend", "{\"\":0", ",\"#\":0", "}"},
-    {"keys that descend", "{\"~\":0", ",\"@\":0", "}"},
-    {"long keys alike", "{\"\":0", ",\"00000000000000000000000000000000000000000000000000#\":0",
-        "}"},
-    {"empty lists", "{\"a\":[0", ",[]", "]}"},
-    {"empty texts", "{\"a\":[0", ",\"\"", "]}"},
-    {"short numbers", "{\"a\":[0", ",0", "]}"},
-    {"one plain text", "{\"a\":\"", "x", "\"}"},
-    {"separators", "{\"a\":\"", "\x01", "\"}"},
-    {"backslashes", "{\"a\":\"", "\\\\", "\"}"},
-    {"escaped quotes", "{\"a\":\"", "\\\"", "\"}"},
-    {"escaped zeros", "{\"a\":\"", "\\u0000", "\"}"},
-    {"unpaired surrogates", "{\"a\":\"", "\\ud800", "\"}"},
-    {"characters of two bytes", "{\"a\":\"", "\xc3\xa9", "\"}"},
-    {"plain and escaped", "{\"a\":\"", "0123456789abcdef\\n", "\"}"},
-    {"digits", "{\"a\":", "9", "}"},
-    {"digits of a fraction", "{\"a\":0.", "9", "}"},
-    {"zeros of a fraction", "{\"a\":0.", "0", "1}"},
-    {"digits of an exponent", "{\"a\":1e", "9", "}"},
-    {"long numbers", "{\"a\":[0", ",1234567890123456789012345678901234567890.5e-20", "]}"},
-    {"spaces", "{\"a\":", " ", "0}"},
-    {"not closed", "{\"a\":\"", "x", ""},
+    {"opening brackets", "{\"a\":", "[", "}", Expected::Malformed},
+    {"opening braces", "", "{\"a\":", "}", Expected::Malformed},
+    {"closing braces", "{", "}", "", Expected::Malformed},
+    {"nested lists", "{\"a\":[0", ",[[[[[[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]]]]]]", "]}",
+        Expected::Elements},
+    {"quotes", "{", "\"", "}", Expected::Malformed},
+    {"one key", "{\"a\":0", ",\"k\":[1]", "}", Expected::OneKey},
+    {"keys that ascend", "{\"\":0", ",\"#\":0", "}", Expected::Keys},
+    {"keys that descend", "{\"~\":0", ",\"@\":0", "}", Expected::Keys},
+    {"long similar keys", "{\"\":0", ",\"00000000000000000000000000000000000000000000000000#\":0",
+        "}", Expected::Keys},
+    {"empty lists", "{\"a\":[0", ",[]", "]}", Expected::Elements},
+    {"empty texts", "{\"a\":[0", ",\"\"", "]}", Expected::Elements},
+    {"short numbers", "{\"a\":[0", ",0", "]}", Expected::Elements},
+    {"one plain text", "{\"a\":\"", "x", "\"}", Expected::Text, 0, u"x"},
+    {"separators", "{\"a\":\"", "\x01", "\"}", Expected::Text, 0, u"\x01"},
+    {"backslashes", "{\"a\":\"", "\\\\", "\"}", Expected::Text, 0, u"\\"},
+    {"escaped quotes", "{\"a\":\"", "\\\"", "\"}", Expected::Text, 0, u"\""},
+    {"escaped zeros", "{\"a\":\"", "\\u0000", "\"}", Expected::Text, 0, {zero, 1}},
+    {"unpaired surrogates", "{\"a\":\"", "\\ud800", "\"}", Expected::Text, 0, {unpaired, 1}},
+    {"characters of two bytes", "{\"a\":\"", "\xc3\xa9", "\"}", Expected::Text, 0, u"\u00E9"},
+    {"plain and escaped", "{\"a\":\"", "0123456789abcdef\\n", "\"}", Expected::Text, 0,
+        u"0123456789abcdef\n"},
+    {"digits", "{\"a\":", "9", "}", Expected::Malformed},
+    {"digits of a fraction", "{\"a\":0.", "9", "}", Expected::Number, 1},
+    {"zeros of a fraction", "{\"a\":0.", "0", "1}", Expected::Number, 0},
+    {"digits of an exponent", "{\"a\":1e", "9", "}", Expected::Malformed},
+    {"long numbers", "{\"a\":[0", ",1234567890123456789012345678901234567890.5e-20", "]}",
+        Expected::Elements},
+    {"spaces", "{\"a\":", " ", "0}", Expected::Number, 0},
+    {"not closed", "{\"a\":\"", "x", "", Expected::Malformed},
 };
 
-QByteArray textOf(const Pattern& pattern, int size)
+struct Input {
+    const Pattern& pattern;
+    QByteArray text;
+    int units;
+};
+
+Input inputOf(const Pattern& pattern, int size)
 {
     QByteArray text = pattern.head;
     const QByteArray unit = pattern.unit;
     const int place = qMax(unit.indexOf('#'), unit.indexOf('@'));
+    int units = size / unit.size();
     if (place < 0) {
-        text += unit.repeated(size / unit.size());
-        return text + pattern.tail;
+        return {pattern, text + unit.repeated(units) + pattern.tail, units};
     }
     const int step = unit.at(place) == '#' ? 1 : -1;
-    for (int number = 1500000000; text.size() < size; number += step) {
+    int number = 1500000000;
+    for (units = 0; text.size() < size; ++units) {
         text += QByteArray(unit).replace(place, 1, QByteArray::number(number));
+        number += step;
     }
-    return text + pattern.tail;
+    return {pattern, text + pattern.tail, units};
+}
+
+bool isAsExpected(const QVariantMap& read, const Input& input)
+{
+    const QVariant value = read.value(QStringLiteral("a"));
+    switch (input.pattern.expected) {
+    case Expected::Malformed:
+        return read.isEmpty();
+    case Expected::Number:
+        return value.isValid() && value == QVariant(input.pattern.number);
+    case Expected::Elements:
+        return value.toList().size() == input.units + 1;
+    case Expected::Text:
+        return value.toString() == input.pattern.unitText.toString().repeated(input.units);
+    case Expected::Keys:
+        return read.size() == input.units + 1;
+    case Expected::OneKey:
+        return read.size() == 2 && read.value(QStringLiteral("k")) == QVariantList{1};
+    }
+    return false;
 }
 
 struct Measured {
+    bool isRight;
     double milliseconds;
     double peakMegabytes;
 };
@@ -90,21 +138,26 @@ double usedMilliseconds()
     return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
 }
 
-Measured measuredSince(double startMilliseconds)
+/// The largest resident size of this process so far.
+double peakMegabytes()
 {
-    const double milliseconds = usedMilliseconds() - startMilliseconds;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-#ifdef __APPLE__
-    constexpr double bytesPerUnit = 1; // getrusage() counts bytes on macOS, kilobytes on Linux
+#ifdef Q_OS_DARWIN
+    constexpr double unitsPerMegabyte = 1024 * 1024; // bytes
 #else
-    constexpr double bytesPerUnit = 1024;
+    constexpr double unitsPerMegabyte = 1024; // kilobytes
 #endif
-    return {milliseconds, double(usage.ru_maxrss) * bytesPerUnit / 1048576};
+    return double(usage.ru_maxrss) / unitsPerMegabyte;
 }
 
-/// A failed reply: its text is read as JSON and, where it is none, taken as the error.
-Measured readReply(const QByteArray& text)
+Measured measuredSince(double startMilliseconds)
+{
+    return {false, usedMilliseconds() - startMilliseconds, peakMegabytes()};
+}
+
+/// A failed reply. No input has the key "error", so the error is the whole text.
+Measured readReply(const Input& input)
 {
     int argumentCount = 1;
     char name[] = "growth";
@@ -112,41 +165,55 @@ Measured readReply(const QByteArray& text)
     const QCoreApplication application(argumentCount, arguments.data());
     const double start = usedMilliseconds();
     PluginApiClient client(0);
-    client.parseResponse(500, text);
-    return measuredSince(start);
+    const QVariantMap read = client.parseResponse(500, input.text);
+    Measured result = measuredSince(start);
+    result.isRight =
+        isAsExpected(read, input) && client.lastError() == QString::fromUtf8(input.text);
+    return result;
 }
 
-/// The cluster is written again too.
-Measured readFieldCode(const QByteArray& text)
+/// The cluster is also written again.
+Measured readFieldCode(const Input& input)
 {
-    const QString fieldCode = QString::fromUtf8(text);
+    const QString fieldCode = QString::fromUtf8(input.text);
     const double start = usedMilliseconds();
-    clusterToFieldCode({{QStringLiteral("citationCluster"), jsonFromFieldCode(fieldCode)}});
-    return measuredSince(start);
+    const QVariantMap read = jsonFromFieldCode(fieldCode);
+    const QString written = clusterToFieldCode({{QStringLiteral("citationCluster"), read}});
+    Measured result = measuredSince(start);
+    result.isRight = isAsExpected(read, input)
+        && written.startsWith(QLatin1String("ADDIN CSL_CITATION {"))
+        && isAsExpected(jsonFromFieldCode(written), input);
+    return result;
 }
 
-/// The text in UTF-16, so that the file has twice the size; the list is written again too.
-Measured readArgumentFile(const QByteArray& text)
+/// The text in UTF-16, so that the file has twice the size. The list is also written again.
+Measured readArgumentFile(const Input& input)
 {
     const QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("args"));
-    bool success = false;
-    writeFile(path, QString::fromUtf8(text), &success);
+    const QString text = QString::fromUtf8(input.text);
+    bool prepared = false;
+    writeFile(path, text, &prepared);
+    bool read = false;
+    bool written = false;
     const double start = usedMilliseconds();
-    const QStringList list = readArgsFile(path, &success);
-    writeArgsFile(path, list, &success);
-    return measuredSince(start);
+    const QStringList list = readArgsFile(path, &read);
+    const int byteCount = writeArgsFile(path, list, &written);
+    Measured result = measuredSince(start);
+    result.isRight = prepared && read && written && list == text.split(QChar(argsFileSeparator))
+        && byteCount == 2 * text.size() && QFileInfo(path).size() == byteCount;
+    return result;
 }
 
 struct Reader {
     const char* name;
-    Measured (*read)(const QByteArray& text);
+    Measured (*read)(const Input& input);
 };
 
 constexpr Reader readers[] = {
     {"reply", readReply}, {"field code", readFieldCode}, {"argument file", readArgumentFile}};
 
-/// Measures in a process of its own: its peak memory is then that of this input alone.
+/// Measures in a child process, whose peak memory is then that of this input alone.
 bool measure(const Reader& reader, const Pattern& pattern, int size, Measured* result)
 {
     void* const shared =
@@ -156,7 +223,7 @@ bool measure(const Reader& reader, const Pattern& pattern, int size, Measured* r
     }
     const pid_t child = fork();
     if (child == 0) {
-        *static_cast<Measured*>(shared) = reader.read(textOf(pattern, size));
+        *static_cast<Measured*>(shared) = reader.read(inputOf(pattern, size));
         std::_Exit(0);
     }
     int status = 0;
@@ -166,12 +233,12 @@ bool measure(const Reader& reader, const Pattern& pattern, int size, Measured* r
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// The fastest of three: some runs have to wait for memory, and none is faster than its work.
+/// The fastest of three. Some runs are slower because they wait for memory.
 bool measureThrice(const Reader& reader, const Pattern& pattern, int size, Measured* fastest)
 {
     for (int run = 0; run < 3; ++run) {
         Measured result{};
-        if (!measure(reader, pattern, size, &result)) {
+        if (!measure(reader, pattern, size, &result) || !result.isRight) {
             return false;
         }
         if (run == 0 || result.milliseconds < fastest->milliseconds) {
@@ -187,8 +254,8 @@ bool printRow(const Reader& reader, const Pattern& pattern, double largestMegaby
     double megabytes = largestMegabytes / 100;
     for (Measured& result : results) {
         if (!measureThrice(reader, pattern, int(megabytes * 1e6), &result)) {
-            std::printf(
-                "%-13s %-24s did not end well with %g MB\n", reader.name, pattern.name, megabytes);
+            std::printf("%-13s %-24s crashed or gave a wrong result with %g MB\n", reader.name,
+                pattern.name, megabytes);
             return false;
         }
         megabytes *= 10;
@@ -199,7 +266,7 @@ bool printRow(const Reader& reader, const Pattern& pattern, double largestMegaby
         results[1].peakMegabytes, results[2].peakMegabytes,
         results[2].peakMegabytes / results[1].peakMegabytes);
     std::fflush(stdout);
-    // Ten times the input; a few milliseconds say nothing.
+    // The input grew ten times. Differences of a few milliseconds are noise.
     const bool grows = results[2].milliseconds > 20
         && (results[2].milliseconds > 50 * results[1].milliseconds
             || results[2].peakMegabytes > 50 * results[1].peakMegabytes);
@@ -214,8 +281,8 @@ bool printRow(const Reader& reader, const Pattern& pattern, double largestMegaby
 int main(int argc, char* argv[])
 {
     const double largest = argc > 1 ? std::atof(argv[1]) : 100;
-    if (largest <= 0 || largest > 1000) {
-        std::fputs("usage: growth [LARGEST_MB]: more than 0, at most 1000\n", stderr);
+    if (largest < 0.1 || largest > 1000) {
+        std::fputs("usage: growth [LARGEST_MB], from 0.1 to 1000\n", stderr);
         return 1;
     }
     std::printf("%-13s %-24s  milliseconds for %g, %g, %g MB  growth, peak MB, growth\n", "reader",
