@@ -260,7 +260,7 @@ void tst_HttpTrace::printsBodiesOnlyWhenNamed()
     file.write("[Rules]\n" + configuration + "\n");
     file.close();
 
-    // A process of its own, because Qt reads the rules once.
+    // A child process, because Qt reads the rules once.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(text("XDG_CONFIG_HOME"), home.path());
     environment.insert(text("HOME"), home.path());

@@ -6,8 +6,8 @@
 
 #include <cmath>
 
-/// `value` with all that QVariant's own comparison passes over: the type of each number, the sign
-/// of a zero, every code unit of a text. Two values are the same when their descriptions are.
+/// Describes `value` with all that the comparison of QVariants ignores: the type of each number,
+/// the sign of a zero, every code unit of a text. Equal descriptions mean equal values.
 inline QByteArray described(const QVariant& value);
 
 inline QByteArray described(const QString& text)

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <memory>
 
-/// Parses a copy that ends where its memory ends, so that the address sanitizer sees any reading
-/// past the end.
+/// Parses a copy that ends where its memory block ends, so that the address sanitizer reports a
+/// read past the end.
 inline QVariant parseExactly(const QByteArray& json)
 {
     const std::unique_ptr<char[]> copy(new char[size_t(json.size())]);
@@ -15,14 +15,14 @@ inline QVariant parseExactly(const QByteArray& json)
     return JsonUtils::parse(QByteArray::fromRawData(copy.get(), json.size()));
 }
 
-/// The text in UTF-16. QString::fromUtf8 alone would drop a leading U+FEFF and stop at U+0000.
+/// The text in UTF-16. QString::fromUtf8 would drop a leading U+FEFF, hence the letter before it.
 inline QString inUtf16(const QByteArray& json)
 {
-    const QByteArray behindLetter = 'x' + json;
-    return QString::fromUtf8(behindLetter.constData(), behindLetter.size()).mid(1);
+    const QByteArray afterLetter = 'x' + json;
+    return QString::fromUtf8(afterLetter.constData(), afterLetter.size()).mid(1);
 }
 
-/// Both forms of the text must read as the same value; returns its description.
+/// The description of the value that both forms of the text give; of both values if they differ.
 inline QByteArray describedFromBothForms(const QByteArray& json)
 {
     const QByteArray fromUtf8 = described(parseExactly(json));

@@ -6,23 +6,23 @@
 
 #include <limits>
 
-// JsonUtils::parse and parseText: what they read, and as what.
+// JsonUtils::parse and parseText: well-formed text and the value that it gives.
 class tst_JsonReader : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void wellFormed_data();
-    void wellFormed();
-    void numbers_data();
-    void numbers();
-    void everyCharacter();
-    void utf16_data();
-    void utf16();
-    void nesting_data();
-    void nesting();
-    void specialUnitsAtEveryPlace_data();
-    void specialUnitsAtEveryPlace();
-    void repeatedTexts();
+    void readsWellFormedText_data();
+    void readsWellFormedText();
+    void readsNumber_data();
+    void readsNumber();
+    void readsEveryCharacter();
+    void readsUtf16_data();
+    void readsUtf16();
+    void limitsNesting_data();
+    void limitsNesting();
+    void readsSpecialUnitsAtEveryPlace_data();
+    void readsSpecialUnitsAtEveryPlace();
+    void keepsSimilarTextsApart();
 };
 
 namespace {
@@ -34,7 +34,7 @@ QVariant null()
 
 } // namespace
 
-void tst_JsonReader::wellFormed_data()
+void tst_JsonReader::readsWellFormedText_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QVariant>("expected");
@@ -48,11 +48,11 @@ void tst_JsonReader::wellFormed_data()
     row("empty text", "\"\"", text(""));
     row("empty object", "{}", QVariantMap());
     row("empty array", "[]", QVariantList());
-    row("blank in empty object", "{ \t\r\n}", QVariantMap());
-    row("blank in empty array", "[ \t\r\n]", QVariantList());
-    row("blanks everywhere", "\t\n\r { \"a\" : [ 1 , 2 ] , \"b\" : 3 } \t\n\r",
+    row("whitespace in empty object", "{ \t\r\n}", QVariantMap());
+    row("whitespace in empty array", "[ \t\r\n]", QVariantList());
+    row("whitespace everywhere", "\t\n\r { \"a\" : [ 1 , 2 ] , \"b\" : 3 } \t\n\r",
         QVariantMap{{text("a"), QVariantList{1LL, 2LL}}, {text("b"), 3LL}});
-    row("no blanks", R"({"a":[1,2],"b":3})",
+    row("no whitespace", R"({"a":[1,2],"b":3})",
         QVariantMap{{text("a"), QVariantList{1LL, 2LL}}, {text("b"), 3LL}});
     row("array of everything", R"([null,true,false,1,1.5,"x",{},[]])",
         QVariantList{null(), true, false, 1LL, 1.5, text("x"), QVariantMap(), QVariantList()});
@@ -60,8 +60,8 @@ void tst_JsonReader::wellFormed_data()
     row("escapes in hexadecimal", R"("\u0041\u00e9\u20AC\uabcd\uABCD")", text("Aé€\uABCD\uABCD"));
     row("digits after an escape", R"("\u00411")", text("A1"));
     row("escaped surrogate pair", R"("\ud834\uDD1E")", text("\U0001D11E"));
-    row("escaped high surrogate alone", R"("\ud83d")", QString(QChar(0xD83D)));
-    row("escaped low surrogate alone", R"("\ude00")", QString(QChar(0xDE00)));
+    row("escaped unpaired high surrogate", R"("\ud83d")", QString(QChar(0xD83D)));
+    row("escaped unpaired low surrogate", R"("\ude00")", QString(QChar(0xDE00)));
     row("escaped surrogates in the wrong order", R"("\ude00\ud83d")",
         QString(QChar(0xDE00)) + QChar(0xD83D));
     row("escaped high surrogate before a letter", R"("\ud83dx")", QChar(0xD83D) + text("x"));
@@ -74,18 +74,17 @@ void tst_JsonReader::wellFormed_data()
         QChar(0xFEFF) + text("\n"));
     row("U+FEFF at the start of a key", "{\"\xEF\xBB\xBFk\":1}",
         QVariantMap{{QChar(0xFEFF) + text("k"), 1LL}});
-    row("U+FEFF as byte-order mark", "\xEF\xBB\xBF{\"a\":1}", QVariantMap{{text("a"), 1LL}});
-    row("byte-order mark and blanks", "\xEF\xBB\xBF [1]", QVariantList{1LL});
+    row("byte order mark", "\xEF\xBB\xBF{\"a\":1}", QVariantMap{{text("a"), 1LL}});
+    row("byte order mark and whitespace", "\xEF\xBB\xBF [1]", QVariantList{1LL});
     row("raw U+0000 in a text", QByteArray("\"a\0b\"", 5), text("a") + QChar(0) + text("b"));
     row("raw control characters in a text", "\"\x01\b\t\n\x1F\x7F\"", text("\x01\b\t\n\x1F\x7F"));
     row("noncharacters", "\"\xEF\xBF\xBE\xEF\xBF\xBF\"", text("\uFFFE\uFFFF"));
-    row("the last character", "\"\xF4\x8F\xBF\xBF\"", text("\U0010FFFF"));
-    row("a text that looks like JSON", R"("{\"a\":[1,}")", text("{\"a\":[1,}"));
-    row("the last of equal keys", R"({"a":1,"b":2,"a":3})",
-        QVariantMap{{text("a"), 3LL}, {text("b"), 2LL}});
-    row("the last of equal keys, another type", R"({"a":{"x":1},"a":[],"a":null})",
+    row("U+10FFFF", "\"\xF4\x8F\xBF\xBF\"", text("\U0010FFFF"));
+    row("text that looks like JSON", R"("{\"a\":[1,}")", text("{\"a\":[1,}"));
+    row("key twice", R"({"a":1,"b":2,"a":3})", QVariantMap{{text("a"), 3LL}, {text("b"), 2LL}});
+    row("key twice, values of different types", R"({"a":{"x":1},"a":[],"a":null})",
         QVariantMap{{text("a"), null()}});
-    row("equal keys, one escaped", R"({"a":1,"\u0061":2})", QVariantMap{{text("a"), 2LL}});
+    row("key twice, once escaped", R"({"a":1,"\u0061":2})", QVariantMap{{text("a"), 2LL}});
     row("equal keys in different objects", R"([{"a":1},{"a":2}])",
         QVariantList{QVariantMap{{text("a"), 1LL}}, QVariantMap{{text("a"), 2LL}}});
     row("keys in descending order", R"({"c":1,"b":2,"a":3})",
@@ -95,18 +94,18 @@ void tst_JsonReader::wellFormed_data()
             {text("a.b"), 1LL}, {text("a"), QVariantMap{{text("b"), 2LL}}}, {text("."), 3LL}});
     row("empty key", R"({"":1})", QVariantMap{{text(""), 1LL}});
     row("key with U+0000", R"({"\u0000":1})", QVariantMap{{QString(QChar(0)), 1LL}});
-    row("key with half a surrogate pair", R"({"\ud83d":1})",
+    row("key with an unpaired surrogate", R"({"\ud83d":1})",
         QVariantMap{{QString(QChar(0xD83D)), 1LL}});
 }
 
-void tst_JsonReader::wellFormed()
+void tst_JsonReader::readsWellFormedText()
 {
     QFETCH(QByteArray, json);
     QFETCH(QVariant, expected);
     QCOMPARE(describedFromBothForms(json), described(expected));
 }
 
-void tst_JsonReader::numbers_data()
+void tst_JsonReader::readsNumber_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<QVariant>("expected");
@@ -170,16 +169,16 @@ void tst_JsonReader::numbers_data()
     row("1e-99999999999999999999", 0.0);
 
     const QByteArray zeros(100000, '0');
-    named("100,000 digits behind the point", "0." + zeros + '1', 0.0);
-    named("zeros behind the point", "1." + zeros, 1.0);
-    named("huge digits, small exponent", '1' + zeros.left(1000) + "e-1000", 1.0);
-    named("small digits, huge exponent", "0." + zeros.left(999) + "1e1000", 1.0);
+    named("100,000 digits after the point", "0." + zeros + '1', 0.0);
+    named("zeros after the point", "1." + zeros, 1.0);
+    named("many digits, small exponent", '1' + zeros.left(1000) + "e-1000", 1.0);
+    named("many zeros, large exponent", "0." + zeros.left(999) + "1e1000", 1.0);
     named("zeros in the exponent", "1e" + zeros + '2', 100.0);
     named("308 zeros", '1' + zeros.left(308), 1e308);
     named("800 digits", "0." + QByteArray(800, '3'), 1.0 / 3.0);
 }
 
-void tst_JsonReader::numbers()
+void tst_JsonReader::readsNumber()
 {
     QFETCH(QByteArray, json);
     QFETCH(QVariant, expected);
@@ -189,7 +188,7 @@ void tst_JsonReader::numbers()
         described(QVariantMap{{text("n"), expected}}));
 }
 
-void tst_JsonReader::everyCharacter()
+void tst_JsonReader::readsEveryCharacter()
 {
     QVector<uint> characters;
     for (uint character = 0; character <= 0x10FFFF; ++character) {
@@ -198,12 +197,12 @@ void tst_JsonReader::everyCharacter()
         }
     }
     const QString all = QString::fromUcs4(characters.constData(), characters.size());
-    // Compared as a condition: the texts are too long to print.
+    // QVERIFY, because the texts are too long to print.
     QVERIFY(JsonUtils::parse('"' + all.toUtf8() + '"') == QVariant(all));
     QVERIFY(JsonUtils::parseText(QLatin1Char('"') + all + QLatin1Char('"')) == QVariant(all));
 }
 
-void tst_JsonReader::utf16_data()
+void tst_JsonReader::readsUtf16_data()
 {
     QTest::addColumn<QString>("json");
     QTest::addColumn<QVariant>("expected");
@@ -214,47 +213,47 @@ void tst_JsonReader::utf16_data()
     const QString low(QChar(0xDE00));
     const QString mark(QChar(0xFEFF));
     const QString quote = text("\"");
-    row("high surrogate alone", quote + high + quote, high);
-    row("low surrogate alone", quote + low + quote, low);
+    row("unpaired high surrogate", quote + high + quote, high);
+    row("unpaired low surrogate", quote + low + quote, low);
     row("surrogates in the wrong order", quote + low + high + quote, low + high);
     row("surrogate pair", quote + high + low + quote, high + low);
     row("raw high surrogate, escaped low one", quote + high + text("\\ude00\""), high + low);
     row("escaped high surrogate, raw low one", text("\"\\ud83d") + low + quote, high + low);
     row("high surrogate in a key", text("{\"") + high + text("\":1}"), QVariantMap{{high, 1LL}});
-    row("byte-order mark", mark + text("[]"), QVariantList());
+    row("byte order mark", mark + text("[]"), QVariantList());
     row("U+FEFF at the start of a text", quote + mark + text("a\""), mark + text("a"));
     row("U+0000 in a text", quote + QChar(0) + quote, QString(QChar(0)));
     row("units whose low byte is a quote or a backslash", text("\"\u0122\u015C\u2022\u5C5C\""),
         text("\u0122\u015C\u2022\u5C5C"));
 
-    row("two byte-order marks", mark + mark + text("[]"));
-    row("a byte-order mark alone", mark);
-    row("a swapped byte-order mark", QChar(0xFFFE) + text("[]"));
-    row("a byte-order mark behind", text("[]") + mark);
-    row("a surrogate pair outside a text", high + low);
-    row("a high surrogate outside a text", text("[1,") + high + text("]"));
-    row("a high surrogate behind", text("{}") + high);
-    row("a high surrogate behind a backslash", text("\"\\") + high + quote);
-    row("a high surrogate in hexadecimal digits", text("\"\\u00") + high + text("0\""));
+    row("two byte order marks", mark + mark + text("[]"));
+    row("only a byte order mark", mark);
+    row("swapped byte order mark", QChar(0xFFFE) + text("[]"));
+    row("byte order mark at the end", text("[]") + mark);
+    row("surrogate pair outside a text", high + low);
+    row("high surrogate outside a text", text("[1,") + high + text("]"));
+    row("high surrogate at the end", text("{}") + high);
+    row("high surrogate after a backslash", text("\"\\") + high + quote);
+    row("high surrogate in hexadecimal digits", text("\"\\u00") + high + text("0\""));
     row("units whose low byte is a bracket", text("\u015B\u015D"));
     row("units whose low byte is a digit", text("[\u0131]"));
-    row("a unit whose low byte is a quote, as end", text("\"a\u0122"));
-    row("a unit whose low byte is n", text("\u016Eull"));
-    row("a unit whose low byte is a blank", text("\u0120{}"));
-    row("an escape whose low byte is n", text("\"\\\u016E\""));
+    row("unit whose low byte is a quote, as closing quote", text("\"a\u0122"));
+    row("unit whose low byte is n", text("\u016Eull"));
+    row("unit whose low byte is a space", text("\u0120{}"));
+    row("escape whose low byte is n", text("\"\\\u016E\""));
     row("hexadecimal digits in other scripts", text("\"\\u\u0660\u0660\u0664\u0661\""));
-    row("a unit whose low byte is a hexadecimal digit", text("\"\\u004\u0131\""));
+    row("unit whose low byte is a hexadecimal digit", text("\"\\u004\u0131\""));
     row("full-width digits", text("[\uFF11]"));
 }
 
-void tst_JsonReader::utf16()
+void tst_JsonReader::readsUtf16()
 {
     QFETCH(QString, json);
     QFETCH(QVariant, expected);
     QCOMPARE(described(JsonUtils::parseText(json)), described(expected));
 }
 
-void tst_JsonReader::nesting_data()
+void tst_JsonReader::limitsNesting_data()
 {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<bool>("valid");
@@ -273,11 +272,13 @@ void tst_JsonReader::nesting_data()
     row("1024 objects", objects(1024, "1"), true);
     row("1023 objects around an empty one", objects(1023, "{}"), true);
     row("512 arrays in 512 objects", objects(512, arrays(512)), true);
-    row("1024 arrays in a row", '[' + arrays(1).append(',').repeated(1023) + arrays(1) + ']', true);
-    row("5000 empty arrays in a row", '[' + QByteArray("[],").repeated(5000) + "[]]", true);
-    row("5000 empty objects in a row", '[' + QByteArray("{},").repeated(5000) + "{}]", true);
-    row("5000 full arrays in a row", '[' + QByteArray("[1],").repeated(5000) + "1]", true);
-    row("5000 full objects in a row", '[' + QByteArray("{\"a\":1},").repeated(5000) + "1]", true);
+    row("1024 arrays in one array", '[' + arrays(1).append(',').repeated(1023) + arrays(1) + ']',
+        true);
+    row("5000 empty arrays in one array", '[' + QByteArray("[],").repeated(5000) + "[]]", true);
+    row("5000 empty objects in one array", '[' + QByteArray("{},").repeated(5000) + "{}]", true);
+    row("5000 full arrays in one array", '[' + QByteArray("[1],").repeated(5000) + "1]", true);
+    row("5000 full objects in one array", '[' + QByteArray("{\"a\":1},").repeated(5000) + "1]",
+        true);
     row("200,000 brackets in a text", '"' + QByteArray(200000, '[') + '"', true);
 
     row("1025 arrays", arrays(1025), false);
@@ -294,11 +295,11 @@ void tst_JsonReader::nesting_data()
     row("200,000 closing brackets", QByteArray(200000, ']'), false);
     row("200,000 open braces", QByteArray(200000, '{'), false);
     row("1024 open arrays", QByteArray(1024, '['), false);
-    row("one bracket too few", arrays(1024).chopped(1), false);
-    row("one bracket too many", arrays(1023) + ']', false);
+    row("missing closing bracket", arrays(1024).chopped(1), false);
+    row("extra closing bracket", arrays(1023) + ']', false);
 }
 
-void tst_JsonReader::nesting()
+void tst_JsonReader::limitsNesting()
 {
     QFETCH(QByteArray, json);
     QFETCH(bool, valid);
@@ -306,7 +307,7 @@ void tst_JsonReader::nesting()
     QCOMPARE(JsonUtils::parseText(inUtf16(json)).isValid(), valid);
 }
 
-void tst_JsonReader::specialUnitsAtEveryPlace_data()
+void tst_JsonReader::readsSpecialUnitsAtEveryPlace_data()
 {
     QTest::addColumn<QByteArray>("written");
     QTest::addColumn<QString>("read");
@@ -330,7 +331,7 @@ void tst_JsonReader::specialUnitsAtEveryPlace_data()
     row("\xF0\x9D\x84\x9E", text("\U0001D11E"));
 }
 
-void tst_JsonReader::specialUnitsAtEveryPlace()
+void tst_JsonReader::readsSpecialUnitsAtEveryPlace()
 {
     QFETCH(QByteArray, written);
     QFETCH(QString, read);
@@ -339,9 +340,9 @@ void tst_JsonReader::specialUnitsAtEveryPlace()
     for (int length = 0; length <= letters.size(); ++length) {
         for (int place = 0; place <= length; ++place) {
             const QByteArray before = letters.left(place);
-            const QByteArray behind = letters.mid(place, length - place);
-            const QString expected = QString::fromUtf8(before) + read + QString::fromUtf8(behind);
-            const QByteArray json = '"' + before + written + behind + '"';
+            const QByteArray after = letters.mid(place, length - place);
+            const QString expected = QString::fromUtf8(before) + read + QString::fromUtf8(after);
+            const QByteArray json = '"' + before + written + after + '"';
             QCOMPARE(described(parseExactly(json)), described(expected));
             QCOMPARE(described(JsonUtils::parseText(inUtf16(json))), described(expected));
             const QVariant map = JsonUtils::parse('{' + json + ":1}");
@@ -352,10 +353,11 @@ void tst_JsonReader::specialUnitsAtEveryPlace()
     }
 }
 
-void tst_JsonReader::repeatedTexts()
+void tst_JsonReader::keepsSimilarTextsApart()
 {
-    // Equal short texts share memory: many texts that differ in one letter or in their length
-    // only, as keys and as values, each of them more than once, plain and not.
+    // Equal short texts share their memory. These texts differ only in one letter or in their
+    // length, and occur more than once, as keys and as values, with and without non-ASCII
+    // characters.
     QByteArray json = "[";
     QVariantList expected;
     for (int i = 0; i < 6000; ++i) {

@@ -6,27 +6,27 @@
 
 #include <algorithm>
 
-// JsonUtils::parse and parseText: what they refuse.
+// JsonUtils::parse and parseText: malformed text.
 class tst_JsonReaderMalformed : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void malformed_data();
-    void malformed();
-    void malformedUtf8_data();
-    void malformedUtf8();
-    void utf8SequencesOfEveryKind_data();
-    void utf8SequencesOfEveryKind();
-    void truncatedAtEveryUnit();
-    void everyUnitReplaced();
-    void badUnitsAtEveryPlace_data();
-    void badUnitsAtEveryPlace();
-    void emptyInput();
+    void rejectsMalformedText_data();
+    void rejectsMalformedText();
+    void rejectsMalformedUtf8_data();
+    void rejectsMalformedUtf8();
+    void acceptsOnlyWellFormedUtf8_data();
+    void acceptsOnlyWellFormedUtf8();
+    void rejectsTextTruncatedAtEveryUnit();
+    void readsBothFormsAlikeWithEveryByteReplaced();
+    void rejectsBadUnitsAtEveryPlace_data();
+    void rejectsBadUnitsAtEveryPlace();
+    void distinguishesEmptyInputFromNull();
 };
 
 namespace {
 
-/// A text that holds every construct, blanks included.
+/// A text with every construct of JSON, whitespace included.
 const char* const richJson =
     " {\"a\" : [ null,true , false, -0, 12, -1.5e+10, 2E-3, 18446744073709551615 ],\r\n"
     "\t\"b\\n\\u00e9\\uD83D\\uDE00\": {\"\": \"\\\"\\\\\\/\\b\\f\\n\\r\\t\", \"x\": {} },"
@@ -58,13 +58,13 @@ bool isWellFormedCharacter(const QByteArray& bytes)
 
 } // namespace
 
-void tst_JsonReaderMalformed::malformed_data()
+void tst_JsonReaderMalformed::rejectsMalformedText_data()
 {
     QTest::addColumn<QByteArray>("json");
-    const QByteArrayList texts{// Nothing, or nothing that counts.
-        "", " ", "\t\r\n", "\xEF\xBB\xBF", "\xEF\xBB\xBF ", "\xEF\xBB\xBF\xEF\xBB\xBF{}",
+    const QByteArrayList texts{// No value.
+        " ", "\t\r\n", "\xEF\xBB\xBF", "\xEF\xBB\xBF ", "\xEF\xBB\xBF\xEF\xBB\xBF{}",
         " \xEF\xBB\xBF{}", "{}\xEF\xBB\xBF", "[\xEF\xBB\xBF]", "{\xEF\xBB\xBF\"a\":1}",
-        // More than one value, or something behind it.
+        // More than one value, or other text after it.
         "{}{}", "{} {}", "1 2", "null null", "[1] x", "{},", "{};", "\"a\"\"b\"", "[1]]", "{}}",
         "nullnull", "{\"a\":1}\"",
         // Literals.
@@ -97,58 +97,58 @@ void tst_JsonReaderMalformed::malformed_data()
         "\"\\u00@0\"", "\"\\u00G0\"", "\"\\u00`0\"", "\"\\u00g0\"", "\"\\\n\"", "\"\\u0041",
         "\"\\\u00E9\"", "\"\\u00\u00E9\"", "\"\\u\uFF10\uFF10\uFF14\uFF11\"", "\"\\ud83d\\\"",
         "\"\\ud83d\\u\"", "\u201Ca\u201D", "`a`", "\"a\" \"b\"",
-        // Blanks that JSON does not know.
+        // Whitespace that JSON does not allow.
         "\x0B{}", "{\x0C}", "\u00A0{}", "{}\u00A0", "[1,\u20281]", "\u3000[]", "[1,\u00851]",
         "{\"a\"\u00A0:1}", "\x1A", "{}\x1A", "\x7F{}",
         // Other formats.
         "<html></html>", "<?xml version=\"1.0\"?>", "HTTP/1.1 200 OK", "a=1&b=2", "%7B%7D",
         ")]}',\n{}", "callback({})", "---\na: 1", "// {}", "/* */ {}", "{} // end", "\\u007b}",
         "\\{\\}"};
-    for (int i = 0; i < texts.size(); ++i) {
-        const QByteArray shown = texts.at(i).toPercentEncoding(" {}[]\"\\:,;'()/+&=<>");
-        QTest::newRow(QByteArray::number(i) + ": " + shown) << texts.at(i);
+    for (const QByteArray& json : texts) {
+        QTest::newRow(json.toPercentEncoding("{}[]\"\\:,;'()/+&=<>").constData()) << json;
     }
-    QTest::newRow("U+0000 alone") << QByteArray(1, '\0');
-    QTest::newRow("U+0000 in front") << QByteArray("\0{}", 3);
-    QTest::newRow("U+0000 behind") << QByteArray("{}\0", 3);
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("only U+0000") << QByteArray(1, '\0');
+    QTest::newRow("U+0000 at the start") << QByteArray("\0{}", 3);
+    QTest::newRow("U+0000 at the end") << QByteArray("{}\0", 3);
     QTest::newRow("U+0000 between values") << QByteArray("[1,\0 2]", 7);
-    QTest::newRow("U+0000 behind a number") << QByteArray("1\0", 2);
+    QTest::newRow("U+0000 after a number") << QByteArray("1\0", 2);
     QTest::newRow("U+0000 within a literal") << QByteArray("nu\0ll", 5);
-    QTest::newRow("U+0000 behind a backslash") << QByteArray("\"\\\0\"", 4);
+    QTest::newRow("U+0000 after a backslash") << QByteArray("\"\\\0\"", 4);
     QTest::newRow("U+0000 in hexadecimal digits") << QByteArray("\"\\u00\0\0\"", 8);
     QTest::newRow("400 digits") << QByteArray(400, '9');
     QTest::newRow("100,000 digits") << QByteArray(100000, '1');
     QTest::newRow("minus and 400 digits") << '-' + QByteArray(400, '9');
-    QTest::newRow("400 digits, then rubbish") << QByteArray(400, '9') + 'x';
+    QTest::newRow("400 digits and a letter") << QByteArray(400, '9') + 'x';
     QTest::newRow("a million leading zeros") << QByteArray(1000000, '0') + '1';
 }
 
-void tst_JsonReaderMalformed::malformed()
+void tst_JsonReaderMalformed::rejectsMalformedText()
 {
     QFETCH(QByteArray, json);
     QCOMPARE(describedFromBothForms(json), QByteArray("invalid"));
-    // In front of it and behind it nothing can make it right.
+    // It is as malformed inside an array.
     QCOMPARE(describedFromBothForms('[' + json + "\x01]"), QByteArray("invalid"));
 }
 
-void tst_JsonReaderMalformed::malformedUtf8_data()
+void tst_JsonReaderMalformed::rejectsMalformedUtf8_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     const auto row = [](const char* name, const char* bytes) {
         QTest::newRow(name) << QByteArray(bytes);
     };
-    row("first continuation byte alone", "\x80");
-    row("last continuation byte alone", "\xBF");
+    row("only the first continuation byte", "\x80");
+    row("only the last continuation byte", "\xBF");
     row("continuation after ASCII", "a\x80");
     row("continuation after a whole character", "\xC3\xA9\xA9");
-    row("lead of two alone", "\xC3");
+    row("only a lead of two", "\xC3");
     row("lead of two, then ASCII", "\xC3(");
     row("lead of two twice", "\xC3\xC3\xA9");
-    row("lead of three alone", "\xE2");
+    row("only a lead of three", "\xE2");
     row("lead of three and one byte", "\xE2\x82");
     row("lead of three, one byte, ASCII", "\xE2\x82(");
     row("lead of three, ASCII, one byte", "\xE2(\xAC");
-    row("lead of four alone", "\xF0");
+    row("only a lead of four", "\xF0");
     row("lead of four and one byte", "\xF0\x9D");
     row("lead of four and two bytes", "\xF0\x9D\x84");
     row("lead of four, two bytes, ASCII", "\xF0\x9D\x84(");
@@ -172,28 +172,28 @@ void tst_JsonReaderMalformed::malformedUtf8_data()
     row("lead F5", "\xF5\x80\x80\x80");
     row("byte FE", "\xFE");
     row("byte FF", "\xFF");
-    row("UTF-16 byte-order mark", "\xFF\xFE");
+    row("UTF-16 byte order mark", "\xFF\xFE");
     row("Latin-1", "caf\xE9");
-    row("half a byte-order mark", "\xEF\xBB");
-    row("behind sixteen letters", "abcdefghijklmnop\xFF");
-    row("behind thirty-one letters", "abcdefghijklmnopqrstuvwxyz01234\xC3");
-    row("behind an escape", "\\n\xA9");
+    row("incomplete byte order mark", "\xEF\xBB");
+    row("after 16 letters", "abcdefghijklmnop\xFF");
+    row("after 31 letters", "abcdefghijklmnopqrstuvwxyz01234\xC3");
+    row("after an escape", "\\n\xA9");
 }
 
-void tst_JsonReaderMalformed::malformedUtf8()
+void tst_JsonReaderMalformed::rejectsMalformedUtf8()
 {
     QFETCH(QByteArray, bytes);
     const QByteArray invalid("invalid");
     QCOMPARE(described(parseExactly(bytes)), invalid);
     QCOMPARE(described(parseExactly('"' + bytes + '"')), invalid);
     QCOMPARE(described(parseExactly('"' + bytes)), invalid);
-    QCOMPARE(described(parseExactly('"' + bytes + "and more text behind it\"")), invalid);
+    QCOMPARE(described(parseExactly('"' + bytes + "and more text after it\"")), invalid);
     QCOMPARE(described(parseExactly("{\"" + bytes + "\":1}")), invalid);
     QCOMPARE(described(parseExactly("[1" + bytes + ']')), invalid);
     QCOMPARE(described(parseExactly("[1]" + bytes)), invalid);
 }
 
-void tst_JsonReaderMalformed::utf8SequencesOfEveryKind_data()
+void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8_data()
 {
     QTest::addColumn<int>("length");
     QTest::addColumn<QByteArray>("bytesToTry");
@@ -209,11 +209,11 @@ void tst_JsonReaderMalformed::utf8SequencesOfEveryKind_data()
     QTest::newRow("four bytes") << 4 << borders;
 }
 
-void tst_JsonReaderMalformed::utf8SequencesOfEveryKind()
+void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8()
 {
     QFETCH(int, length);
     QFETCH(QByteArray, bytesToTry);
-    // The sequences that begin with a multi-byte lead, so that they are one character or none.
+    // Sequences that start with a byte from 0x80 on.
     QVector<int> digits(length, 0);
     int wellFormed = 0;
     for (;;) {
@@ -223,7 +223,7 @@ void tst_JsonReaderMalformed::utf8SequencesOfEveryKind()
         }
         if (uchar(bytes.at(0)) >= 0x80) {
             const QVariant read = JsonUtils::parse('"' + bytes + '"');
-            // Shorter sequences, one behind the other, have rows of their own.
+            // Skips those that start with a shorter character: it has its own row.
             const bool one = isWellFormedCharacter(bytes);
             bool several = false;
             for (int cut = 1; cut < length; ++cut) {
@@ -246,7 +246,7 @@ void tst_JsonReaderMalformed::utf8SequencesOfEveryKind()
     QCOMPARE(wellFormed > 0, length > 1);
 }
 
-void tst_JsonReaderMalformed::truncatedAtEveryUnit()
+void tst_JsonReaderMalformed::rejectsTextTruncatedAtEveryUnit()
 {
     const QByteArray whole(richJson);
     QCOMPARE(JsonUtils::parse(whole).toMap().size(), 3);
@@ -261,9 +261,9 @@ void tst_JsonReaderMalformed::truncatedAtEveryUnit()
     }
 }
 
-void tst_JsonReaderMalformed::everyUnitReplaced()
+void tst_JsonReaderMalformed::readsBothFormsAlikeWithEveryByteReplaced()
 {
-    // No change of one byte makes the forms disagree, and none is read past the end.
+    // With one byte changed, both forms still give the same, and neither is read past its end.
     const QByteArray whole(richJson);
     int malformed = 0;
     for (int place = 0; place < whole.size(); ++place) {
@@ -283,7 +283,7 @@ void tst_JsonReaderMalformed::everyUnitReplaced()
     QVERIFY(malformed > 2000);
 }
 
-void tst_JsonReaderMalformed::badUnitsAtEveryPlace_data()
+void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPlace_data()
 {
     QTest::addColumn<QByteArray>("bad");
     for (const char* bad :
@@ -292,7 +292,7 @@ void tst_JsonReaderMalformed::badUnitsAtEveryPlace_data()
     }
 }
 
-void tst_JsonReaderMalformed::badUnitsAtEveryPlace()
+void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPlace()
 {
     QFETCH(QByteArray, bad);
     const QByteArray letters(
@@ -302,7 +302,7 @@ void tst_JsonReaderMalformed::badUnitsAtEveryPlace()
         for (int place = 0; place <= length; ++place) {
             const QByteArray json =
                 '"' + letters.left(place) + bad + letters.mid(place, length - place) + '"';
-            // A backslash makes an escape of certain letters.
+            // The backslash and the letter after it may be an escape sequence.
             const bool isEscape =
                 bad == "\\" && place < length && QByteArray("nrt").contains(letters.at(place));
             QCOMPARE(parseExactly(json).isValid(), isEscape);
@@ -313,13 +313,13 @@ void tst_JsonReaderMalformed::badUnitsAtEveryPlace()
     }
 }
 
-void tst_JsonReaderMalformed::emptyInput()
+void tst_JsonReaderMalformed::distinguishesEmptyInputFromNull()
 {
     QVERIFY(!JsonUtils::parse(QByteArray()).isValid());
     QVERIFY(!JsonUtils::parse(QByteArray("")).isValid());
     QVERIFY(!JsonUtils::parseText(QString()).isValid());
     QVERIFY(!JsonUtils::parseText(text("")).isValid());
-    // Null is a value, and another one than "malformed".
+    // JSON's null is a valid value.
     QVERIFY(JsonUtils::parse("null").isValid());
     QVERIFY(JsonUtils::parse("null").isNull());
     QVERIFY(JsonUtils::parse("null").toMap().isEmpty());

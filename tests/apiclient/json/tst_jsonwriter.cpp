@@ -113,8 +113,8 @@ void tst_JsonWriter::writesEveryType_data()
     row("delete", text("\x7F"), "\"\x7F\"");
     row("characters of two, three and four bytes", text("é€𝄞"), "\"é€𝄞\"");
     row("U+FEFF", QString(QChar(0xFEFF)), "\"\xEF\xBB\xBF\"");
-    row("high surrogate alone", QString(QChar(0xD83D)), R"("\ud83d")");
-    row("low surrogate alone", QString(QChar(0xDE00)), R"("\ude00")");
+    row("unpaired high surrogate", QString(QChar(0xD83D)), R"("\ud83d")");
+    row("unpaired low surrogate", QString(QChar(0xDE00)), R"("\ude00")");
     row("surrogates in the wrong order", QString(QChar(0xDE00)) + QChar(0xD83D),
         R"("\ude00\ud83d")");
     row("high surrogate before a pair", QChar(0xD83D) + text("\U0001D11E"), "\"\\ud83d𝄞\"");
