@@ -5,14 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What libFuzzer calls for each input; each target is one such function. Without libFuzzer
-/// replay.cpp calls it for the files of a corpus.
+/// Runs one input. Each fuzz target defines it. libFuzzer calls it for each input, and without
+/// libFuzzer replay.cpp calls it for each file of a corpus.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-/// Ends the program, so that the fuzzer keeps the input, where `property` does not hold.
+/// Aborts the program unless `holds`, so that the fuzzer saves the input.
 inline void check(bool holds, const char* property)
 {
     if (!holds) {
-        qFatal("Does not hold: %s", property);
+        qFatal("Failed check: %s", property);
     }
 }

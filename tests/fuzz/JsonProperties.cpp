@@ -61,12 +61,12 @@ bool agrees(const QVariant& ours, const QJsonValue& qts)
     case QMetaType::Nullptr:
         return qts.isNull();
     default:
-        // Integers too: Qt rounds the large ones.
+        // As doubles, because Qt rounds large integers.
         return qts.isDouble() && ours.toDouble() == qts.toDouble();
     }
 }
 
-/// The text of `bytes` with every U+FEFF kept; nothing when they are not UTF-8.
+/// The text of `bytes`, with a U+FEFF at its start. No value if they are not valid UTF-8.
 std::optional<QString> decoded(const QByteArray& bytes)
 {
     QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
@@ -78,7 +78,7 @@ std::optional<QString> decoded(const QByteArray& bytes)
     return text;
 }
 
-/// Whether a key occurs twice in `json`, which has no escapes, wherever that may be.
+/// Whether a key occurs twice anywhere in `json`, which has no escape sequences.
 bool repeatsKey(const QByteArray& json)
 {
     const QList<QByteArray> pieces = json.split('"');
@@ -99,8 +99,8 @@ bool isDigitAt(const QByteArray& json, int index)
     return index >= 0 && index < json.size() && json.at(index) >= '0' && json.at(index) <= '9';
 }
 
-/// Whether a point lacks a digit on one of its sides.
-bool holdsBarePoint(const QByteArray& json)
+/// Whether a decimal point has no digit before or after it.
+bool hasBarePoint(const QByteArray& json)
 {
     for (int i = json.indexOf('.'); i >= 0; i = json.indexOf('.', i + 1)) {
         if (!isDigitAt(json, i - 1) || !isDigitAt(json, i + 1)) {
@@ -118,11 +118,11 @@ void checkAgainstQt(const QByteArray& json, const QVariant& value)
     }
     const bool isRead =
         value.userType() == QMetaType::QVariantMap || value.userType() == QMetaType::QVariantList;
-    check(isRead == !document->isNull(), "what Qt's reader accepts is accepted, and nothing else");
+    check(isRead == !document->isNull(), "accepts exactly the texts that Qt's reader accepts");
     if (isRead) {
         const QJsonValue root =
             document->isObject() ? QJsonValue(document->object()) : QJsonValue(document->array());
-        check(agrees(value, root), "Qt's reader reads the same value");
+        check(agrees(value, root), "reads the same value as Qt's reader");
     }
 }
 
@@ -149,9 +149,11 @@ void checkSurvivesWriting(const QVariant& value)
 {
     const QByteArray bytes = JsonUtils::serialize(value);
     const QString text = JsonUtils::serializeToText(value);
-    check(bytes == text.toUtf8(), "the same JSON is written in UTF-8 and in UTF-16");
-    check(isSameValue(JsonUtils::parse(bytes), value), "read(write(value)) is value, in UTF-8");
-    check(isSameValue(JsonUtils::parseText(text), value), "read(write(value)) is value, in UTF-16");
+    check(bytes == text.toUtf8(), "writes the same JSON in UTF-8 and in UTF-16");
+    check(isSameValue(JsonUtils::parse(bytes), value),
+        "keeps a value that is written and read in UTF-8");
+    check(isSameValue(JsonUtils::parseText(text), value),
+        "keeps a value that is written and read in UTF-16");
 }
 
 void checkJsonProperties(const QByteArray& json)
@@ -159,14 +161,14 @@ void checkJsonProperties(const QByteArray& json)
     const QVariant value = JsonUtils::parse(json);
     const auto text = decoded(json);
     if (!text) {
-        check(!value.isValid(), "invalid UTF-8 is malformed");
+        check(!value.isValid(), "rejects invalid UTF-8");
         return;
     }
-    // Without the zero that QString has at its end: reading behind the end shows.
+    // Without QString's terminating zero, so that the sanitizer reports a read past the end.
     const std::vector<ushort> units(text->utf16(), text->utf16() + text->size());
     const auto raw =
         QString::fromRawData(reinterpret_cast<const QChar*>(units.data()), text->size());
-    check(isSameValue(JsonUtils::parseText(raw), value), "UTF-8 and UTF-16 are read alike");
+    check(isSameValue(JsonUtils::parseText(raw), value), "reads UTF-8 and UTF-16 alike");
     checkAgainstQt(json, value);
     if (value.isValid()) {
         checkSurvivesWriting(value);
@@ -175,11 +177,11 @@ void checkJsonProperties(const QByteArray& json)
 
 std::optional<QJsonDocument> readByQt(const QByteArray& json)
 {
-    // Qt's reader takes any character for an escape, "1." and ".1" for numbers and keys for equal
-    // that differ behind a zero; refuses a number that is too small for a double; drops U+FEFF in
-    // front of a text; leaks what stands under a repeated key.
+    // Qt's reader accepts any escaped character, and "1." and ".1" as numbers. It treats keys that
+    // differ only after U+0000 as equal, rejects a number too small for a double, and drops a
+    // U+FEFF at the start of a text. It leaks the first value of a repeated key.
     if (json.contains('\\') || json.contains('\0') || json.contains("e-") || json.contains("E-")
-        || json.contains("\xEF\xBB\xBF") || holdsBarePoint(json) || repeatsKey(json)) {
+        || json.contains("\xEF\xBB\xBF") || hasBarePoint(json) || repeatsKey(json)) {
         return {};
     }
     return QJsonDocument::fromJson(json);

@@ -8,13 +8,13 @@
 /// Whether both are the same JSON value of the same types, doubles bit by bit.
 bool isSameValue(const QVariant& left, const QVariant& right);
 
-/// Checks what holds for every JSON text, valid or not: reading it as UTF-8 and as UTF-16 gives
-/// the same, Qt's own reader agrees, and what was read survives being written and read again.
+/// Checks the properties of every text, valid JSON or not: it reads the same as UTF-8 and as
+/// UTF-16, Qt's own reader agrees, and the value stays the same when it is written and read again.
 void checkJsonProperties(const QByteArray& json);
 
-/// Checks that `value` survives being written and read again, in UTF-8 and in UTF-16.
+/// Checks that `value` stays the same when it is written and read again, in UTF-8 and in UTF-16.
 void checkSurvivesWriting(const QVariant& value);
 
-/// What Qt's own reader makes of `json` (a null document where it is malformed); nothing for
-/// texts that Qt is known to read otherwise.
+/// Reads `json` with Qt's own reader, which returns a null document if it is malformed. Returns no
+/// value for texts that Qt is known to read differently.
 std::optional<QJsonDocument> readByQt(const QByteArray& json);

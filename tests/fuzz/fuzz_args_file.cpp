@@ -1,5 +1,5 @@
-// The argument file. Input: one byte that chooses how many units stand in front, so that also
-// the places where the reader goes on with its next piece are met, and behind it the file's bytes.
+// The argument file. Input: one byte that chooses the padding before the text, so that some inputs
+// cross the boundary between two pieces of the reader, and the file's bytes.
 
 #include "frontend/ArgsFile.h"
 #include "tests/fuzz/Check.h"
@@ -12,8 +12,8 @@ namespace {
 
 constexpr int pieceUnits = 256 * 1024;
 
-/// Below 240, as most inputs should be, for it costs time: nothing. From there on some units less
-/// or more than a piece, and for 255 two pieces.
+/// No padding below 240, because it costs time; from 240 some units fewer or more than one piece;
+/// for 255 two pieces.
 QByteArray padding(uint8_t choice)
 {
     if (choice < 240) {
@@ -23,7 +23,7 @@ QByteArray padding(uint8_t choice)
     return QByteArray("x\0", 2).repeated(units);
 }
 
-/// The list in `bytes` as Qt's own decoder sees it.
+/// The list in `bytes`, decoded by Qt.
 QStringList expectedList(const QByteArray& bytes)
 {
     return QTextCodec::codecForName("UTF-16LE")->toUnicode(bytes).split(QChar(argsFileSeparator));
@@ -32,7 +32,7 @@ QStringList expectedList(const QByteArray& bytes)
 QByteArray readBytes(const QString& path)
 {
     QFile file(path);
-    check(file.open(QIODevice::ReadOnly), "the file is there");
+    check(file.open(QIODevice::ReadOnly), "the file exists");
     return file.readAll();
 }
 
@@ -40,29 +40,29 @@ void checkReading(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     check(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush(),
-        "the folder for the files has room");
+        "the folder has room");
     bool success = false;
     const QStringList list = readArgsFile(path, &success);
-    check(success, "a file that is there can be read");
-    check(list == expectedList(bytes), "the list is what the decoded text holds");
+    check(success, "reads an existing file");
+    check(list == expectedList(bytes), "returns the strings of the decoded text");
 }
 
-/// Two things do not come back: a separator inside a string parts it, and a byte-order mark at
-/// the start of the file is dropped.
+/// Writing and reading keeps a list, except that a separator inside a string splits it and a byte
+/// order mark at the start of the file is dropped.
 void checkWriting(const QString& path, const QStringList& list)
 {
     QString text = list.join(QChar(argsFileSeparator));
     bool success = false;
     const int byteCount = writeArgsFile(path, list, &success);
-    check(success && byteCount == 2 * text.size(), "the number of bytes is returned");
+    check(success && byteCount == 2 * text.size(), "returns the number of bytes");
     check(
         readBytes(path) == QByteArray(reinterpret_cast<const char*>(text.utf16()), 2 * text.size()),
-        "the file is the joined text in UTF-16");
+        "writes the joined text in UTF-16");
     if (text.startsWith(QChar(QChar::ByteOrderMark))) {
         text.remove(0, 1);
     }
     check(readArgsFile(path, &success) == text.split(QChar(argsFileSeparator)) && success,
-        "read(write(list)) is list");
+        "keeps a list that is written and read");
 }
 
 } // namespace
@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         padding(data[0]) + QByteArray(reinterpret_cast<const char*>(data) + 1, int(size) - 1);
     checkReading(folder.filePath(QStringLiteral("read")), bytes);
 
-    // Parted elsewhere, the strings may hold what parts them in the file.
+    // Split at another character, so that the strings may contain the separator.
     const QString text =
         QString::fromUtf16(reinterpret_cast<const ushort*>(bytes.constData()), bytes.size() / 2);
     checkWriting(folder.filePath(QStringLiteral("written")), text.split(QLatin1Char('|')));

@@ -1,5 +1,6 @@
-// The reader of desktop entries. Input: a desktop entry's file; the same bytes are also taken as
-// an Exec line with its fields, and as the arguments of a command, both parted by zero bytes.
+// The reader of desktop entries. Input: the bytes of a desktop entry's file. The same bytes are
+// also used as an Exec line with its fields, and as the arguments of a command, both separated by
+// zero bytes.
 
 #include "service/DesktopEntry.h"
 #include "tests/fuzz/Check.h"
@@ -16,16 +17,16 @@ void writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     check(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush(),
-        "the folder for the files has room");
+        "the folder has room");
 }
 
-/// What the standard asks of a command's program: to be there, and to hold no "=".
+/// The standard requires a program, without "=" in its name.
 bool isProgram(const QList<QByteArray>& command)
 {
     return !command.isEmpty() && !command.first().isEmpty() && !command.first().contains('=');
 }
 
-/// `argument` as the standard says that it stands in an Exec line.
+/// `argument`, quoted for an Exec line.
 QByteArray quoted(QByteArray argument)
 {
     for (const char* reserved : {"\\", "\"", "`", "$"}) {
@@ -34,7 +35,7 @@ QByteArray quoted(QByteArray argument)
     return '"' + argument.replace('%', "%%") + '"';
 }
 
-/// `value` as the standard says that a string stands behind a key.
+/// `value`, escaped as the string value of a key.
 QByteArray asKeyValue(QByteArray value)
 {
     constexpr const char* escapes[][2] = {
@@ -59,10 +60,10 @@ void checkQuoting(const QList<QByteArray>& arguments)
         exec += quoted(argument) + ' ';
     }
     check(expandExec(exec, {}) == (isProgram(arguments) ? arguments : QList<QByteArray>()),
-        "quoted arguments come out as they were");
+        "keeps quoted arguments");
 }
 
-/// Of a line without quotes and field codes every word is an argument.
+/// In a line without quotes and field codes, each word is an argument.
 void checkPlainLine(QByteArray exec, const QList<QByteArray>& command)
 {
     if (exec.contains('"') || exec.contains('%')) {
@@ -70,24 +71,25 @@ void checkPlainLine(QByteArray exec, const QList<QByteArray>& command)
     }
     QList<QByteArray> words = exec.replace('\t', ' ').replace('\n', ' ').split(' ');
     words.removeAll(QByteArray());
-    check(command == (isProgram(words) ? words : QList<QByteArray>()), "a plain line is its words");
+    check(command == (isProgram(words) ? words : QList<QByteArray>()),
+        "splits a plain line into its words");
 }
 
-/// The same line gives the same command by way of a file.
+/// The same line gives the same command when it is read from a file.
 void checkThroughFile(const QString& path, const QByteArray& exec, const QByteArray& icon)
 {
     if (!isUtf8(exec) || !isUtf8(icon) || icon.startsWith('\f') || icon.startsWith('\v')) {
         return;
     }
-    // GLib drops any white space in front of a value, also what the standard does not name.
+    // GLib drops any whitespace before a value, more than the standard names.
     writeFile(path,
         "[Desktop Entry]\nType=Application\nName=n\nIcon=" + asKeyValue(icon) + "\nExec=\\s"
             + asKeyValue(exec) + "\nPath=/tmp\n");
     const QList<QByteArray> command = expandExec(exec, {icon, "n", QFile::encodeName(path)});
     const auto entry = readDesktopEntry(path);
-    check(entry.has_value() == !command.isEmpty(), "an entry installs when its line is valid");
+    check(entry.has_value() == !command.isEmpty(), "accepts an entry whose line is valid");
     check(!entry || (entry->command == command && entry->workingDirectory == "/tmp"),
-        "file and line give the same command");
+        "reads the same command from a file");
 }
 
 } // namespace
@@ -100,13 +102,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QString path = folder.filePath(QStringLiteral("read.desktop"));
     writeFile(path, bytes);
     const auto entry = readDesktopEntry(path);
-    check(!entry || isProgram(entry->command), "an entry that installs names a program");
+    check(!entry || isProgram(entry->command), "accepts only an entry with a program");
 
     const QList<QByteArray> pieces = bytes.split('\0');
     const QByteArray& exec = pieces.first();
     const QList<QByteArray> command =
         expandExec(exec, {pieces.value(1), pieces.value(2), pieces.value(3)});
-    check(command.isEmpty() || isProgram(command), "a valid line names a program");
+    check(command.isEmpty() || isProgram(command), "accepts only a line with a program");
     checkPlainLine(exec, command);
     checkThroughFile(folder.filePath(QStringLiteral("written.desktop")), exec, pieces.value(1));
     checkQuoting(pieces);

@@ -1,4 +1,4 @@
-// The field code reader. Input: the text of a field, in UTF-8 where it can be, else in UTF-16.
+// The field code reader. Input: the text of a field, as UTF-8 if it is valid, otherwise as UTF-16.
 
 #include "service/FieldCode.h"
 #include "tests/fuzz/Check.h"
@@ -28,12 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QVariantMap cluster = jsonFromFieldCode(fieldCode);
 
     const QString written = clusterToFieldCode({{QStringLiteral("citationCluster"), cluster}});
-    check(written.startsWith(QLatin1String("ADDIN CSL_CITATION {")), "a cluster is an object");
-    check(isSameValue(jsonFromFieldCode(written), cluster), "read(write(cluster)) is cluster");
+    check(
+        written.startsWith(QLatin1String("ADDIN CSL_CITATION {")), "writes a cluster as an object");
+    check(isSameValue(jsonFromFieldCode(written), cluster),
+        "keeps a cluster that is written and read");
     check(
         isSameValue(jsonFromFieldCode(QStringLiteral("\"[]") + fieldCode + QStringLiteral("[]\"")),
             cluster),
-        "what stands around the braces does not matter");
+        "ignores the text around the braces");
 
     checkJsonProperties(bytes);
     checkJsonProperties(fieldCode.mid(fieldCode.indexOf(QLatin1Char('{'))).toUtf8());

@@ -1,4 +1,4 @@
-// The reply reader. Input: one byte that chooses the status, and behind it the body.
+// The reply reader. Input: one byte that chooses the status, and the body.
 
 #include "apiclient/PluginApiClient.h"
 #include "tests/fuzz/Check.h"
@@ -23,19 +23,19 @@ struct Client {
 void checkLastError(int status, const QByteArray& body, const QString& error)
 {
     if (status == 200) {
-        check(error == QLatin1String(formerError), "a success leaves the last error");
+        check(error == QLatin1String(formerError), "keeps the last error after a success");
         return;
     }
     const auto document = readByQt(body);
     if (!document) {
         return;
     }
-    const QJsonValue told = document->object().value(QStringLiteral("error"));
-    if (told.isString()) {
-        check(error == told.toString(), "the object's error is the last error");
-    } else if (told.isUndefined()) {
+    const QJsonValue reported = document->object().value(QStringLiteral("error"));
+    if (reported.isString()) {
+        check(error == reported.toString(), "takes the object's error");
+    } else if (reported.isUndefined()) {
         check(error == QString::fromUtf8(body.constData(), body.size()),
-            "else the body is the last error");
+            "takes the body as the error otherwise");
     }
 }
 
@@ -48,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     const int status = statuses[data[0] % std::size(statuses)];
-    // Not copied: reading behind the end shows.
+    // Not copied, so that the sanitizer reports a read past the end.
     const QByteArray body =
         QByteArray::fromRawData(reinterpret_cast<const char*>(data) + 1, int(size) - 1);
 
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QVariantMap map = client.api.parseResponse(status, body);
     checkLastError(status, body, client.api.lastError());
     check(isSameValue(map, client.api.parseResponse(200, body)),
-        "the map does not depend on the status");
+        "returns the same map for every status");
     checkSurvivesWriting(map);
     checkJsonProperties(body);
     return 0;

@@ -1,5 +1,5 @@
-// Runs a target over the files and folders named on the command line: a corpus as a test, with
-// any compiler, and for the coverage of a corpus.
+// Runs a target on the files and folders named on the command line, without libFuzzer: to run a
+// corpus as a test with any compiler, and to measure its coverage.
 
 #include "tests/fuzz/Check.h"
 
@@ -19,7 +19,7 @@ bool replay(const QString& path)
         return false;
     }
     const QByteArray content = file.readAll();
-    // Without the zero byte that QByteArray has at its end: reading behind the end shows.
+    // Without QByteArray's terminating zero, so that the sanitizer reports a read past the end.
     const std::vector<uint8_t> bytes(content.begin(), content.end());
     std::printf("%s\n", qPrintable(path));
     std::fflush(stdout);
@@ -39,7 +39,7 @@ bool replayFolder(const QString& path)
 
 } // namespace
 
-/// Fails where a file is missing or a folder is empty: nothing would have been tried.
+/// Fails if a file cannot be read or a folder is empty.
 int main(int argc, char* argv[])
 {
     bool complete = argc > 1;
