@@ -34,7 +34,6 @@ private Q_SLOTS:
     void letsTwoClientsWaitAtOnce();
     void reportsErrorOfLastRequest();
     void failsIfThreadDoesNotStart();
-    void sendsManyRequests();
     void transfersLargeBodies();
 };
 
@@ -261,8 +260,7 @@ void tst_QtNetworkClient::ignoresProxies()
 void tst_QtNetworkClient::ignoresTimeout_data()
 {
     QTest::addColumn<int>("timeoutMs");
-    for (const int timeoutMs :
-        {1, 0, -1, 1800000, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+    for (const int timeoutMs : {1, 0, std::numeric_limits<int>::min()}) {
         QTest::newRow(QByteArray::number(timeoutMs).constData()) << timeoutMs;
     }
 }
@@ -350,18 +348,6 @@ void tst_QtNetworkClient::failsIfThreadDoesNotStart()
     server->expect("POST", "/a", ScriptedReply::json("{}"));
     QCOMPARE(client->post(text("/a"), "{}").status, 200);
     QCOMPARE(client->lastError(), text("Unknown error"));
-}
-
-void tst_QtNetworkClient::sendsManyRequests()
-{
-    for (int i = 0; i < 50; ++i) {
-        const QByteArray number = QByteArray::number(i);
-        server->expect("POST", '/' + number, ScriptedReply::json(number));
-        const NetworkResponse response = client->post(QLatin1Char('/') + QString::number(i), "{}");
-        QCOMPARE(response.status, 200);
-        QCOMPARE(response.body, number);
-    }
-    QCOMPARE(server->requests().size(), 50);
 }
 
 void tst_QtNetworkClient::transfersLargeBodies()

@@ -2,9 +2,6 @@
 #include "tests/apiclient/json/Described.h"
 #include "tests/support/Texts.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRandomGenerator>
 #include <QtTest>
 
@@ -18,7 +15,6 @@ class tst_JsonUtils : public QObject {
 private Q_SLOTS:
     void keepsValue_data();
     void keepsValue();
-    void agreesWithQtOnRandomValues();
     void keepsRandomTexts();
     void keepsADeepValue();
     void findsValueAtPath_data();
@@ -30,61 +26,6 @@ namespace {
 const QChar highSurrogate(0xD83D);
 const QChar lowSurrogate(0xDE00);
 
-QVariant randomValue(QRandomGenerator& random, int depth);
-
-QString randomText(QRandomGenerator& random)
-{
-    // Letters, characters that must be escaped, and characters of two, three and four bytes.
-    static const QString alphabet =
-        text("abcdefghij \"\\/{}[]:,\x01\b\f\n\r\t\x7F\u00E9\u0416\u20AC\u4E2D");
-    QString chosen;
-    for (int length = random.bounded(40); length > 0; --length) {
-        const int index = random.bounded(alphabet.size() + 1);
-        chosen += index < alphabet.size() ? QString(alphabet.at(index)) : text("\U0001D11E");
-    }
-    return chosen;
-}
-
-QVariantMap randomMap(QRandomGenerator& random, int depth)
-{
-    QVariantMap map;
-    for (int count = random.bounded(6); count > 0; --count) {
-        map.insert(randomText(random), randomValue(random, depth - 1));
-    }
-    return map;
-}
-
-QVariantList randomList(QRandomGenerator& random, int depth)
-{
-    QVariantList list;
-    for (int count = random.bounded(6); count > 0; --count) {
-        list.append(randomValue(random, depth - 1));
-    }
-    return list;
-}
-
-QVariant randomValue(QRandomGenerator& random, int depth)
-{
-    switch (random.bounded(depth > 0 ? 8 : 6)) {
-    case 0:
-        return QVariant::fromValue(nullptr);
-    case 1:
-        return random.bounded(2) == 1;
-    case 2:
-        // Below 2^53, where Qt's own reader is exact too.
-        return qlonglong(random.generate64() >> 11) - (1LL << 52);
-    case 3:
-        return random.generateDouble() * 1e6;
-    case 4:
-    case 5:
-        return randomText(random);
-    case 6:
-        return randomMap(random, depth);
-    default:
-        return randomList(random, depth);
-    }
-}
-
 } // namespace
 
 void tst_JsonUtils::keepsValue_data()
@@ -93,55 +34,28 @@ void tst_JsonUtils::keepsValue_data()
     const auto row = [](const char* name, const QVariant& value) { QTest::newRow(name) << value; };
 
     row("2^53 + 1", 9007199254740993LL);
-    row("-(2^53 + 1)", -9007199254740993LL);
-    row("largest signed integer", std::numeric_limits<qlonglong>::max());
     row("smallest signed integer", std::numeric_limits<qlonglong>::min());
     row("2^63", 9223372036854775808ULL);
-    row("2^63 + 1", 9223372036854775809ULL);
     row("2^64 - 1", std::numeric_limits<qulonglong>::max());
-    row("0", 0LL);
     row("0.1", 0.1);
-    row("123456789.123456789", 123456789.123456789);
-    row("1e300", 1e300);
     row("integral double", 2.0);
     row("integral double beyond 2^53", 1e17);
     row("negative zero", -0.0);
     row("largest double", std::numeric_limits<double>::max());
-    row("smallest normal double", std::numeric_limits<double>::min());
     row("smallest double", std::numeric_limits<double>::denorm_min());
-    row("null", QVariant::fromValue(nullptr));
-    row("true", true);
-    row("false", false);
-    row("text", text("text"));
-    row("empty text", QString(QLatin1String("")));
-    row("only U+0000", QString(QChar(0)));
-    row("U+0000 within a text", text("a") + QChar(0) + text("b"));
-    row("U+0001", QString(QChar(1)));
-    row("U+001F", QString(QChar(0x1F)));
-    row("U+007F", QString(QChar(0x7F)));
-    row("U+2028 and U+2029", QString(QChar(0x2028)) + QChar(0x2029));
-    row("only a high surrogate", QString(highSurrogate));
-    row("only a low surrogate", QString(lowSurrogate));
+    row("null, booleans, empty text, object and array",
+        QVariantList{QVariant::fromValue(nullptr), true, false, QString(QLatin1String("")),
+            QVariantMap(), QVariantList()});
+    row("control characters", QString(QChar(0)) + QChar(1) + QChar(0x1F) + QChar(0x7F));
     row("surrogates in the wrong order", QString(lowSurrogate) + highSurrogate);
     row("two high surrogates, then a low one",
         QString(highSurrogate) + highSurrogate + lowSurrogate);
-    row("high surrogate before a letter", QString(highSurrogate) + text("a"));
-    row("surrogate pair", QString(highSurrogate) + lowSurrogate);
-    row("only U+FEFF", QString(QChar(0xFEFF)));
-    row("U+FEFF at the start of a text", QChar(0xFEFF) + text("a"));
-    row("U+FEFF twice at the start of a text", QString(2, QChar(0xFEFF)));
-    row("U+FEFF within a text", text("a") + QChar(0xFEFF));
-    row("U+FFFE and U+FFFF", QString(QChar(0xFFFE)) + QChar(0xFFFF));
-    row("key with U+FEFF at its start", QVariantMap{{QChar(0xFEFF) + text("k"), 1LL}});
-    row("key with U+0000", QVariantMap{{QString(QChar(0)), 1LL}});
-    row("key with an unpaired surrogate", QVariantMap{{QString(highSurrogate), 1LL}});
-    row("key with a dot", QVariantMap{{text("a.b"), 1LL}, {text("a"), 2LL}});
-    row("empty key", QVariantMap{{QLatin1String(""), 1LL}});
-    row("empty object", QVariantMap());
-    row("empty array", QVariantList());
-    row("array of everything",
-        QVariantList{QVariant::fromValue(nullptr), true, 1LL, 1.5, text("x"), QVariantMap(),
-            QVariantList{QVariantList()}});
+    row("U+FEFF twice at the start of a text", QString(2, QChar(0xFEFF)) + text("a"));
+    row("noncharacters", QString(QChar(0xFFFE)) + QChar(0xFFFF));
+    row("keys",
+        QVariantMap{{QLatin1String(""), 1LL}, {text("a.b"), 2LL}, {text("a"), 3LL},
+            {QString(QChar(0)), 4LL}, {QString(highSurrogate), 5LL},
+            {QChar(0xFEFF) + text("k"), 6LL}});
 }
 
 void tst_JsonUtils::keepsValue()
@@ -155,25 +69,6 @@ void tst_JsonUtils::keepsValue()
         QCOMPARE(
             described(JsonUtils::parseText(JsonUtils::serializeToText(whole))), described(whole));
         QCOMPARE(JsonUtils::serializeToText(whole).toUtf8(), JsonUtils::serialize(whole));
-    }
-}
-
-void tst_JsonUtils::agreesWithQtOnRandomValues()
-{
-    QRandomGenerator random(20);
-    for (int i = 0; i < 2000; ++i) {
-        const QVariantMap value = randomMap(random, 5);
-        const QByteArray written = JsonUtils::serialize(value);
-        QJsonParseError error{};
-        const QJsonDocument readByQt = QJsonDocument::fromJson(written, &error);
-        QCOMPARE(error.error, QJsonParseError::NoError);
-        QCOMPARE(readByQt.object(), QJsonObject::fromVariantMap(value));
-
-        const QByteArray writtenByQt = QJsonDocument(QJsonObject::fromVariantMap(value)).toJson();
-        const QVariant read = JsonUtils::parse(writtenByQt);
-        QCOMPARE(QJsonObject::fromVariantMap(read.toMap()), QJsonObject::fromVariantMap(value));
-        QCOMPARE(described(JsonUtils::parseText(QString::fromUtf8(writtenByQt))), described(read));
-        QCOMPARE(described(JsonUtils::parse(written)), described(value));
     }
 }
 
