@@ -1,13 +1,11 @@
 #include "tests/support/BridgeRun.h"
 #include "tests/support/ExchangeFolder.h"
+#include "tests/support/FolderWatch.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 #include "tests/support/Texts.h"
 
 #include <QtTest>
-
-#include <sys/inotify.h>
-#include <unistd.h>
 
 Q_DECLARE_METATYPE(ScriptedReply)
 
@@ -16,70 +14,40 @@ namespace {
 const QStringList allFiles{text("mac-word-plugin-args.txt"),
     text("mac-word-plugin-result-ready.txt"), text("mac-word-plugin-results.txt")};
 
-/// What happens to the names in a folder while it lives, in order.
-class FolderWatch {
-public:
-    explicit FolderWatch(const QString& folder)
-    {
-        inotify_add_watch(
-            queue, QFile::encodeName(folder).constData(), IN_CREATE | IN_DELETE | IN_MOVED_TO);
-    }
-    ~FolderWatch() { close(queue); }
-    Q_DISABLE_COPY(FolderWatch)
-
-    QStringList events() const
-    {
-        alignas(inotify_event) char bytes[8192];
-        const ssize_t size = read(queue, bytes, sizeof bytes);
-        QStringList told;
-        for (ssize_t at = 0; at < size;) {
-            const auto* const event = reinterpret_cast<const inotify_event*>(bytes + at);
-            const char* const what = (event->mask & IN_CREATE) != 0 ? "create "
-                : (event->mask & IN_DELETE) != 0                    ? "delete "
-                                                                    : "rename to ";
-            told << text(what) + text(event->name);
-            at += ssize_t(sizeof *event + event->len);
-        }
-        return told;
-    }
-
-private:
-    const int queue = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-};
-
 } // namespace
 
-/// The program as the macro meets it: the seventeen commands and the three files.
+/// The program as the macro uses it: the seventeen commands and the three files.
 class tst_Bridge : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase() { home.writePort(server.port()); }
     void init() { server.reset(); }
+    void cleanup() { QCOMPARE(server.problem(), QString()); }
 
-    void commands_data();
-    void commands();
-    void sendsPlainRequests_data();
-    void sendsPlainRequests();
-    void writesTheseBytes();
-    void writesTheReadyFileLast_data();
-    void writesTheReadyFileLast();
-    void readsTheSettingsAnew();
-    void usageErrors_data();
-    void usageErrors();
-    void usageLineHasTheDefaultCategory();
-    void usageLineNamesAnyProgram();
+    void runsCommand_data();
+    void runsCommand();
+    void sendsPlainRequest_data();
+    void sendsPlainRequest();
+    void writesUtf16LittleEndian();
+    void writesReadyFileLast_data();
+    void writesReadyFileLast();
+    void readsSettingsInEachRun();
+    void printsUsage_data();
+    void printsUsage();
+    void logsUsageInDefaultCategory();
+    void printsNonAsciiProgramNameInUsage();
     void ignoresFurtherArguments();
-    void unknownCommands_data();
-    void unknownCommands();
-    void bytesThatAreNoText();
+    void acceptsUnknownCommand_data();
+    void acceptsUnknownCommand();
+    void acceptsCommandThatIsNotUtf8();
 
 private:
     TemporaryHome home;
     ScriptedServer server;
 };
 
-void tst_Bridge::commands_data()
+void tst_Bridge::runsCommand_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("path");
@@ -141,7 +109,7 @@ void tst_Bridge::commands_data()
             QString()});
 }
 
-void tst_Bridge::commands()
+void tst_Bridge::runsCommand()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, path);
@@ -153,24 +121,18 @@ void tst_Bridge::commands()
     if (!path.isEmpty()) {
         server.expect(request.isEmpty() ? "GET" : "POST", path, reply);
     }
-    const BridgeOutcome run = runBridge({text(QTest::currentDataTag()), folder.path()});
-
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.exitStatus, 0);
+    const BridgeOutcome run = runCommand(QTest::currentDataTag(), folder);
+    QCOMPARE(problem(run, folder), QByteArray());
     QCOMPARE(folder.results(), listBytes(results));
-    const QByteArray status = QByteArray::number(listBytes(results).size());
-    QCOMPARE(folder.ready(), utf16le(QString::fromLatin1(status)));
-    QCOMPARE(run.output, status + '\n');
     QCOMPARE(folder.names(), allFiles);
     QCOMPARE(bytesOf(folder.argumentsPath()), listBytes(arguments));
-    QCOMPARE(server.problem(), QString());
     if (!request.isEmpty()) {
         QCOMPARE(compactJson(server.requests().constFirst().body),
             compactJson(request.replace("FOLDER", folder.path().toUtf8())));
     }
 }
 
-void tst_Bridge::sendsPlainRequests_data()
+void tst_Bridge::sendsPlainRequest_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QByteArray>("method");
@@ -186,7 +148,7 @@ void tst_Bridge::sendsPlainRequests_data()
         << QByteArray("/citation/choose/interactive") << QByteArray("{}");
 }
 
-void tst_Bridge::sendsPlainRequests()
+void tst_Bridge::sendsPlainRequest()
 {
     QFETCH(QString, command);
     QFETCH(QByteArray, method);
@@ -195,13 +157,12 @@ void tst_Bridge::sendsPlainRequests()
     const ExchangeFolder folder;
     folder.putArguments({body == "{}" ? QString() : text("f")});
     server.expect(method, path, ScriptedReply::json("{}"));
-    // A proxy that the environment names is never asked: nobody listens there.
+    // Nothing listens at the proxy that the environment names.
     const QString proxy = text("http://127.0.0.1:9");
     const BridgeOutcome run = runBridge({command, folder.path()},
         BridgeStart::withVariables({{text("http_proxy"), proxy}, {text("all_proxy"), proxy}}));
     QCOMPARE(run.errors, QByteArray());
     QCOMPARE(run.exitStatus, 0);
-    QCOMPARE(server.problem(), QString());
     QCOMPARE(server.connectionCount(), 1);
     const ReceivedRequest request = server.requests().constFirst();
     QCOMPARE(request.body, body);
@@ -217,30 +178,26 @@ void tst_Bridge::sendsPlainRequests()
     QVERIFY(!request.headers.contains("expect"));
 }
 
-void tst_Bridge::writesTheseBytes()
+void tst_Bridge::writesUtf16LittleEndian()
 {
     const ExchangeFolder folder;
     putFile(folder.argumentsPath(), QByteArray("\xff\xfe", 2));
     server.expect("GET", "/citationStyles/default",
         ScriptedReply::json(R"({"citationStyles":[{"url":"u"}]})"));
-    const BridgeOutcome run = runBridge({text("getRecentStyles"), folder.path()});
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.exitStatus, 0);
-    QCOMPARE(run.output, QByteArray("8\n"));
+    QCOMPARE(problem(runCommand("getRecentStyles", folder), folder), QByteArray());
     // "1", "u" and an empty title.
     QCOMPARE(folder.results().toHex(' '), QByteArray("31 00 01 00 75 00 01 00"));
     QCOMPARE(folder.ready().toHex(' '), QByteArray("38 00"));
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::writesTheReadyFileLast_data()
+void tst_Bridge::writesReadyFileLast_data()
 {
     QTest::addColumn<bool>("oldFiles");
     QTest::newRow("first command in a folder") << false;
     QTest::newRow("files of an earlier command") << true;
 }
 
-void tst_Bridge::writesTheReadyFileLast()
+void tst_Bridge::writesReadyFileLast()
 {
     QFETCH(bool, oldFiles);
     const ExchangeFolder folder;
@@ -251,8 +208,7 @@ void tst_Bridge::writesTheReadyFileLast()
     }
     server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
     const FolderWatch watch(folder.path());
-    const BridgeOutcome run = runBridge({text("getUserUuid"), folder.path()});
-    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(problem(runCommand("getUserUuid", folder), folder), QByteArray());
     QStringList expected;
     for (const char* const name :
         {"mac-word-plugin-results.txt", "mac-word-plugin-result-ready.txt"}) {
@@ -265,35 +221,31 @@ void tst_Bridge::writesTheReadyFileLast()
     QCOMPARE(watch.events(), expected);
     QCOMPARE(folder.results(), QByteArray("u\0", 2));
     QCOMPARE(folder.ready(), QByteArray("2\0", 2));
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::readsTheSettingsAnew()
+void tst_Bridge::readsSettingsInEachRun()
 {
     ScriptedServer other;
     home.writePort(other.port());
     const ExchangeFolder folder;
     folder.putArguments({});
     other.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"other"})"));
-    const BridgeOutcome run = runBridge({text("getUserUuid"), folder.path()});
+    const BridgeOutcome run = runCommand("getUserUuid", folder);
     home.writePort(server.port());
-    QCOMPARE(run.errors, QByteArray());
+    QCOMPARE(problem(run, folder), QByteArray());
     QCOMPARE(folder.results(), utf16le(text("other")));
     QCOMPARE(other.problem(), QString());
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::usageErrors_data()
+void tst_Bridge::printsUsage_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::newRow("no arguments") << QStringList();
     QTest::newRow("only a command") << QStringList{text("getUserUuid")};
-    QTest::newRow("only a folder") << QStringList{text(".")};
-    QTest::newRow("only an empty argument") << QStringList{QString()};
     QTest::newRow("only an option") << QStringList{text("--help")};
 }
 
-void tst_Bridge::usageErrors()
+void tst_Bridge::printsUsage()
 {
     QFETCH(QStringList, arguments);
     const ExchangeFolder folder;
@@ -302,10 +254,9 @@ void tst_Bridge::usageErrors()
     QCOMPARE(run.output, QByteArray());
     QCOMPARE(run.exitStatus, 1);
     QCOMPARE(folder.names(), QStringList());
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::usageLineHasTheDefaultCategory()
+void tst_Bridge::logsUsageInDefaultCategory()
 {
     const BridgeOutcome run = runBridge({},
         BridgeStart::withVariables(
@@ -316,7 +267,7 @@ void tst_Bridge::usageLineHasTheDefaultCategory()
     QCOMPARE(run.exitStatus, 1);
 }
 
-void tst_Bridge::usageLineNamesAnyProgram()
+void tst_Bridge::printsNonAsciiProgramNameInUsage()
 {
     const ExchangeFolder folder;
     BridgeStart start = BridgeStart::withVariables({{text("LC_ALL"), text("C")}});
@@ -337,53 +288,41 @@ void tst_Bridge::ignoresFurtherArguments()
     server.expect("POST", "/citation/undoManualFormat", ScriptedReply::json("{}", 500));
     const BridgeOutcome run = runBridge(
         {text("undoManualFormat"), folder.path(), other.path(), text("getUserUuid"), QString()});
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.output, QByteArray("2\n"));
-    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(problem(run, folder), QByteArray());
     QCOMPARE(folder.results(), QByteArray("f\0", 2));
     QCOMPARE(other.names(), QStringList{text("mac-word-plugin-args.txt")});
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::unknownCommands_data()
+void tst_Bridge::acceptsUnknownCommand_data()
 {
     QTest::addColumn<QString>("command");
-    const char* const commands[] = {"", "noSuchCommand", "LastError", "GETUSERUUID", "getUserUuid ",
-        "getUserUui", "allowSetFocus", "pluginVersion", "--help", "--version", "-", "--",
-        "-qmljsdebugger", "-qmljsdebugger=port:3768,block", "-platform", "%s%n",
-        "\xd0\xb3\xd0\xb5\xd1\x82", "\xf0\x9f\x98\x80"};
+    // The handler's tests have the full table. Qt would remove some of these options.
+    const char* const commands[] = {"", "noSuchCommand", "GETUSERUUID", "--help", "-qmljsdebugger",
+        "-qmljsdebugger=port:3768,block", "-platform", "%s%n", "\xd0\xb3\xd0\xb5\xd1\x82"};
     for (const char* const command : commands) {
         QTest::newRow(qUtf8Printable(QLatin1Char('"') + text(command) + QLatin1Char('"')))
             << text(command);
     }
 }
 
-void tst_Bridge::unknownCommands()
+void tst_Bridge::acceptsUnknownCommand()
 {
     QFETCH(QString, command);
     const ExchangeFolder folder;
     folder.putArguments({text("f")});
-    const BridgeOutcome run = runBridge({command, folder.path()});
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.output, QByteArray("0\n"));
-    QCOMPARE(run.exitStatus, 0);
+    QCOMPARE(problem(runBridge({command, folder.path()}), folder), QByteArray());
     QCOMPARE(folder.results(), QByteArray());
-    QCOMPARE(folder.ready(), QByteArray("0\0", 2));
     QCOMPARE(folder.names(), allFiles);
-    QCOMPARE(server.problem(), QString());
 }
 
-void tst_Bridge::bytesThatAreNoText()
+void tst_Bridge::acceptsCommandThatIsNotUtf8()
 {
     const ExchangeFolder folder;
     folder.putArguments({text("f")});
     const BridgeOutcome run = runBridge({folder.path()},
         BridgeStart::inShell(text(R"sh(exec "$0" "$(printf 'getUserUuid\377')" "$1")sh")));
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.output, QByteArray("0\n"));
-    QCOMPARE(run.exitStatus, 0);
-    QCOMPARE(folder.names(), allFiles);
-    QCOMPARE(server.problem(), QString());
+    QCOMPARE(problem(run, folder), QByteArray());
+    QCOMPARE(folder.results(), QByteArray());
 }
 
 QTEST_GUILESS_MAIN(tst_Bridge)

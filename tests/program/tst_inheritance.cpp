@@ -1,74 +1,78 @@
 #include "tests/support/BadParents.h"
 #include "tests/support/BridgeRun.h"
 #include "tests/support/ExchangeFolder.h"
+#include "tests/support/RecordingApplication.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 #include "tests/support/Texts.h"
 
 #include <QtTest>
 
+#include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 
-namespace {
-
-/// The values behind `key` in what the started application recorded.
-QByteArrayList recorded(const QByteArray& record, const QByteArray& key)
-{
-    QByteArrayList values;
-    const QByteArrayList lines = record.split('\n');
-    for (const QByteArray& line : lines) {
-        if (line.startsWith(key)) {
-            values << line.mid(key.size()).trimmed();
-        }
-    }
-    return values;
-}
-
-/// The signals in the line `key`, without the two that the C library keeps for its threads: its
-/// posix_spawn() ignores them on the way, and every process sets them anew.
-quint64 signalSet(const QByteArray& record, const QByteArray& key)
-{
-    constexpr quint64 ofTheLibrary = 0x180000000;
-    bool ok = false;
-    const quint64 set = recorded(record, key).value(0).toULongLong(&ok, 16);
-    return ok ? set & ~ofTheLibrary : ~quint64(0);
-}
-
-} // namespace
-
-/// The application that the program starts gets nothing of the program's surroundings, and nothing
-/// of what the program set for itself.
+/// The application that the program starts inherits nothing from the program or from its parent,
+/// except the environment.
 class tst_Inheritance : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { home.writePort(server.port()); }
+    void initTestCase();
     void init() { server.reset(); }
-    void theApplicationInheritsNothing_data();
-    void theApplicationInheritsNothing();
-    void theApplicationGetsTheUsersLocale_data();
-    void theApplicationGetsTheUsersLocale();
+    void cleanup() { QCOMPARE(server.problem(), QString()); }
+
+    void startsApplicationWithCleanState_data();
+    void startsApplicationWithCleanState();
+    void restoresLocaleForApplication_data();
+    void restoresLocaleForApplication();
+    void leavesApplicationRunning();
+    void reportsFailedStart();
 
 private:
-    void launch(BridgeStart start, QByteArray* record);
+    QByteArray launch(const BridgeStart& start);
 
     TemporaryHome home;
     ScriptedServer server;
 };
 
-void tst_Inheritance::theApplicationInheritsNothing_data()
+void tst_Inheritance::initTestCase()
+{
+    if (RecordingApplication::isRealOneInstalled()) {
+        QSKIP("The application is installed on this machine and would be started.");
+    }
+    home.writePort(server.port());
+}
+
+/// Runs a bridge that finds no application and starts it. Returns what differs from a success.
+QByteArray tst_Inheritance::launch(const BridgeStart& start)
+{
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    // The second reply is that of a running application. Its process is this test.
+    server.expect("GET", "/tessaronDesktopInfo", ScriptedReply::json("{}", 404));
+    server.expect("GET", "/tessaronDesktopInfo",
+        ScriptedReply::json("{\"processId\":" + QByteArray::number(getpid()) + '}'));
+    const BridgeOutcome run = runCommand("launchTessaron", folder, start);
+    if (run.exitStatus != 0 || !run.errors.isEmpty()) {
+        return "exit status " + QByteArray::number(run.exitStatus) + ": " + run.errors;
+    }
+    return folder.results() == utf16le(text("true")) ? "" : "results: " + folder.results();
+}
+
+void tst_Inheritance::startsApplicationWithCleanState_data()
 {
     QTest::addColumn<Preparation>("prepare");
     const auto row = [](const char* name, Preparation prepare) { QTest::newRow(name) << prepare; };
-    row("from an ordinary parent", [] {});
-    row("from one that ignores all signals", ignoreAllSignals);
-    row("from one that blocks all signals", blockAllSignals);
-    row("from one that leaves files open", leaveFilesOpen);
-    row("from one that closed its streams", [] {
+    row("ordinary parent", [] {});
+    row("parent that ignores all signals", ignoreAllSignals);
+    row("parent that blocks all signals", blockAllSignals);
+    row("parent that leaves files open", leaveFilesOpen);
+    row("parent that closed its streams", [] {
         close(STDIN_FILENO);
         close(STDOUT_FILENO);
     });
-    row("from one that does all of it", [] {
+    row("parent that does all of it", [] {
         ignoreAllSignals();
         blockAllSignals();
         leaveFilesOpen();
@@ -76,65 +80,79 @@ void tst_Inheritance::theApplicationInheritsNothing_data()
     });
 }
 
-/// Runs the bridge, which starts a stand-in of the application that records how it was started.
-void tst_Inheritance::launch(BridgeStart start, QByteArray* record)
-{
-    if (QFile::exists(text("/opt/Tessaron Desktop/tessaron-desktop"))) {
-        QSKIP("The application is installed on this machine and would be started.");
-    }
-    const QString entry = text("xdg_data_home/applications/com.tessaron.desktop.desktop");
-    home.writeFile(
-        entry, "[Desktop Entry]\nType=Application\nName=T\nExec=\"" START_RECORDER "\"\n");
-    const QString recordPath = home.path(text("record"));
-    QFile::remove(recordPath);
-    server.expect("GET", "/tessaronDesktopInfo", ScriptedReply::json("{}", 404));
-    server.expect("GET", "/tessaronDesktopInfo",
-        ScriptedReply::json("{\"processId\":" + QByteArray::number(getpid()) + '}'));
-    start.environment.insert(text("RECORD"), recordPath);
-    const ExchangeFolder folder;
-    folder.putArguments({});
-    const BridgeOutcome run = runBridge({text("launchTessaron"), folder.path()}, start);
-    QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.exitStatus, 0);
-    QCOMPARE(folder.results(), utf16le(text("true")));
-    QCOMPARE(server.problem(), QString());
-    QTRY_VERIFY(bytesOf(recordPath).contains("fd 2="));
-    QVERIFY(QFile::remove(home.path(entry)));
-    *record = bytesOf(recordPath);
-}
-
-void tst_Inheritance::theApplicationInheritsNothing()
+void tst_Inheritance::startsApplicationWithCleanState()
 {
     QFETCH(Preparation, prepare);
-    QByteArray told;
-    launch(BridgeStart::prepared(prepare), &told);
-    QCOMPARE(signalSet(told, "SigIgn:"), quint64(0));
-    QCOMPARE(signalSet(told, "SigBlk:"), quint64(0));
-    QByteArrayList files = recorded(told, "fd ");
+    const RecordingApplication application(home);
+    QCOMPARE(launch(BridgeStart::prepared(prepare)), QByteArray());
+    QTRY_VERIFY(application.hasRecord());
+    QCOMPARE(application.recordedSignals("SigIgn:"), quint64(0));
+    QCOMPARE(application.recordedSignals("SigBlk:"), quint64(0));
+    QByteArrayList files = application.recorded("fd ");
     std::sort(files.begin(), files.end());
+    // The recorder adds to a stream that it cannot both read and write.
     QCOMPARE(files, (QByteArrayList{"0=/dev/null", "1=/dev/null", "2=/dev/null"}));
-    QCOMPARE(recorded(told, "session "), recorded(told, "pid "));
+    QCOMPARE(application.recorded("session "), application.recorded("pid "));
 }
 
-void tst_Inheritance::theApplicationGetsTheUsersLocale_data()
+void tst_Inheritance::restoresLocaleForApplication_data()
 {
     QTest::addColumn<QString>("shellCommand");
     QTest::addColumn<QByteArrayList>("values");
     const auto row = [](const char* name, const char* shellCommand, const QByteArrayList& values) {
         QTest::newRow(name) << text(shellCommand) + text("; exec \"$0\" \"$@\"") << values;
     };
-    row("not set", "unset LC_ALL", {});
+    row("unset", "unset LC_ALL", {});
     row("empty", "export LC_ALL=", {""});
-    row("one of this machine", "export LC_ALL=C.UTF-8", {"C.UTF-8"});
-    row("one that is missing", "export LC_ALL=xx_XX.ISO-8859-1@none", {"xx_XX.ISO-8859-1@none"});
+    row("installed locale", "export LC_ALL=C.UTF-8", {"C.UTF-8"});
+    row("locale that is not installed", "export LC_ALL=xx_XX.ISO-8859-1@none",
+        {"xx_XX.ISO-8859-1@none"});
 }
 
-void tst_Inheritance::theApplicationGetsTheUsersLocale()
+void tst_Inheritance::restoresLocaleForApplication()
 {
     QFETCH(QString, shellCommand);
-    QByteArray told;
-    launch(BridgeStart::inShell(shellCommand), &told);
-    QTEST(recorded(told, "env LC_ALL="), "values");
+    const RecordingApplication application(home);
+    QCOMPARE(launch(BridgeStart::inShell(shellCommand)), QByteArray());
+    QTRY_VERIFY(application.hasRecord());
+    QTEST(application.recorded("env LC_ALL="), "values");
+}
+
+void tst_Inheritance::leavesApplicationRunning()
+{
+    const RecordingApplication application(home, RecordingApplication::Stays);
+    int ends[2];
+    QCOMPARE(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    constexpr int anotherStream = 200;
+    const QByteArray problem = launch(BridgeStart::prepared([&ends] {
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        dup2(ends[1], anotherStream);
+    }));
+    close(ends[1]);
+    QFile reader;
+    QVERIFY(reader.open(ends[0], QIODevice::ReadOnly, QFileDevice::AutoCloseHandle));
+    QCOMPARE(problem, QByteArray());
+    QTRY_VERIFY(application.hasRecord());
+    QCOMPARE(kill(application.processId(), 0), 0);
+    // The application does not hold the bridge's output open: it can be read to its end.
+    QCOMPARE(reader.readAll(), QByteArray("8\n"));
+    char byte = 0;
+    QCOMPARE(int(read(ends[0], &byte, 1)), 0);
+}
+
+void tst_Inheritance::reportsFailedStart()
+{
+    const QString entry =
+        home.writeFile(text("xdg_data_home/applications/com.tessaron.desktop.desktop"),
+            "[Desktop Entry]\nType=Application\nName=Test\nExec=/nonexistent/application\n");
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    server.expect("GET", "/tessaronDesktopInfo", ScriptedReply::json("{}", 404));
+    const BridgeOutcome run = runCommand("launchTessaron", folder);
+    QVERIFY(QFile::remove(entry));
+    QCOMPARE(problem(run, folder), QByteArray());
+    QCOMPARE(folder.results(), utf16le(text("false")));
 }
 
 QTEST_GUILESS_MAIN(tst_Inheritance)

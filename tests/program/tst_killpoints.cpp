@@ -16,8 +16,9 @@ namespace {
 constexpr char command[] = "getUserUuid";
 constexpr int idLength = 300 * 1024; // more than one write
 
-/// Lets the traced process run to its next system call, before or behind it. False when it ended.
-bool goOn(pid_t process)
+/// Lets the traced process run to the start or end of its next system call. Returns false if the
+/// process ended.
+bool continueToSystemCall(pid_t process)
 {
     constexpr int systemCall = SIGTRAP | 0x80;
     int status = 0;
@@ -27,7 +28,7 @@ bool goOn(pid_t process)
             || waitpid(process, &status, 0) != process || !WIFSTOPPED(status)) {
             return false;
         }
-        // That of a started program is for the tracer; all others are the program's own.
+        // SIGTRAP reports the exec to the tracer. All other signals are passed on.
         signal = WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
     } while (WSTOPSIG(status) != systemCall);
     return true;
@@ -35,18 +36,18 @@ bool goOn(pid_t process)
 
 } // namespace
 
-/// Where a random kill hits seldom: the program is killed before and behind every system call of
-/// its main thread, from the first one that touches the results to its end.
+/// The program is killed before and after every system call of its main thread, from the first one
+/// that creates the results' side file to its end. Random kills seldom come at these moments.
 class tst_KillPoints : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase() { home.writePort(server.port()); }
-    void everySystemCall_data();
-    void everySystemCall();
+    void leavesCompleteFilesAtEverySystemCall_data();
+    void leavesCompleteFilesAtEverySystemCall();
 
 private:
-    /// Kills a run at its system call number `point`; false when it ended before.
+    /// Kills a run at its system call number `point`. Returns false if the run ended before.
     bool runTo(int point);
 
     TemporaryHome home;
@@ -64,7 +65,7 @@ bool tst_KillPoints::runTo(int point)
     const QString sideFile = folder.resultsPath() + text(".temp");
     bool writes = false;
     for (int passed = 0; passed <= point;) {
-        if (!goOn(process)) {
+        if (!continueToSystemCall(process)) {
             return false;
         }
         writes = writes || QFile::exists(sideFile);
@@ -75,7 +76,7 @@ bool tst_KillPoints::runTo(int point)
     return true;
 }
 
-void tst_KillPoints::everySystemCall_data()
+void tst_KillPoints::leavesCompleteFilesAtEverySystemCall_data()
 {
     QTest::addColumn<QByteArray>("oldResults");
     QTest::addColumn<QByteArray>("oldReady");
@@ -84,7 +85,7 @@ void tst_KillPoints::everySystemCall_data()
     QTest::newRow("results of an earlier command") << QByteArray("old results") << QByteArray();
 }
 
-void tst_KillPoints::everySystemCall()
+void tst_KillPoints::leavesCompleteFilesAtEverySystemCall()
 {
     QFETCH(QByteArray, oldResults);
     QFETCH(QByteArray, oldReady);
@@ -99,9 +100,9 @@ void tst_KillPoints::everySystemCall()
         QFile::remove(folder.readyPath() + text(".temp"));
         prepareFolder(folder, state);
         killed = runTo(point);
-        QCOMPARE(wrongness(folder, state), QByteArray());
+        QCOMPARE(problemAfterKill(folder, state), QByteArray());
     }
-    // The last one was not killed.
+    // The last run was not killed.
     QVERIFY(folder.results() == state.newResults);
     QCOMPARE(folder.ready(), state.newReady);
     QCOMPARE(folder.names().size(), 3);

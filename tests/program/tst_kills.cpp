@@ -1,5 +1,6 @@
 #include "tests/support/BridgeRun.h"
 #include "tests/support/ExchangeFolder.h"
+#include "tests/support/FolderWatch.h"
 #include "tests/support/KilledRun.h"
 #include "tests/support/Scale.h"
 #include "tests/support/TemporaryHome.h"
@@ -12,7 +13,6 @@
 #include <cmath>
 #include <csignal>
 #include <poll.h>
-#include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,59 +22,27 @@ namespace {
 constexpr int longestId = 25 * 1024 * 1024; // 50 MB of results
 constexpr char command[] = "getUserUuid";
 
-/// Tells when a name appears in a folder.
-class Watch {
-public:
-    explicit Watch(const QString& folder)
-    {
-        inotify_add_watch(
-            queue, QFile::encodeName(folder).constData(), IN_CREATE | IN_MODIFY | IN_MOVED_TO);
-    }
-    ~Watch() { close(queue); }
-    Q_DISABLE_COPY(Watch)
-
-    /// Returns false when `name` did not appear within a minute.
-    bool waitFor(const QByteArray& name) const
-    {
-        pollfd ready{queue, POLLIN, 0};
-        while (poll(&ready, 1, 60000) == 1) {
-            alignas(inotify_event) char bytes[8192];
-            const ssize_t size = read(queue, bytes, sizeof bytes);
-            for (ssize_t at = 0; at < size;) {
-                const auto* const event = reinterpret_cast<const inotify_event*>(bytes + at);
-                if (name == event->name) {
-                    return true;
-                }
-                at += ssize_t(sizeof *event + event->len);
-            }
-        }
-        return false;
-    }
-
-private:
-    const int queue = inotify_init1(IN_CLOEXEC);
-};
-
-/// How often the kills met which moment.
-struct Tally {
+/// How many kills came when.
+struct Counts {
     int killed = 0;
-    int ended = 0;
+    int endedBefore = 0;
     int sideFile = 0;
     int noResults = 0;
     int newResults = 0;
-    int readyToo = 0;
+    int newReady = 0;
 };
 
 } // namespace
 
-/// The program is killed at any moment: what it leaves is whole, and the next run works.
+/// The program is killed at a random moment: the files it leaves are complete, and the next run
+/// works.
 class tst_Kills : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void killedAnywhere_data();
-    void killedAnywhere();
+    void leavesCompleteFiles_data();
+    void leavesCompleteFiles();
     void cleanupTestCase();
 
 private:
@@ -89,7 +57,7 @@ private:
     UuidServer server{longestId};
     ExchangeFolder folder;
     std::mt19937_64 generator = seededGenerator();
-    Tally tally;
+    Counts counts;
     double lastRunUs = 0;
     double shortRunUs = 0;
     double longRunUs = 0;
@@ -106,7 +74,7 @@ void tst_Kills::initTestCase()
     longRunUs = lastRunUs;
 }
 
-/// A run that is left alone; returns what is wrong with what it wrote.
+/// Runs the program to its end. Returns what is wrong with its files.
 QByteArray tst_Kills::wholeRun(int length)
 {
     server.setLength(length);
@@ -132,20 +100,20 @@ int tst_Kills::randomLength()
         return 0;
     case 1:
         return longestId;
-    default: // as many small ones as large ones
+    default: // evenly distributed over the orders of magnitude
         return int(std::exp(double(random(1000)) / 1000 * std::log(double(longestId))));
     }
 }
 
-/// Waits for a random moment of the run of `child` or, for results that take a while to write, of
-/// that while; not longer than it runs.
+/// Waits for a random moment of the run of `child`, in half of the runs with large results for a
+/// random moment of writing them. Returns when `child` ends.
 void tst_Kills::waitForAMoment(pid_t child, int length)
 {
-    const Watch watch(folder.path());
+    const FolderWatch watch(folder.path());
     const double share = double(length) / longestId;
     double longest = pace * (shortRunUs + (longRunUs - shortRunUs) * share);
     if (length > longestId / 20 && random(1) == 0) {
-        watch.waitFor("mac-word-plugin-results.txt.temp");
+        watch.waitFor(text("mac-word-plugin-results.txt.temp"));
         longest /= 8;
     }
     const qint64 waitUs = random(qint64(longest));
@@ -158,17 +126,17 @@ void tst_Kills::waitForAMoment(pid_t child, int length)
 void tst_Kills::count(const ExchangeState& state, int waitStatus)
 {
     const bool wasKilled = WIFSIGNALED(waitStatus);
-    ++(wasKilled ? tally.killed : tally.ended);
-    // The machine's load changes, and with it how long a run takes.
+    ++(wasKilled ? counts.killed : counts.endedBefore);
+    // The duration of a run changes with the machine's load.
     pace *= wasKilled ? 1.05 : 0.85;
-    tally.sideFile += int(QFile::exists(folder.resultsPath() + text(".temp")));
+    counts.sideFile += int(QFile::exists(folder.resultsPath() + text(".temp")));
     const QFileInfo results(folder.resultsPath());
-    tally.noResults += int(!results.exists());
-    tally.newResults += int(results.exists() && results.size() == state.newResults.size());
-    tally.readyToo += int(folder.ready() == state.newReady);
+    counts.noResults += int(!results.exists());
+    counts.newResults += int(results.exists() && results.size() == state.newResults.size());
+    counts.newReady += int(folder.ready() == state.newReady);
 }
 
-/// Returns what is wrong with what a killed run left.
+/// Kills a run. Returns what is wrong with its files.
 QByteArray tst_Kills::killedRun(const ExchangeState& state)
 {
     const int length = state.newResults.size() / 2;
@@ -180,25 +148,25 @@ QByteArray tst_Kills::killedRun(const ExchangeState& state)
     int status = -1;
     waitpid(child, &status, 0);
     count(state, status);
-    return wrongness(folder, state);
+    return problemAfterKill(folder, state);
 }
 
-void tst_Kills::killedAnywhere_data()
+void tst_Kills::leavesCompleteFiles_data()
 {
-    // In rows, because Qt Test ends a function after five minutes.
+    // Several rows, because Qt Test limits the duration of each to five minutes.
     QTest::addColumn<int>("kills");
     const int rows = rounds(3, 50);
     for (int row = 1; row <= rows; ++row) {
-        QTest::newRow(QByteArray::number(row).constData()) << 20 * row;
+        QTest::addRow("%d kills", 20 * row) << 20 * row;
     }
 }
 
-void tst_Kills::killedAnywhere()
+void tst_Kills::leavesCompleteFiles()
 {
     QFETCH(int, kills);
-    while (tally.killed < kills) {
-        // Some come too late; if most did, the moments would not be what this test says.
-        QVERIFY(tally.ended < 20 + 2 * kills);
+    while (counts.killed < kills) {
+        // Some kills come too late. If most did, the moments would not be random ones of a run.
+        QVERIFY(counts.endedBefore < 20 + 2 * kills);
         ExchangeState state;
         if (random(1) == 0) {
             state.oldResults = "old results, of an odd length";
@@ -214,14 +182,15 @@ void tst_Kills::killedAnywhere()
 
 void tst_Kills::cleanupTestCase()
 {
-    qInfo("%d kills met a running program, %d came too late. They left a side file of the results "
-          "%d times, no results %d, the new results %d, the new ready file too %d.",
-        tally.killed, tally.ended, tally.sideFile, tally.noResults, tally.newResults,
-        tally.readyToo);
-    if (tally.killed > 0) {
-        // Only kills in the middle leave these; others would show nothing.
-        QVERIFY(tally.sideFile > 0);
-        QVERIFY(tally.noResults > 0);
+    qInfo(
+        "%d kills came during the run, %d too late. They left a side file of the results %d times, "
+        "no results %d times, the new results %d times, the new ready file %d times.",
+        counts.killed, counts.endedBefore, counts.sideFile, counts.noResults, counts.newResults,
+        counts.newReady);
+    if (counts.killed > 0) {
+        // Only a kill in the middle of a run leaves these.
+        QVERIFY(counts.sideFile > 0);
+        QVERIFY(counts.noResults > 0);
     }
 }
 

@@ -12,22 +12,22 @@
 namespace {
 
 constexpr int million = 1024 * 1024;
-// Each takes six bytes as JSON.
+// Six bytes as JSON.
 constexpr QChar controlCharacter(0x02);
 
 } // namespace
 
-/// At the limits of what one text can hold, where Qt's containers would end the process.
+/// Values at the size limits of Qt's containers, which abort the process beyond them.
 class tst_Largest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
     void init();
-    void aTextThatJustFitsIsWhole();
-    void reportsATextThatDoesNotFit_data();
-    void reportsATextThatDoesNotFit();
-    void aRequestThatDoesNotFitIsNotSent();
-    void theLargestArgumentFileReachesTheApplication();
+    void serializesLargestText();
+    void reportsTooLargeText_data();
+    void reportsTooLargeText();
+    void doesNotSendTooLargeRequest();
+    void sendsLargestArgumentFile();
 };
 
 void tst_Largest::init()
@@ -40,7 +40,7 @@ void tst_Largest::init()
     }
 }
 
-void tst_Largest::aTextThatJustFitsIsWhole()
+void tst_Largest::serializesLargestText()
 {
     constexpr int length = 256 * million;
     const QByteArray json = JsonUtils::serialize(QString(length, controlCharacter));
@@ -49,15 +49,15 @@ void tst_Largest::aTextThatJustFitsIsWhole()
     QCOMPARE(json.right(8), QByteArray("2\\u0002\""));
 }
 
-void tst_Largest::reportsATextThatDoesNotFit_data()
+void tst_Largest::reportsTooLargeText_data()
 {
     QTest::addColumn<QVariant>("value");
     const QString half(200 * million, controlCharacter);
-    QTest::newRow("one text") << QVariant(half + half);
-    QTest::newRow("a key and a value") << QVariant(QVariantMap{{half, half}});
+    QTest::newRow("one string") << QVariant(half + half);
+    QTest::newRow("key and value") << QVariant(QVariantMap{{half, half}});
 }
 
-void tst_Largest::reportsATextThatDoesNotFit()
+void tst_Largest::reportsTooLargeText()
 {
     QFETCH(QVariant, value);
     QVERIFY(JsonUtils::serialize(value).isNull());
@@ -66,7 +66,7 @@ void tst_Largest::reportsATextThatDoesNotFit()
         QStringLiteral("ADDIN CSL_CITATION null"));
 }
 
-void tst_Largest::aRequestThatDoesNotFitIsNotSent()
+void tst_Largest::doesNotSendTooLargeRequest()
 {
     ScriptedServer server;
     PluginApiClient client(server.port());
@@ -80,7 +80,7 @@ void tst_Largest::aRequestThatDoesNotFitIsNotSent()
     QCOMPARE(server.connectionCount(), 0);
 }
 
-void tst_Largest::theLargestArgumentFileReachesTheApplication()
+void tst_Largest::sendsLargestArgumentFile()
 {
     constexpr int length = 256 * million; // units of two bytes: 512 MB
     TemporaryHome home;
@@ -90,9 +90,10 @@ void tst_Largest::theLargestArgumentFileReachesTheApplication()
         ScriptedReply::json("{\"citationStyleUrl\":\"chosen\"}"));
     const ExchangeFolder folder;
     folder.putArguments({QString(length, controlCharacter)});
-    const BridgeOutcome outcome =
-        runBridge({QStringLiteral("getCitationStyleFromDialog"), folder.path()});
-    QCOMPARE(outcome.exitStatus, 0);
+    BridgeStart start;
+    start.longestRunMs = 120000;
+    const BridgeOutcome run = runCommand("getCitationStyleFromDialog", folder, start);
+    QCOMPARE(problem(run, folder), QByteArray());
     QCOMPARE(folder.results(), utf16le(text("chosen")));
     QCOMPARE(server.problem(), QString());
     QCOMPARE(server.requests().size(), 1);

@@ -14,11 +14,11 @@ struct Command {
     QStringList arguments;
     QStringList failed;
     QStringList nothing;
-    QStringList second; ///< what the answer on a second connection gives
-    QByteArray warning; ///< that comes with `nothing`
+    QStringList second; ///< the results if a second connection is answered
+    QByteArray warning; ///< printed with `nothing`
 };
 
-/// Every POST that a macro can ask for.
+/// Every command that sends a POST.
 QList<Command> commands()
 {
     const QString code = text(R"(ADDIN CSL_CITATION {"citationItems":[1]})");
@@ -41,7 +41,7 @@ QList<Command> commands()
         {"undoManualFormat", {code}, {code}, null, second, {}}};
 }
 
-/// Waits until all has arrived that was sent, and looks.
+/// Waits until everything sent has arrived. Returns whether that is one POST or none.
 bool hasOnePostAtMost(const RawServer& server)
 {
     QCoreApplication::processEvents();
@@ -54,23 +54,24 @@ bool hasOnePostAtMost(const RawServer& server)
 Q_DECLARE_METATYPE(MisbehaviourCase)
 Q_DECLARE_METATYPE(Command)
 
-/// A POST is a dialog or a merge for the user: the application gets it once or not at all.
+/// The application receives a POST once or not at all: each one is a dialog or a merge for the
+/// user.
 class tst_OnePost : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void everyCommand_data();
-    void everyCommand();
-    void largeRequests_data();
-    void largeRequests();
-    void lastErrors_data();
-    void lastErrors();
+    void sendsEachCommandOnce_data();
+    void sendsEachCommandOnce();
+    void sendsLargeRequestOnce_data();
+    void sendsLargeRequestOnce();
+    void reportsErrorOfOneRequest_data();
+    void reportsErrorOfOneRequest();
 
 private:
     TemporaryHome home;
 };
 
-void tst_OnePost::everyCommand_data()
+void tst_OnePost::sendsEachCommandOnce_data()
 {
     QTest::addColumn<Command>("command");
     QTest::addColumn<MisbehaviourCase>("row");
@@ -84,7 +85,7 @@ void tst_OnePost::everyCommand_data()
     }
 }
 
-void tst_OnePost::everyCommand()
+void tst_OnePost::sendsEachCommandOnce()
 {
     QFETCH(Command, command);
     QFETCH(MisbehaviourCase, row);
@@ -92,13 +93,13 @@ void tst_OnePost::everyCommand()
     home.writePort(server.serverPort());
     const ExchangeFolder folder;
     folder.putArguments(command.arguments);
-    const BridgeOutcome run = runBridge({text(command.name), folder.path()});
+    const BridgeOutcome run = runCommand(command.name, folder);
     QVERIFY(server.connectionCount() >= 1);
     QVERIFY(hasOnePostAtMost(server));
     QCOMPARE(run.exitStatus, 0);
     QCOMPARE(folder.ready(), utf16le(QString::number(folder.results().size())));
     if (server.answerCount() == 1) {
-        // The first connection was gone before anything was sent, so a second one is allowed.
+        // The first connection closed before anything was sent, so a second one is allowed.
         QCOMPARE(row.misbehaviour.afterBodyBytes, Misbehaviour::atOnce);
         QCOMPARE(folder.results(), listBytes(command.second));
         return;
@@ -114,7 +115,7 @@ void tst_OnePost::everyCommand()
     }
 }
 
-void tst_OnePost::largeRequests_data()
+void tst_OnePost::sendsLargeRequestOnce_data()
 {
     QTest::addColumn<MisbehaviourCase>("row");
     const QList<MisbehaviourCase> cases = cutUploadCases();
@@ -123,7 +124,7 @@ void tst_OnePost::largeRequests_data()
     }
 }
 
-void tst_OnePost::largeRequests()
+void tst_OnePost::sendsLargeRequestOnce()
 {
     QFETCH(MisbehaviourCase, row);
     RawServer server(row.misbehaviour);
@@ -132,7 +133,7 @@ void tst_OnePost::largeRequests()
     constexpr int half = 9000000;
     folder.putArguments(
         {text("s"), QString(half, QLatin1Char('f')), QString(half, QLatin1Char('t'))});
-    const BridgeOutcome run = runBridge({text("formatCitationsAndBibliography"), folder.path()});
+    const BridgeOutcome run = runCommand("formatCitationsAndBibliography", folder);
     QVERIFY(server.connectionCount() >= 1);
     QVERIFY(hasOnePostAtMost(server));
     QCOMPARE(run.exitStatus, 0);
@@ -144,7 +145,7 @@ void tst_OnePost::largeRequests()
     }
 }
 
-void tst_OnePost::lastErrors_data()
+void tst_OnePost::reportsErrorOfOneRequest_data()
 {
     QTest::addColumn<MisbehaviourCase>("row");
     const QList<MisbehaviourCase> cases = misbehaviourCases();
@@ -153,7 +154,7 @@ void tst_OnePost::lastErrors_data()
     }
 }
 
-void tst_OnePost::lastErrors()
+void tst_OnePost::reportsErrorOfOneRequest()
 {
     QFETCH(MisbehaviourCase, row);
     RawServer server(row.misbehaviour);

@@ -29,19 +29,20 @@ JsonValue read(const char* utf8, bool* ok)
 
 } // namespace
 
-/// Random values through the service: as field codes to the application, as JSON back from it,
-/// as field codes out again.
+/// Random values pass through the service unchanged: as field codes to the application, as JSON
+/// from it, and as field codes out of the service.
 class tst_Values : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase() { home.writePort(server.port()); }
-    void theModelKnowsValuesApart_data();
-    void theModelKnowsValuesApart();
-    void theModelReadsOnlyJson_data();
-    void theModelReadsOnlyJson();
-    void theModelReadsWhatItWrites();
-    void aMillionValues();
+    void cleanup() { QCOMPARE(server.problem(), QString()); }
+    void modelDistinguishesValues_data();
+    void modelDistinguishesValues();
+    void modelRejectsMalformedJson_data();
+    void modelRejectsMalformedJson();
+    void modelReadsWhatItWrites();
+    void passesValuesUnchanged();
 
 private:
     TemporaryHome home;
@@ -49,7 +50,7 @@ private:
     Generator generator = seededGenerator();
 };
 
-void tst_Values::theModelKnowsValuesApart_data()
+void tst_Values::modelDistinguishesValues_data()
 {
     QTest::addColumn<QByteArray>("one");
     QTest::addColumn<QByteArray>("other");
@@ -79,7 +80,7 @@ void tst_Values::theModelKnowsValuesApart_data()
     row(R"("\/\n\u00E9")", "\"/\\u000a\xc3\xa9\"", true);
 }
 
-void tst_Values::theModelKnowsValuesApart()
+void tst_Values::modelDistinguishesValues()
 {
     QFETCH(QByteArray, one);
     QFETCH(QByteArray, other);
@@ -89,7 +90,7 @@ void tst_Values::theModelKnowsValuesApart()
     QVERIFY(ok && otherOk);
 }
 
-void tst_Values::theModelReadsOnlyJson_data()
+void tst_Values::modelRejectsMalformedJson_data()
 {
     QTest::addColumn<QByteArray>("json");
     for (const char* const json :
@@ -99,7 +100,7 @@ void tst_Values::theModelReadsOnlyJson_data()
     }
 }
 
-void tst_Values::theModelReadsOnlyJson()
+void tst_Values::modelRejectsMalformedJson()
 {
     QFETCH(QByteArray, json);
     bool ok = true;
@@ -107,7 +108,7 @@ void tst_Values::theModelReadsOnlyJson()
     QVERIFY(!ok);
 }
 
-void tst_Values::theModelReadsWhatItWrites()
+void tst_Values::modelReadsWhatItWrites()
 {
     for (int i = 0; i < 200; ++i) {
         const JsonValue cluster = randomCluster(&generator, 50, i % 100 == 0 ? 1000 : 1);
@@ -119,7 +120,7 @@ void tst_Values::theModelReadsWhatItWrites()
     }
 }
 
-void tst_Values::aMillionValues()
+void tst_Values::passesValuesUnchanged()
 {
     const int wanted = rounds(100000, 1000000);
     PluginComServer service;
@@ -135,7 +136,6 @@ void tst_Values::aMillionValues()
             service.addCitation(batch.fieldCodes.at(i), batch.texts.at(i));
         }
         QVERIFY(service.formatCitationsAndBibliography());
-        QCOMPARE(server.problem(), QString());
         QCOMPARE(batch.wrongRequest(server.requests().first().body, QString()), QString());
         QCOMPARE(batch.wrongResults(resultsOf(service, batch.fieldCodes.size())), QString());
         values += batch.valueCount();

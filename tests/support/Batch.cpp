@@ -6,7 +6,7 @@ namespace {
 
 const QString prefix = QStringLiteral("ADDIN CSL_CITATION ");
 
-/// U+0001 separates the entries of the files and so cannot be part of one.
+/// U+0001 separates the strings of a list file and so cannot occur in one.
 QString withoutSeparator(QString text)
 {
     return text.remove(QChar(1));

@@ -4,9 +4,9 @@
 
 #include <QStringList>
 
-/// One batch of random citations: what goes in, what the application is to be told, and what is
-/// to come out. The application of these tests is scripted: it answers with the clusters that it
-/// is to be told, each written anew, so what comes out has passed through twice.
+/// One batch of random citations: the command's arguments, the expected request and the expected
+/// results. The application of these tests is scripted. It replies with the clusters that it should
+/// have received, each written in another form, so every value passes through the program twice.
 struct Batch {
     QString style;
     QString bibliography;
@@ -20,11 +20,12 @@ struct Batch {
     int valueCount() const;
     /// The arguments of the command.
     QStringList arguments() const;
-    /// The application's answer, as JSON.
+    /// The application's reply, as JSON.
     QByteArray reply(Generator* generator) const;
 
-    /// Says what is wrong with the request that the application got; empty when all is well.
+    /// Returns what is wrong with the request that the application received. Empty if nothing is.
     QString wrongRequest(const QByteArray& body, const QString& folder) const;
-    /// Says what is wrong with the results, in the order in which the macro gets them.
+    /// Returns what is wrong with the results, which are in the order of the results file. Empty if
+    /// nothing is.
     QString wrongResults(const QStringList& results) const;
 };

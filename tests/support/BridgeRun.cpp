@@ -1,6 +1,8 @@
 #include "tests/support/BridgeRun.h"
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/ExchangeFolder.h"
+#include "tests/support/Texts.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -31,7 +33,7 @@ private:
     const std::function<void()> prepare;
 };
 
-/// The test's environment without what makes Qt talk more or otherwise than it does by itself.
+/// The test's environment without the variables that change what Qt logs.
 QProcessEnvironment plainEnvironment()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -48,22 +50,30 @@ QProcessEnvironment plainEnvironment()
 
 BridgeStart BridgeStart::prepared(const std::function<void()>& prepare)
 {
-    return {prepare, {}, {}, {}, {}};
+    BridgeStart start;
+    start.prepare = prepare;
+    return start;
 }
 
 BridgeStart BridgeStart::withVariables(const QMap<QString, QString>& environment)
 {
-    return {{}, environment, {}, {}, {}};
+    BridgeStart start;
+    start.environment = environment;
+    return start;
 }
 
 BridgeStart BridgeStart::inFolder(const QString& workingDirectory)
 {
-    return {{}, {}, workingDirectory, {}, {}};
+    BridgeStart start;
+    start.workingDirectory = workingDirectory;
+    return start;
 }
 
 BridgeStart BridgeStart::inShell(const QString& shellCommand)
 {
-    return {{}, {}, {}, shellCommand, {}};
+    BridgeStart start;
+    start.shellCommand = shellCommand;
+    return start;
 }
 
 BridgeStart BridgeStart::asOrdinaryUser(const QString& folder, const std::function<void()>& prepare)
@@ -110,8 +120,7 @@ BridgeOutcome runBridge(const QStringList& arguments, const BridgeStart& start)
     if (!process.waitForStarted()) {
         return {-1, {}, "The bridge did not start: " + process.errorString().toUtf8()};
     }
-    constexpr int longestRunMs = 120000;
-    QTimer::singleShot(longestRunMs, &loop, &QEventLoop::quit);
+    QTimer::singleShot(start.longestRunMs, &loop, &QEventLoop::quit);
     if (process.state() != QProcess::NotRunning) {
         loop.exec();
     }
@@ -122,4 +131,28 @@ BridgeOutcome runBridge(const QStringList& arguments, const BridgeStart& start)
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
         process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+BridgeOutcome runCommand(
+    const char* command, const ExchangeFolder& folder, const BridgeStart& start)
+{
+    return runBridge({text(command), folder.path()}, start);
+}
+
+QByteArray problem(const BridgeOutcome& run, const ExchangeFolder& folder, const QByteArray& errors)
+{
+    const QByteArray status = QByteArray::number(folder.results().size());
+    if (run.exitStatus != 0) {
+        return "exit status " + QByteArray::number(run.exitStatus) + ": " + run.errors;
+    }
+    if (run.errors != errors) {
+        return "standard error: " + run.errors;
+    }
+    if (run.output != status + '\n') {
+        return "standard output: " + run.output;
+    }
+    if (folder.ready() != utf16le(QString::fromLatin1(status))) {
+        return "ready file: " + folder.ready();
+    }
+    return {};
 }

@@ -7,32 +7,36 @@
 
 #include <functional>
 
-/// How a bridge is started, where it is not in the ordinary way.
+class ExchangeFolder;
+
+/// How a bridge is started. The default is the executable in the test's own environment.
 struct BridgeStart {
-    /// Runs in the new process just before the bridge does: for limits, streams and users.
+    /// Runs in the new process just before the bridge: sets limits, streams and users.
     std::function<void()> prepare;
-    /// Variables to set, on top of the test's own environment.
+    /// Variables to set in addition to the test's own environment.
     QMap<QString, QString> environment;
     /// The folder to start in; empty for the test's own.
     QString workingDirectory;
     /// A command that starts the bridge: "$0" with the arguments "$@" in a shell.
     QString shellCommand;
-    /// A copy of the executable to start; empty for the executable itself.
+    /// Another program to start, such as a copy of the executable; empty for the executable.
     QString program;
+    /// The bridge is killed if it runs longer.
+    int longestRunMs = 30000;
 
     static BridgeStart prepared(const std::function<void()>& prepare);
     static BridgeStart withVariables(const QMap<QString, QString>& environment);
     static BridgeStart inFolder(const QString& workingDirectory);
     static BridgeStart inShell(const QString& shellCommand);
-    /// As the user that becomeOrdinaryUser() becomes, after `prepare`. What that user starts is a
-    /// copy of the executable, which is put into `folder`.
+    /// Starts a copy of the executable, which is put into `folder`, as the user that
+    /// becomeOrdinaryUser() becomes, after `prepare`.
     static BridgeStart asOrdinaryUser(
         const QString& folder, const std::function<void()>& prepare = {});
 };
 
 /// What a bridge that has ended left.
 struct BridgeOutcome {
-    /// The exit status; -1 when it was ended by a signal, by the test, or did not start.
+    /// The exit status; -1 if it was ended by a signal or by the test, or did not start.
     int exitStatus = -1;
     QByteArray output;
     QByteArray errors;
@@ -41,6 +45,16 @@ struct BridgeOutcome {
 /// The path of the bridge's executable.
 QString bridgePath();
 
-/// Runs the bridge with `arguments` until it ends, while the test's event loop turns, so that
-/// the scripted server answers. The bridge is ended when it takes more than two minutes.
+/// Runs the bridge with `arguments` until it ends. The test's event loop runs meanwhile, so that
+/// the scripted server answers.
 BridgeOutcome runBridge(const QStringList& arguments, const BridgeStart& start = {});
+
+/// Runs `command` on `folder`.
+BridgeOutcome runCommand(
+    const char* command, const ExchangeFolder& folder, const BridgeStart& start = {});
+
+/// Returns what differs in a run that should have ended with status 0, printed `errors` to standard
+/// error, and left the size of the results file on standard output and in the ready file. Empty if
+/// nothing does.
+QByteArray problem(const BridgeOutcome& run, const ExchangeFolder& folder,
+    const QByteArray& errors = QByteArray());

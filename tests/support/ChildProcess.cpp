@@ -52,7 +52,7 @@ QByteArray inChildProcess(const std::function<QByteArray()>& work)
     if (pipe(ends) != 0) {
         return "no pipe";
     }
-    // High numbers, out of the way of work that closes the standard streams.
+    // A high number, because the work may close the standard streams.
     const int answerEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, 100);
     close(ends[1]);
     const pid_t child = fork();
@@ -103,7 +103,7 @@ bool mountSmallDisk(const QByteArray& path, int bytes)
     const uid_t user = geteuid();
     const gid_t group = getegid();
     if (user != 0) {
-        // An ordinary user may mount in a user namespace of their own, as its root.
+        // An ordinary user may mount as root of a new user namespace.
         if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !putText("/proc/self/setgroups", "deny")
             || !putText("/proc/self/uid_map", "0 " + QByteArray::number(user) + " 1")
             || !putText("/proc/self/gid_map", "0 " + QByteArray::number(group) + " 1")) {

@@ -5,21 +5,22 @@
 
 #include <functional>
 
-/// Runs `work` in a copy of this process and returns what it returned; when the copy did not end
-/// by itself, a text that says so. For what would spoil the test's own process: another user, a
-/// limit, closed streams. The copy's warnings stand behind its answer, each after a "|".
+/// Runs `work` in a fork of this process and returns its result, followed by the fork's log
+/// messages, each after a "|". Returns "the child ended with STATUS" if the fork did not end with
+/// status 0. For work that would change the test's process: another user, a limit, closed streams.
 QByteArray inChildProcess(const std::function<QByteArray()>& work);
 
-/// Ends being root, for good; does nothing for another user. False when it does not work.
+/// Changes from root to an ordinary user for the rest of the process. Does nothing for another
+/// user. Returns false on failure.
 bool becomeOrdinaryUser();
 
-/// Gives `path` to the user that becomeOrdinaryUser() becomes, and lets that user come by
+/// Makes the user that becomeOrdinaryUser() becomes the owner of `path`, and lets that user pass
 /// through its parent folder.
 void giveToOrdinaryUser(const QString& path);
 
-/// Lets no file grow beyond `bytes`.
+/// Limits the size of each file that this process writes. Returns false on failure.
 bool limitFileSize(quint64 bytes);
 
-/// Puts a disk of `bytes` (whole pages) at the folder `path`, seen by this process and its
-/// children only. False where the system does not allow it.
+/// Mounts a disk of `bytes` (whole pages) at the folder `path`, visible only to this process and
+/// its children. Returns false if the system does not allow it.
 bool mountSmallDisk(const QByteArray& path, int bytes);

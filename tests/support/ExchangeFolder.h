@@ -5,19 +5,19 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-/// The content of a file, or "(cannot be read)".
+/// Returns the content of a file, or "(cannot be read)".
 QByteArray bytesOf(const QString& path);
 
-/// Writes a file; the test program ends when that fails.
+/// Writes a file. Aborts the test program on failure.
 void putFile(const QString& path, const QByteArray& bytes);
 
-/// The names of all files and folders in `folder`, sorted.
+/// Returns the sorted names of all files and folders in `folder`.
 QStringList namesIn(const QString& folder);
 
 /// A temporary folder like the one that the macro shares with the bridge.
 class ExchangeFolder {
 public:
-    /// A folder called `name` in a temporary one.
+    /// Creates a folder called `name` in a temporary one.
     explicit ExchangeFolder(const QString& name = QStringLiteral("exchange"));
 
     QString path() const { return parent.filePath(folderName); }

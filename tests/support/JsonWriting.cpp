@@ -17,9 +17,9 @@ public:
 
     void write(const JsonValue& value)
     {
-        blanks();
+        whitespace();
         std::visit([this](const auto& content) { put(content); }, value.content);
-        blanks();
+        whitespace();
     }
 
 private:
@@ -58,9 +58,9 @@ private:
         const char* comma = "";
         for (const auto& entry : object) {
             ascii(comma);
-            blanks();
+            whitespace();
             put(entry.first);
-            blanks();
+            whitespace();
             ascii(":");
             write(entry.second);
             comma = ",";
@@ -114,7 +114,7 @@ private:
         ascii(escaped);
     }
 
-    void blanks()
+    void whitespace()
     {
         while (oneIn(8)) {
             json.append(QLatin1Char(" \t\r\n"[generator() % 4]));

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The content of a file; null when there is none.
+/// Returns the content of a file, null if it is missing.
 QByteArray contentOf(const QString& path)
 {
     if (!QFile::exists(path)) {
@@ -38,7 +38,7 @@ void putOrRemove(const QString& path, const QByteArray& bytes)
 
 } // namespace
 
-QByteArray wrongness(const ExchangeFolder& folder, const ExchangeState& state)
+QByteArray problemAfterKill(const ExchangeFolder& folder, const ExchangeState& state)
 {
     const QByteArray results = contentOf(folder.resultsPath());
     const QByteArray ready = contentOf(folder.readyPath());
@@ -73,7 +73,7 @@ int startBridge(const char* command, const ExchangeFolder& folder, bool traced)
     if (child != 0) {
         return child;
     }
-    // Slow, so that the one who kills it comes in time.
+    // Slower than the test, so that a kill comes in time.
     (void)!nice(5);
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);

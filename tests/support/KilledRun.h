@@ -5,8 +5,8 @@
 
 class ExchangeFolder;
 
-/// What the three files held before a run that is killed, and what a whole run would leave.
-/// A null array stands for a file that is not there.
+/// The files before a run that is killed, and the files that a complete run would leave. A null
+/// array stands for a missing file.
 struct ExchangeState {
     QByteArray oldResults;
     QByteArray oldReady;
@@ -14,12 +14,13 @@ struct ExchangeState {
     QByteArray newReady;
 };
 
-/// Says what a killed run left that no moment of a run explains; empty when all is well.
-QByteArray wrongness(const ExchangeFolder& folder, const ExchangeState& state);
+/// Returns what is wrong with the files that a killed run left: no moment of a run leaves such
+/// files. Empty if nothing is.
+QByteArray problemAfterKill(const ExchangeFolder& folder, const ExchangeState& state);
 
-/// Puts the old files of `state` into `folder`, or takes away what is there.
+/// Writes the old files of `state` into `folder`, and removes those that `state` lacks.
 void prepareFolder(const ExchangeFolder& folder, const ExchangeState& state);
 
 /// Starts the bridge with `command` on `folder`, its output on the null device, and returns its
-/// process id. `traced` has it stop at once, to be traced by this process.
+/// process id. If `traced`, it stops before its first instruction, to be traced by this process.
 int startBridge(const char* command, const ExchangeFolder& folder, bool traced = false);

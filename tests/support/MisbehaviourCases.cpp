@@ -23,12 +23,12 @@ QList<Case> casesWithoutStatus()
         QByteArray bytes;
     } points[] = {
         {"at once", atOnce, ""},
-        {"behind the headers", 0, ""},
-        {"behind the request", request, ""},
+        {"after the headers", 0, ""},
+        {"after the request", request, ""},
         {"in mid protocol name", request, "HT"},
         {"in mid status line", request, "HTTP/1.1 20"},
         {"in mid status line, at once", atOnce, "HTTP/1.1 20"},
-        {"behind an interim reply", request, "HTTP/1.1 100 Continue\r\n\r\n"},
+        {"after an interim reply", request, "HTTP/1.1 100 Continue\r\n\r\n"},
         {"with bytes that are not HTTP", request, "220 mail ready\r\n"},
         {"with bytes that are not HTTP, at once", atOnce, "220 mail ready\r\n"},
         {"with empty lines", request, "\r\n\r\n\r\n"},
@@ -49,7 +49,7 @@ QList<Case> casesWithoutStatus()
     return cases;
 }
 
-/// Replies that say 200 and do not come to their end.
+/// Replies with status 200 that are cut off.
 QList<Case> cutReplies()
 {
     const QByteArray ok("HTTP/1.1 200 OK\r\n");
@@ -58,14 +58,14 @@ QList<Case> cutReplies()
         QByteArray bytes;
     } points[] = {
         {"in mid headers", ok + "Content-Le"},
-        {"behind the reply's headers", ok + "Content-Length: 50\r\n\r\n"},
+        {"after the reply's headers", ok + "Content-Length: 50\r\n\r\n"},
         {"in mid body", ok + "Content-Length: 50\r\n\r\n{\"citationStyleUrl\":\"s"},
         {"in mid chunk", ok + "Transfer-Encoding: chunked\r\n\r\n50\r\n{\"citationStyleUrl\":\"s"},
     };
     QList<Case> cases;
     for (const auto& ending : endings) {
         for (const auto& point : points) {
-            // Without its headers' end there is no reply.
+            // Without the end of its headers there is no reply.
             const bool headersEnd = point.bytes.contains("\r\n\r\n");
             cases.append({QByteArray(ending.name) + point.name,
                 {Misbehaviour::wholeBody, point.bytes, ending.ending},
@@ -83,7 +83,7 @@ QByteArray reply(const QByteArray& status, const QByteArray& headers, const QByt
         + "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
 }
 
-/// Whole replies that might have a client send its request once more.
+/// Complete replies that may cause a client to send its request again.
 QList<Case> invitations()
 {
     const struct {

@@ -5,11 +5,11 @@
 #include <QList>
 #include <QString>
 
-/// What the macro gets to read.
+/// The results that the macro reads.
 enum Outcome {
     Failed, ///< the command's failure result
-    Nothing, ///< a success that holds nothing: the reply said 200 and was cut off
-    FailedOrNothing, ///< a reset may overtake the bytes that were sent before it
+    Nothing, ///< a success without content: the reply had status 200 and was cut off
+    FailedOrNothing, ///< either: a reset may overtake the bytes sent before it
 };
 
 /// One row of the tables below.
@@ -17,12 +17,12 @@ struct MisbehaviourCase {
     QByteArray name;
     Misbehaviour misbehaviour;
     Outcome outcome = Failed;
-    /// The last error; null where it is in the transport's own words.
+    /// The last error; null if it is the transport's text.
     QString error;
 };
 
-/// Everything that a server can do to a small request.
+/// What a server can do to a small request.
 QList<MisbehaviourCase> misbehaviourCases();
 
-/// What a server can do while 18 MB come in.
+/// What a server can do while it receives 18 MB.
 QList<MisbehaviourCase> cutUploadCases();

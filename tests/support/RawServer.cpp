@@ -11,7 +11,8 @@ constexpr char perfectAnswer[] =
     R"({"citationCluster":{"citationItems":[2]},"citationStyleUrl":"second","bibliography":"b",)"
     R"("citationClusters":[{"citationCluster":{},"formattedText":"second"}]})";
 
-/// The number of bytes of the body that `bytes` hold; -1 while the headers are not complete.
+/// Returns the number of body bytes in `bytes`, -1 while the headers are incomplete. Sets `*whole`
+/// to the size of the complete body.
 qint64 bodySize(const QByteArray& bytes, qint64* whole)
 {
     const int headEnd = bytes.indexOf("\r\n\r\n");

@@ -6,11 +6,11 @@
 
 #include <limits>
 
-/// What a server does to the first connection that it gets.
+/// What a server does to its first connection.
 struct Misbehaviour {
     enum Ending {
-        Close, ///< as a program that ends: what still comes in is answered with a reset
-        HalfClose, ///< says that nothing more will come, and reads on
+        Close, ///< as a program that ends: later bytes are answered with a reset
+        HalfClose, ///< closes its own direction and keeps reading
         Reset,
         CloseLater ///< keeps the connection open for a while first
     };
@@ -18,25 +18,26 @@ struct Misbehaviour {
     static constexpr qint64 atOnce = -1;
     static constexpr qint64 wholeBody = std::numeric_limits<qint64>::max();
 
-    /// It happens after so many bytes of the request's body, 0 for behind the headers, or atOnce.
+    /// After how many bytes of the request's body it happens: 0 is after the headers, and atOnce
+    /// before anything is read.
     qint64 afterBodyBytes = wholeBody;
-    /// Sent first.
+    /// What is sent first.
     QByteArray bytes;
     Ending ending = Close;
 };
 
-/// A server below HTTP on a free port of 127.0.0.1. It misbehaves on its first connection and
-/// answers every later one with a perfect success, so that a request that was repeated would
-/// show twice: here and in its sender's results.
+/// A server on a free port of 127.0.0.1 that sends raw bytes. It misbehaves on its first connection
+/// and answers every later one with a success, so that a repeated request shows in postCount() and
+/// in the sender's results.
 class RawServer : public QTcpServer {
 public:
     explicit RawServer(const Misbehaviour& misbehaviour);
 
     int connectionCount() const { return connections; }
     int openConnectionCount() const { return received.size(); }
-    /// The number of POSTs begun, over all connections.
+    /// The number of POSTs begun on all connections.
     int postCount() const;
-    /// The number of requests that were answered with a success: those on later connections.
+    /// The number of requests answered with a success, which are those on later connections.
     int answerCount() const { return answers; }
 
 private:

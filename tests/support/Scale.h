@@ -4,16 +4,16 @@
 
 #include <random>
 
-/// How much a long test does and with which random numbers. The environment says it:
-/// BRIDGE_TEST_FULL=1 for the full numbers, BRIDGE_TEST_SEED=<number> for those of an earlier run.
+/// The duration and the random numbers of a long test. BRIDGE_TEST_FULL=1 in the environment asks
+/// for all rounds, BRIDGE_TEST_SEED=<number> repeats the random numbers of an earlier run.
 
-/// The number of rounds: `full` or, as long as nobody asks for it, `ordinary`.
+/// Returns `full` with BRIDGE_TEST_FULL=1 and otherwise `ordinary`.
 inline int rounds(int ordinary, int full)
 {
     return qEnvironmentVariableIntValue("BRIDGE_TEST_FULL") != 0 ? full : ordinary;
 }
 
-/// A generator whose seed is told on the test's output.
+/// Returns a generator and logs its seed.
 inline std::mt19937_64 seededGenerator()
 {
     bool given = false;

@@ -35,6 +35,12 @@ ScriptedServer::ScriptedServer(QObject* parent)
     connect(&server, &QTcpServer::newConnection, this, &ScriptedServer::accept);
 }
 
+bool ScriptedServer::listenOn(quint16 port)
+{
+    server.close();
+    return server.listen(QHostAddress::LocalHost, port);
+}
+
 void ScriptedServer::expect(
     const QByteArray& method, const QByteArray& path, const ScriptedReply& reply)
 {

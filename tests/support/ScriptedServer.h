@@ -18,7 +18,7 @@ struct ReceivedRequest {
     QVariantMap json() const;
 };
 
-/// What the server sends for one request, byte by byte, and what it does to the connection then.
+/// What the server sends for one request, byte by byte, and what it then does to the connection.
 struct ScriptedReply {
     enum Ending { KeepOpen, Close, Reset };
 
@@ -34,8 +34,8 @@ struct ScriptedReply {
 };
 
 /// An HTTP server on a free port of 127.0.0.1, in the test's own thread: it works while the
-/// client waits in its event loop. Replies are used in the order in which they were scripted; a
-/// request that was not scripted gets status 599 and makes problem() say so.
+/// client waits in its event loop. Replies are used in the order in which they were scripted. A
+/// request that was not scripted gets status 599, and problem() reports it.
 class ScriptedServer : public QObject {
     Q_OBJECT
 
@@ -44,6 +44,9 @@ public:
 
     quint16 port() const { return server.serverPort(); }
 
+    /// Listens on `port` instead. Returns false, and listens nowhere, if the port is in use.
+    bool listenOn(quint16 port);
+
     /// Scripts the reply to the next request, which must be `method` `path`.
     void expect(const QByteArray& method, const QByteArray& path, const ScriptedReply& reply);
 
@@ -51,14 +54,14 @@ public:
     int connectionCount() const { return connections; }
     int openConnectionCount() const { return openConnections; }
 
-    /// What came behind the last whole request of each connection.
+    /// What came after the last whole request of each connection.
     QByteArray strayBytes() const;
 
-    /// Empty when every scripted reply was used and nothing else was asked for; otherwise what
-    /// was wrong. Every test ends by comparing it with an empty text.
+    /// Returns which scripted replies were not used and which requests were not scripted. Every
+    /// test compares it with an empty string in cleanup().
     QString problem() const;
 
-    /// Forgets script and requests.
+    /// Discards the script and the received requests.
     void reset();
 
 private:
@@ -79,6 +82,6 @@ private:
     QHash<QTcpSocket*, QByteArray> incoming;
     int connections = 0;
     int openConnections = 0;
-    // Goes first: it closes its connections, and they tell.
+    // Declared last and so destroyed first: closing its connections calls back into this object.
     QTcpServer server;
 };

@@ -3,9 +3,9 @@
 #include <QByteArray>
 #include <QTemporaryDir>
 
-/// A home folder of the test's own: while it lives, every XDG folder of this process and of its
-/// children lies in it, and no settings, data or applications of the user's are seen. One at a
-/// time.
+/// A temporary home folder. While this object exists, every XDG folder of this process and of its
+/// children is inside it, so that they find no settings, data or applications of the user. Only one
+/// may exist at a time.
 class TemporaryHome {
 public:
     TemporaryHome();
@@ -18,10 +18,11 @@ public:
     /// Writes `content` to the desktop application's settings file.
     void writeSettings(const QByteArray& content) const;
 
-    /// Writes settings that hold `port` and nothing else.
+    /// Writes settings that hold only `port`.
     void writePort(int port) const;
 
-    /// Writes the file `name` below the home folder, with the folders on the way.
+    /// Writes the file `name` below the home folder and creates the folders on its path. Returns
+    /// its path.
     QString writeFile(const QString& name, const QByteArray& content) const;
 
 private:

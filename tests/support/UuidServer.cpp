@@ -10,7 +10,7 @@ namespace {
 
 QByteArray randomLetters(int count)
 {
-    std::mt19937 generator; // always the same text
+    std::mt19937 generator; // the default seed: always the same text
     QByteArray letters(count, Qt::Uninitialized);
     for (char& letter : letters) {
         letter = char('a' + generator() % 26);
@@ -18,7 +18,7 @@ QByteArray randomLetters(int count)
     return letters;
 }
 
-/// False when the other side is gone.
+/// Returns false if the peer has closed the connection.
 bool sendAll(int connection, const char* bytes, int size)
 {
     while (size > 0) {

@@ -5,9 +5,9 @@
 #include <atomic>
 #include <thread>
 
-/// An application in a thread of its own that answers every request with a user id of the wanted
-/// length, for runs that are ended from outside. The id of length n is the first n letters of
-/// one long text, so that no wrong piece of it looks right.
+/// A server in a separate thread that answers every request with a user id of the chosen length,
+/// for runs that the test kills. The id of length n is the first n letters of one random text, so
+/// that no wrong part of it looks right.
 class UuidServer {
 public:
     explicit UuidServer(int longest);

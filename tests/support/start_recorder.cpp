@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
@@ -21,7 +22,9 @@ void writeDescriptors(FILE* record)
         char target[4096] = "";
         const std::string link = std::string("/proc/self/fd/") + entry->d_name;
         if (readlink(link.c_str(), target, sizeof target - 1) >= 0) {
-            std::fprintf(record, "fd %d=%s\n", descriptor, target);
+            const bool isWritable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDWR;
+            std::fprintf(
+                record, "fd %d=%s%s\n", descriptor, target, isWritable ? "" : " in one direction");
         }
     }
     closedir(folder);
@@ -41,11 +44,16 @@ void writeSignals(FILE* record)
 
 } // namespace
 
-/// Stands in for the desktop application: writes how it was started into the file RECORD.
+/// Stands in for the desktop application: `start_recorder RECORD [stay]` writes how it was started
+/// into the file RECORD, which appears when it is complete. With "stay" it then waits to be killed.
 int main(int argc, char** argv)
 {
-    const char* const path = std::getenv("RECORD");
-    FILE* const record = path == nullptr ? nullptr : std::fopen(path, "w");
+    if (argc < 2) {
+        return 1;
+    }
+    const std::string path = argv[1];
+    const std::string unfinishedPath = path + ".new";
+    FILE* const record = std::fopen(unfinishedPath.c_str(), "w");
     if (record == nullptr) {
         return 1;
     }
@@ -62,5 +70,11 @@ int main(int argc, char** argv)
     std::fprintf(record, "pid %d\nsession %d\n", int(getpid()), int(getsid(0)));
     writeSignals(record);
     writeDescriptors(record);
-    return std::fclose(record) == 0 ? 0 : 1;
+    if (std::fclose(record) != 0 || std::rename(unfinishedPath.c_str(), path.c_str()) != 0) {
+        return 1;
+    }
+    if (argc > 2 && std::strcmp(argv[2], "stay") == 0) {
+        pause();
+    }
+    return 0;
 }
