@@ -12,7 +12,7 @@ class HandlerFixture {
 protected:
     HandlerFixture() { home.writePort(server.port()); }
 
-    /// Starts over: a service without state, a server without script.
+    /// Creates a new service and handler, and empties the server's script.
     void renew()
     {
         server.reset();

@@ -20,21 +20,21 @@ private Q_SLOTS:
     void cleanup() { folder.reset(); }
 
     void codecIsUtf16LittleEndian();
-    void reads_data();
-    void reads();
-    void readsWhatTheCodecReads();
-    void longStringsComeThrough_data();
-    void longStringsComeThrough();
-    void readsAHundredThousandArguments();
-    void writes_data();
-    void writes();
-    void writesLists_data();
-    void writesLists();
-    void writesAHundredThousandLines();
+    void readsList_data();
+    void readsList();
+    void readsLikeCodec();
+    void keepsLongStrings_data();
+    void keepsLongStrings();
+    void readsHundredThousandStrings();
+    void writesText_data();
+    void writesText();
+    void writesList_data();
+    void writesList();
+    void writesHundredThousandStrings();
     void readsBackWhatItWrote_data();
     void readsBackWhatItWrote();
-    void replaces_data();
-    void replaces();
+    void replacesFile_data();
+    void replacesFile();
 
 private:
     QString file() const { return folder->resultsPath(); }
@@ -52,55 +52,53 @@ void tst_ArgsFile::codecIsUtf16LittleEndian()
     QCOMPARE(int(argsFileSeparator), 1);
 }
 
-void tst_ArgsFile::reads_data()
+void tst_ArgsFile::readsList_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QStringList>("strings");
     const auto row = [](const char* name, const QByteArray& hex, const QStringList& strings) {
         QTest::newRow(name) << QByteArray::fromHex(hex) << strings;
     };
-    row("an empty file is one empty string", "", {QString()});
+    row("empty file", "", {QString()});
     row("one string", "6100 6200", {QStringLiteral("ab")});
-    row("an empty string in the middle", "6100 0100 0100 6200",
+    row("empty string in the middle", "6100 0100 0100 6200",
         {QStringLiteral("a"), QString(), QStringLiteral("b")});
-    row("a separator at the end", "6100 0100", {QStringLiteral("a"), QString()});
-    row("a separator at the start", "0100 6100", {QString(), QStringLiteral("a")});
-    row("nothing but a separator", "0100", {QString(), QString()});
-    row("nothing but three separators", "0100 0100 0100",
-        {QString(), QString(), QString(), QString()});
-    row("a byte-order mark", "fffe 6100 0100 6200", {QStringLiteral("a"), QStringLiteral("b")});
-    row("nothing but a byte-order mark", "fffe", {QString()});
-    row("a byte-order mark and a separator", "fffe 0100", {QString(), QString()});
-    row("a second byte-order mark is text", "fffe fffe 6100", {textOfUnits({0xfeff, 'a'})});
-    row("a byte-order mark inside is text", "6100 fffe", {textOfUnits({'a', 0xfeff})});
-    row("a byte-order mark behind a separator is text", "0100 fffe",
-        {QString(), textOfUnits({0xfeff})});
-    row("a big-endian mark is text", "feff 0061", {textOfUnits({0xfffe, 0x6100})});
-    row("an odd last byte", "6100 62", {QStringLiteral("a")});
-    row("an odd last byte behind a separator", "6100 0100 01", {QStringLiteral("a"), QString()});
+    row("separator at the end", "6100 0100", {QStringLiteral("a"), QString()});
+    row("separator at the start", "0100 6100", {QString(), QStringLiteral("a")});
+    row("only a separator", "0100", {QString(), QString()});
+    row("only three separators", "0100 0100 0100", {QString(), QString(), QString(), QString()});
+    row("byte-order mark", "fffe 6100 0100 6200", {QStringLiteral("a"), QStringLiteral("b")});
+    row("only a byte-order mark", "fffe", {QString()});
+    row("byte-order mark and a separator", "fffe 0100", {QString(), QString()});
+    row("second byte-order mark", "fffe fffe 6100", {textOfUnits({0xfeff, 'a'})});
+    row("byte-order mark inside", "6100 fffe", {textOfUnits({'a', 0xfeff})});
+    row("byte-order mark after a separator", "0100 fffe", {QString(), textOfUnits({0xfeff})});
+    row("big-endian mark", "feff 0061", {textOfUnits({0xfffe, 0x6100})});
+    row("odd last byte", "6100 62", {QStringLiteral("a")});
+    row("odd last byte after a separator", "6100 0100 01", {QStringLiteral("a"), QString()});
     row("one byte", "61", {QString()});
     row("half a byte-order mark", "ff", {QString()});
-    row("a byte-order mark and an odd byte", "fffe 61", {QString()});
+    row("byte-order mark and an odd byte", "fffe 61", {QString()});
     row("U+0000", "6100 0000 6200", {textOfUnits({'a', 0, 'b'})});
     row("U+0000 at the end", "6100 0000", {textOfUnits({'a', 0})});
-    row("nothing but U+0000", "0000", {textOfUnits({0})});
+    row("only U+0000", "0000", {textOfUnits({0})});
     row("control characters", "0200 0900 0a00 0d00 1b00 1f00 7f00 8000",
         {textOfUnits({2, 9, 10, 13, 27, 31, 127, 128})});
-    row("lines are no strings", "6100 0d00 0a00 6200", {QStringLiteral("a\r\nb")});
-    row("astral text", "3dd8 00de", {textOfUnits({0xd83d, 0xde00})});
-    row("a pair cut by a separator", "3dd8 0100 00de",
+    row("carriage return and line feed", "6100 0d00 0a00 6200", {QStringLiteral("a\r\nb")});
+    row("surrogate pair", "3dd8 00de", {textOfUnits({0xd83d, 0xde00})});
+    row("pair cut by a separator", "3dd8 0100 00de",
         {textOfUnits({0xd83d}), textOfUnits({0xde00})});
-    row("a first surrogate alone", "3dd8", {textOfUnits({0xd83d})});
-    row("a second surrogate alone", "00de 6100", {textOfUnits({0xde00, 'a'})});
+    row("unpaired high surrogate", "3dd8", {textOfUnits({0xd83d})});
+    row("unpaired low surrogate", "00de 6100", {textOfUnits({0xde00, 'a'})});
     row("surrogates in the wrong order", "00de 3dd8", {textOfUnits({0xde00, 0xd83d})});
-    row("a pair cut by the end", "3dd8 00", {textOfUnits({0xd83d})});
+    row("pair cut by the end", "3dd8 00", {textOfUnits({0xd83d})});
     row("noncharacters", "ffff feff d0fd", {textOfUnits({0xffff, 0xfffe, 0xfdd0})});
     row("units with a byte 01", "0101 0001 0110", {textOfUnits({0x0101, 0x0100, 0x1001})});
     row("bytes 01 00 across two units", "6101 0062", {textOfUnits({0x0161, 0x6200})});
-    row("text in UTF-8 is no error", "61c3a9", {textOfUnits({0xc361})});
+    row("text in UTF-8", "61c3a9", {textOfUnits({0xc361})});
 }
 
-void tst_ArgsFile::reads()
+void tst_ArgsFile::readsList()
 {
     QFETCH(QByteArray, bytes);
     putFile(folder->argumentsPath(), bytes);
@@ -111,14 +109,14 @@ void tst_ArgsFile::reads()
     QCOMPARE(bytesOf(folder->argumentsPath()), bytes);
 }
 
-void tst_ArgsFile::readsWhatTheCodecReads()
+void tst_ArgsFile::readsLikeCodec()
 {
     QTextCodec* const codec = QTextCodec::codecForName("UTF-16LE");
     QRandomGenerator random(20260101);
     for (int round = 0; round < 500; ++round) {
         QByteArray bytes(random.bounded(40), '\0');
         for (char& byte : bytes) {
-            // Few values, so that marks, surrogates and separators meet often.
+            // Few values, so that marks, surrogates and separators are often adjacent.
             byte = "\xff\xfe\xd8\xdc\x00\x01\x61\x3d"[random.bounded(8)];
         }
         putFile(folder->argumentsPath(), bytes);
@@ -129,10 +127,10 @@ void tst_ArgsFile::readsWhatTheCodecReads()
     }
 }
 
-void tst_ArgsFile::longStringsComeThrough_data()
+void tst_ArgsFile::keepsLongStrings_data()
 {
     QTest::addColumn<int>("length");
-    // However files are read and written in pieces, their ends are likely here.
+    // The likely sizes of the pieces in which files are read and written.
     for (const int power : {4096, 65536, 262144, 524288}) {
         for (const int length : {power - 1, power, power + 1}) {
             QTest::addRow("%d units", length) << length;
@@ -140,7 +138,7 @@ void tst_ArgsFile::longStringsComeThrough_data()
     }
 }
 
-void tst_ArgsFile::longStringsComeThrough()
+void tst_ArgsFile::keepsLongStrings()
 {
     QFETCH(int, length);
     const QString longOne(length, QLatin1Char('a'));
@@ -164,7 +162,7 @@ void tst_ArgsFile::longStringsComeThrough()
     }
 }
 
-void tst_ArgsFile::readsAHundredThousandArguments()
+void tst_ArgsFile::readsHundredThousandStrings()
 {
     QStringList strings;
     for (int i = 0; i < 100000; ++i) {
@@ -178,7 +176,7 @@ void tst_ArgsFile::readsAHundredThousandArguments()
     QVERIFY(read == strings);
 }
 
-void tst_ArgsFile::writes_data()
+void tst_ArgsFile::writesText_data()
 {
     QTest::addColumn<QString>("content");
     QTest::addColumn<QByteArray>("bytes");
@@ -187,23 +185,23 @@ void tst_ArgsFile::writes_data()
     };
     row("null text", QString(), "");
     row("empty text", QStringLiteral(""), "");
-    row("ab", QStringLiteral("ab"), "61006200");
-    row("-1", QStringLiteral("-1"), "2d003100");
-    row("lines", QStringLiteral("a\nb\r\n"), "61000a0062000d000a00");
+    row("two characters", QStringLiteral("ab"), "61006200");
+    row("status of a failure", QStringLiteral("-1"), "2d003100");
+    row("two lines", QStringLiteral("a\nb\r\n"), "61000a0062000d000a00");
     row("Cyrillic", QStringLiteral("\u0416"), "1604");
-    row("astral text", textOfUnits({0xd83d, 0xde00}), "3dd800de");
+    row("surrogate pair", textOfUnits({0xd83d, 0xde00}), "3dd800de");
     row("U+0000", textOfUnits({'a', 0, 'b'}), "610000006200");
     row("U+0000 at the end", textOfUnits({'a', 0}), "61000000");
-    row("a separator", textOfUnits({1}), "0100");
-    row("a byte-order mark", textOfUnits({0xfeff}), "fffe");
-    row("a byte-order mark before text", textOfUnits({0xfeff, 'a'}), "fffe6100");
-    row("a first surrogate alone", textOfUnits({0xd83d}), "3dd8");
-    row("a second surrogate alone", textOfUnits({0xde00}), "00de");
+    row("separator", textOfUnits({1}), "0100");
+    row("byte-order mark", textOfUnits({0xfeff}), "fffe");
+    row("byte-order mark before text", textOfUnits({0xfeff, 'a'}), "fffe6100");
+    row("unpaired high surrogate", textOfUnits({0xd83d}), "3dd8");
+    row("unpaired low surrogate", textOfUnits({0xde00}), "00de");
     row("surrogates in the wrong order", textOfUnits({0xde00, 0xd83d}), "00de3dd8");
     row("noncharacters", textOfUnits({0xffff, 0xfffe}), "fffffeff");
 }
 
-void tst_ArgsFile::writes()
+void tst_ArgsFile::writesText()
 {
     QFETCH(QString, content);
     QFETCH(QByteArray, bytes);
@@ -214,24 +212,24 @@ void tst_ArgsFile::writes()
     QCOMPARE(folder->names(), QStringList{QStringLiteral("mac-word-plugin-results.txt")});
 }
 
-void tst_ArgsFile::writesLists_data()
+void tst_ArgsFile::writesList_data()
 {
     QTest::addColumn<QStringList>("lines");
     QTest::addColumn<QByteArray>("bytes");
     const QString x = QStringLiteral("x");
     const QString none;
-    QTest::newRow("an empty list") << QStringList() << QByteArray();
+    QTest::newRow("empty list") << QStringList() << QByteArray();
     QTest::newRow("one empty string") << QStringList{none} << QByteArray();
     QTest::newRow("two empty strings") << QStringList{none, none} << QByteArray("\1\0", 2);
     QTest::newRow("one string") << QStringList{x} << QByteArray("x\0", 2);
-    QTest::newRow("an empty string last") << QStringList{x, none} << QByteArray("x\0\1\0", 4);
-    QTest::newRow("an empty string first") << QStringList{none, x} << QByteArray("\1\0x\0", 4);
+    QTest::newRow("empty string last") << QStringList{x, none} << QByteArray("x\0\1\0", 4);
+    QTest::newRow("empty string first") << QStringList{none, x} << QByteArray("\1\0x\0", 4);
     QTest::newRow("three strings") << QStringList{x, none, x} << QByteArray("x\0\1\0\1\0x\0", 8);
-    QTest::newRow("a separator in a string")
+    QTest::newRow("separator in a string")
         << QStringList{x + separator, x} << QByteArray("x\0\1\0\1\0x\0", 8);
 }
 
-void tst_ArgsFile::writesLists()
+void tst_ArgsFile::writesList()
 {
     QFETCH(QStringList, lines);
     QFETCH(QByteArray, bytes);
@@ -242,7 +240,7 @@ void tst_ArgsFile::writesLists()
     QCOMPARE(folder->names(), QStringList{QStringLiteral("mac-word-plugin-results.txt")});
 }
 
-void tst_ArgsFile::writesAHundredThousandLines()
+void tst_ArgsFile::writesHundredThousandStrings()
 {
     QStringList lines;
     for (int i = 0; i < 100000; ++i) {
@@ -262,13 +260,13 @@ void tst_ArgsFile::readsBackWhatItWrote_data()
     const auto same = [](const char* name, const QStringList& lines) {
         QTest::newRow(name) << lines << lines;
     };
-    QTest::newRow("an empty list") << QStringList() << QStringList{QString()};
+    QTest::newRow("empty list") << QStringList() << QStringList{QString()};
     same("one empty string", {QString()});
     same("empty strings", {QString(), QString(), QString()});
     same("text", {QStringLiteral("a"), QStringLiteral("\u0416\u6f22"), QString()});
     same("half an emoji each", {textOfUnits({0xd83d}), textOfUnits({0xde00})});
     same("U+0000 and other controls", {textOfUnits({0}), textOfUnits({2, 0, 10})});
-    same("a byte-order mark behind the start", {QStringLiteral("a"), textOfUnits({0xfeff})});
+    same("byte-order mark in the second string", {QStringLiteral("a"), textOfUnits({0xfeff})});
 }
 
 void tst_ArgsFile::readsBackWhatItWrote()
@@ -282,17 +280,17 @@ void tst_ArgsFile::readsBackWhatItWrote()
     QVERIFY(read);
 }
 
-void tst_ArgsFile::replaces_data()
+void tst_ArgsFile::replacesFile_data()
 {
     QTest::addColumn<QByteArray>("oldBytes");
     QTest::addColumn<QByteArray>("oldSideBytes");
-    QTest::newRow("a longer file") << QByteArray(5000, 'o') << QByteArray();
-    QTest::newRow("a shorter file") << QByteArray("o") << QByteArray();
-    QTest::newRow("a longer side file") << QByteArray("o") << QByteArray(5000, 's');
-    QTest::newRow("a shorter side file") << QByteArray("o") << QByteArray("s");
+    QTest::newRow("longer file") << QByteArray(5000, 'o') << QByteArray();
+    QTest::newRow("shorter file") << QByteArray("o") << QByteArray();
+    QTest::newRow("longer side file") << QByteArray("o") << QByteArray(5000, 's');
+    QTest::newRow("shorter side file") << QByteArray("o") << QByteArray("s");
 }
 
-void tst_ArgsFile::replaces()
+void tst_ArgsFile::replacesFile()
 {
     QFETCH(QByteArray, oldBytes);
     QFETCH(QByteArray, oldSideBytes);

@@ -3,17 +3,21 @@
 #include "tests/support/ExchangeFolder.h"
 
 #include <QFile>
+#include <QTextCodec>
 #include <QtTest>
 
 #include <algorithm>
+#include <csignal>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 
-/// Where the stream leads: "null" for the null device, "closed", else "other".
+/// Returns "null" for a stream that is open on the null device for reading and writing, "closed"
+/// for a closed one, and otherwise "other".
 QByteArray target(int stream)
 {
     struct stat found;
@@ -21,7 +25,8 @@ QByteArray target(int stream)
     if (fstat(stream, &found) != 0) {
         return "closed";
     }
-    return stat("/dev/null", &null) == 0 && found.st_rdev == null.st_rdev && S_ISCHR(found.st_mode)
+    return stat("/dev/null", &null) == 0 && S_ISCHR(found.st_mode) && found.st_rdev == null.st_rdev
+            && (fcntl(stream, F_GETFL) & O_ACCMODE) == O_RDWR
         ? "null"
         : "other";
 }
@@ -32,17 +37,21 @@ class tst_ProcessSetup : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void opensWhatIsClosed_data();
-    void opensWhatIsClosed();
-    void printsALine_data();
-    void printsALine();
-    void printsIntoNothing_data();
-    void printsIntoNothing();
-    void livesPastAFileSizeLimit();
-    void logsOnlyTheMessagesOfItsThread();
+    void opensClosedStreamsOnNullDevice_data();
+    void opensClosedStreamsOnNullDevice();
+    void printsLine_data();
+    void printsLine();
+    void survivesOutputWithoutReader_data();
+    void survivesOutputWithoutReader();
+    void survivesFileSizeLimit();
+    void dropsMessagesOfOtherThreads();
+    void logsFatalMessagesOfOtherThreads();
+    void restoresLocaleVariable_data();
+    void restoresLocaleVariable();
+    void makesFileNamesUtf8();
 };
 
-void tst_ProcessSetup::opensWhatIsClosed_data()
+void tst_ProcessSetup::opensClosedStreamsOnNullDevice_data()
 {
     QTest::addColumn<QVector<int>>("closedStreams");
     QTest::newRow("none") << QVector<int>();
@@ -54,7 +63,7 @@ void tst_ProcessSetup::opensWhatIsClosed_data()
     QTest::newRow("all") << QVector<int>{0, 1, 2};
 }
 
-void tst_ProcessSetup::opensWhatIsClosed()
+void tst_ProcessSetup::opensClosedStreamsOnNullDevice()
 {
     QFETCH(QVector<int>, closedStreams);
     const QTemporaryDir folder;
@@ -75,17 +84,17 @@ void tst_ProcessSetup::opensWhatIsClosed()
     QCOMPARE(answer, expected.join(' '));
 }
 
-void tst_ProcessSetup::printsALine_data()
+void tst_ProcessSetup::printsLine_data()
 {
     QTest::addColumn<QByteArray>("text");
-    QTest::newRow("a number") << QByteArray("1234");
-    QTest::newRow("nothing") << QByteArray("");
+    QTest::newRow("number") << QByteArray("1234");
+    QTest::newRow("empty text") << QByteArray("");
     QTest::newRow("percent signs") << QByteArray("%s %n %");
-    QTest::newRow("a newline of its own") << QByteArray("a\nb");
-    QTest::newRow("much") << QByteArray(100000, 'm');
+    QTest::newRow("newline inside") << QByteArray("a\nb");
+    QTest::newRow("100,000 characters") << QByteArray(100000, 'm');
 }
 
-void tst_ProcessSetup::printsALine()
+void tst_ProcessSetup::printsLine()
 {
     QFETCH(QByteArray, text);
     const QTemporaryDir folder;
@@ -100,14 +109,14 @@ void tst_ProcessSetup::printsALine()
     QCOMPARE(answer, text + '\n');
 }
 
-void tst_ProcessSetup::printsIntoNothing_data()
+void tst_ProcessSetup::survivesOutputWithoutReader_data()
 {
     QTest::addColumn<bool>("closed");
-    QTest::newRow("a pipe without a reader") << false;
-    QTest::newRow("a closed output") << true;
+    QTest::newRow("pipe without a reader") << false;
+    QTest::newRow("closed output") << true;
 }
 
-void tst_ProcessSetup::printsIntoNothing()
+void tst_ProcessSetup::survivesOutputWithoutReader()
 {
     QFETCH(bool, closed);
     const QByteArray answer = inChildProcess([closed]() -> QByteArray {
@@ -128,7 +137,7 @@ void tst_ProcessSetup::printsIntoNothing()
     QCOMPARE(answer, QByteArray("alive"));
 }
 
-void tst_ProcessSetup::livesPastAFileSizeLimit()
+void tst_ProcessSetup::survivesFileSizeLimit()
 {
     const QTemporaryDir folder;
     const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("file")));
@@ -145,7 +154,7 @@ void tst_ProcessSetup::livesPastAFileSizeLimit()
     QCOMPARE(answer, QByteArray("4 -1"));
 }
 
-void tst_ProcessSetup::logsOnlyTheMessagesOfItsThread()
+void tst_ProcessSetup::dropsMessagesOfOtherThreads()
 {
     const QByteArray answer = inChildProcess([] {
         startProcessSetup();
@@ -155,6 +164,61 @@ void tst_ProcessSetup::logsOnlyTheMessagesOfItsThread()
         return QByteArray("done");
     });
     QCOMPARE(answer, QByteArray("done|first|last"));
+}
+
+void tst_ProcessSetup::logsFatalMessagesOfOtherThreads()
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("errors"));
+    putFile(path, QByteArray());
+    const QByteArray answer = inChildProcess([&path]() -> QByteArray {
+        const rlimit noCoreFile{0, 0};
+        setrlimit(RLIMIT_CORE, &noCoreFile);
+        dup2(open(QFile::encodeName(path).constData(), O_WRONLY), STDERR_FILENO);
+        qInstallMessageHandler(nullptr);
+        startProcessSetup();
+        std::thread([] { qFatal("fatal in another thread"); }).join();
+        return "alive";
+    });
+    QCOMPARE(bytesOf(path), QByteArray("fatal in another thread\n"));
+    QCOMPARE(answer, "the child ended with " + QByteArray::number(SIGABRT));
+}
+
+void tst_ProcessSetup::restoresLocaleVariable_data()
+{
+    QTest::addColumn<QByteArray>("former"); // null if the variable is unset
+    QTest::addColumn<QByteArray>("states");
+    QTest::newRow("unset") << QByteArray() << QByteArray("C, unset");
+    QTest::newRow("empty") << QByteArray("") << QByteArray("C, ");
+    QTest::newRow("value") << QByteArray("xx_XX.UTF-8") << QByteArray("C, xx_XX.UTF-8");
+}
+
+void tst_ProcessSetup::restoresLocaleVariable()
+{
+    QFETCH(QByteArray, former);
+    const QByteArray answer = inChildProcess([&former] {
+        if (former.isNull()) {
+            unsetenv("LC_ALL");
+        } else {
+            setenv("LC_ALL", former.constData(), 1);
+        }
+        const QByteArray kept = startProcessSetup();
+        const QByteArray during = getenv("LC_ALL");
+        finishProcessSetup(kept);
+        const char* const after = getenv("LC_ALL");
+        return during + ", " + (after == nullptr ? "unset" : after);
+    });
+    QTEST(answer, "states");
+}
+
+void tst_ProcessSetup::makesFileNamesUtf8()
+{
+    const QByteArray answer = inChildProcess([] {
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+        finishProcessSetup(startProcessSetup());
+        return QFile::encodeName(QStringLiteral("\u0416"));
+    });
+    QCOMPARE(answer, QByteArray("\xd0\x96"));
 }
 
 QTEST_GUILESS_MAIN(tst_ProcessSetup)
