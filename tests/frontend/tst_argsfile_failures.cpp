@@ -28,6 +28,17 @@ QByteArray outcome(int count, bool success)
     return QByteArray::number(count) + (success ? " true" : " false");
 }
 
+/// Reads a file that cannot be read. The test fails without the warning.
+QByteArray failedReadOutcome(const QString& path)
+{
+    const QString escaped = QString(path).replace(QLatin1Char('"'), QStringLiteral("\\\""));
+    QTest::ignoreMessage(
+        QtWarningMsg, qUtf8Printable(quotedWarning("Unable to open args file", escaped)));
+    bool success = true;
+    const QStringList strings = readArgsFile(path, &success);
+    return outcome(strings.size(), success);
+}
+
 QByteArray writeOutcome(const QString& path, const QString& content)
 {
     bool success = false;
@@ -104,12 +115,7 @@ void tst_ArgsFileFailures::reportsUnreadableFile()
     putFile(folder->path() + QStringLiteral("/file"), "x");
     QVERIFY(QFile::link(QStringLiteral("/nonexistent"), folder->path() + QStringLiteral("/link")));
     const QString path = name.isEmpty() ? folder->path() : folder->path() + QLatin1Char('/') + name;
-    const QString escaped = QString(path).replace(QLatin1Char('"'), QStringLiteral("\\\""));
-    QTest::ignoreMessage(
-        QtWarningMsg, qUtf8Printable(quotedWarning("Unable to open args file", escaped)));
-    bool success = true;
-    QCOMPARE(readArgsFile(path, &success), QStringList());
-    QVERIFY(!success);
+    QCOMPARE(failedReadOutcome(path), QByteArray("0 false"));
 }
 
 void tst_ArgsFileFailures::reportsForbiddenFile()
@@ -151,32 +157,20 @@ void tst_ArgsFileFailures::rejectsFileAboveLimit()
     QVERIFY(large.open(QIODevice::WriteOnly));
     QVERIFY(large.resize(512 * 1024 * 1024 + 1));
     large.close();
-    QTest::ignoreMessage(
-        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
-    bool success = true;
-    QCOMPARE(readArgsFile(file(), &success), QStringList());
-    QVERIFY(!success);
+    QCOMPARE(failedReadOutcome(file()), QByteArray("0 false"));
 }
 
 void tst_ArgsFileFailures::rejectsPartialRead()
 {
     // A regular file that can be opened but not read.
     QVERIFY(QFile::link(QStringLiteral("/proc/self/mem"), file()));
-    QTest::ignoreMessage(
-        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
-    bool success = true;
-    QCOMPARE(readArgsFile(file(), &success), QStringList());
-    QVERIFY(!success);
+    QCOMPARE(failedReadOutcome(file()), QByteArray("0 false"));
 }
 
 void tst_ArgsFileFailures::rejectsNamedPipe()
 {
     QCOMPARE(mkfifo(QFile::encodeName(file()).constData(), 0600), 0);
-    QTest::ignoreMessage(
-        QtWarningMsg, qPrintable(QStringLiteral("Unable to open args file \"%1\"").arg(file())));
-    bool success = true;
-    QCOMPARE(readArgsFile(file(), &success), QStringList());
-    QVERIFY(!success);
+    QCOMPARE(failedReadOutcome(file()), QByteArray("0 false"));
 }
 
 void tst_ArgsFileFailures::replacesReadOnlyFile()
@@ -314,8 +308,7 @@ void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit_data()
     QTest::newRow("limit of no byte") << 0 << 1;
     QTest::newRow("limit of half a code unit") << 1 << 1;
     QTest::newRow("one code unit too many") << 4096 << 2049;
-    QTest::newRow("a million code units too many") << 4096 << 1000000;
-    QTest::newRow("two whole pieces") << 4096 << 524288;
+    QTest::newRow("two whole pieces of code units") << 4096 << 524288;
     QTest::newRow("one code unit of a million too many") << 1999998 << 1000000;
     QTest::newRow("limit in mid code unit of a later piece") << 1100001 << 1000000;
 }

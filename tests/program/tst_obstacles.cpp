@@ -20,6 +20,7 @@ private Q_SLOTS:
     void keepsFolderInPlaceOfFile();
     void keepsOldFilesAtFileSizeLimit_data();
     void keepsOldFilesAtFileSizeLimit();
+    void survivesFullDisk_data();
     void survivesFullDisk();
 
 private:
@@ -128,13 +129,26 @@ void tst_Obstacles::keepsOldFilesAtFileSizeLimit()
     QTEST(bytesOf(output), "output");
 }
 
+void tst_Obstacles::survivesFullDisk_data()
+{
+    QTest::addColumn<int>("pages"); // each file takes one
+    QTest::addColumn<QByteArray>("left");
+    const QByteArray ready = "mac-word-plugin-result-ready.txt";
+    const QByteArray resultsAndOutput = "mac-word-plugin-results.txt 10\nout 0\n";
+    QTest::newRow("no room for the output") << 2 << ready + " 4\n" + resultsAndOutput;
+    QTest::newRow("no room for the ready file and the output")
+        << 1 << ready + ".temp 0\n" + resultsAndOutput;
+}
+
 void tst_Obstacles::survivesFullDisk()
 {
+    QFETCH(int, pages);
+    QFETCH(QByteArray, left);
     constexpr int noDisk = 77;
     const ExchangeFolder folder;
-    // Room for the results, and none for the ready file and the output.
-    BridgeStart onSmallDisk = BridgeStart::prepared([&folder] {
-        if (!mountSmallDisk(QFile::encodeName(folder.path()), int(sysconf(_SC_PAGESIZE)))) {
+    const int size = pages * int(sysconf(_SC_PAGESIZE));
+    BridgeStart onSmallDisk = BridgeStart::prepared([&folder, size] {
+        if (!mountSmallDisk(QFile::encodeName(folder.path()), size)) {
             _exit(noDisk);
         }
         folder.putArguments({});
@@ -150,11 +164,7 @@ void tst_Obstacles::survivesFullDisk()
         QSKIP("This user may not mount a disk.");
     }
     QCOMPARE(run.errors, QByteArray());
-    QCOMPARE(run.output,
-        QByteArray("mac-word-plugin-args.txt 0\n"
-                   "mac-word-plugin-result-ready.txt.temp 0\n"
-                   "mac-word-plugin-results.txt 10\n"
-                   "out 0\n"));
+    QCOMPARE(run.output, "mac-word-plugin-args.txt 0\n" + left);
     QCOMPARE(run.exitStatus, 0);
 }
 

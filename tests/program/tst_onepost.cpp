@@ -75,12 +75,18 @@ void tst_OnePost::sendsEachCommandOnce_data()
 {
     QTest::addColumn<Command>("command");
     QTest::addColumn<MisbehaviourCase>("row");
+    // All commands use one transport, so one of them meets every case.
+    const QByteArray commandOfAllCases = "checkManualFormatAndGetFieldCode";
+    const QByteArrayList representativeCases{"closed after the request", "reset in mid body",
+        "closed in mid body", "503 Retry-After: 0"};
     const QList<MisbehaviourCase> cases = misbehaviourCases();
     const QList<Command> all = commands();
     for (const Command& command : all) {
         for (const MisbehaviourCase& row : cases) {
-            QTest::newRow((QByteArray(command.name) + ", " + row.name).constData())
-                << command << row;
+            if (command.name == commandOfAllCases || representativeCases.contains(row.name)) {
+                QTest::newRow((QByteArray(command.name) + ", " + row.name).constData())
+                    << command << row;
+            }
         }
     }
 }
