@@ -84,6 +84,7 @@ void tst_ThreadStarts::bridgeAnswersWithinFiveSeconds()
 {
     QFETCH(Command, command);
     int threadStart = 0;
+    int failedRequests = 0;
     for (bool failed = true; failed;) {
         server.reset();
         server.expect(command.method, command.path, ScriptedReply::json(command.reply));
@@ -93,14 +94,15 @@ void tst_ThreadStarts::bridgeAnswersWithinFiveSeconds()
         QCOMPARE(problem(run, folder), QByteArray());
         failed = hasFailed();
         if (failed && folder.results() == utf16le(command.failure)) {
+            ++failedRequests;
             QCOMPARE(server.connectionCount(), 0);
         } else {
             QCOMPARE(folder.results(), utf16le(command.success));
             QCOMPARE(server.problem(), QString());
         }
     }
-    // At least one thread was started, and its failure was a failed request.
-    QVERIFY(threadStart > 1);
+    // A request works without some of Qt's threads, but not without all of them.
+    QVERIFY(failedRequests > 0);
 }
 
 void tst_ThreadStarts::nextRequestWorks_data()
@@ -145,8 +147,8 @@ void tst_ThreadStarts::launchKeepsAsking()
     if (RecordingApplication::isRealOneInstalled()) {
         QSKIP("The application is installed on this machine and would be started.");
     }
-    // Without a failure the application runs already. Otherwise the first question is lost, the
-    // application is started, and the second question reaches it.
+    // If the first request succeeds, the application is already running. Otherwise the program
+    // starts the application, and its second request reaches the server.
     const RecordingApplication application(home);
     int threadStart = 0;
     for (bool failed = true; failed;) {
