@@ -33,7 +33,6 @@ private Q_SLOTS:
     void ignoresTimeout();
     void letsTwoClientsWaitAtOnce();
     void reportsErrorOfLastRequest();
-    void failsIfThreadDoesNotStart();
     void transfersLargeBodies();
 };
 
@@ -55,24 +54,6 @@ public:
 
 private:
     int* count;
-};
-
-/// Drops the queued start of the next POST and reports it, as if its thread could not be started.
-class FailedThreadStart : public QObject {
-public:
-    FailedThreadStart() { QCoreApplication::instance()->installEventFilter(this); }
-
-    bool eventFilter(QObject*, QEvent* event) override
-    {
-        if (dropped || event->type() != QEvent::MetaCall) {
-            return false;
-        }
-        dropped = true;
-        QtNetworkClient::countFailedThreadStart();
-        return true;
-    }
-
-    bool dropped = false;
 };
 
 } // namespace
@@ -333,21 +314,6 @@ void tst_QtNetworkClient::reportsErrorOfLastRequest()
     QCOMPARE(client->lastError(), text("Connection refused"));
     client->connect(text("127.0.0.1"), server->port());
     QCOMPARE(client->lastError(), text("Connection refused"));
-}
-
-void tst_QtNetworkClient::failsIfThreadDoesNotStart()
-{
-    FailedThreadStart failure;
-    const NetworkResponse response = client->post(text("/never/sent"), "{}");
-    QVERIFY(failure.dropped);
-    QCOMPARE(response.status, 0);
-    QCOMPARE(response.body, QByteArray());
-    QCOMPARE(client->lastError(), text("Unable to start the network thread"));
-    QCOMPARE(server->connectionCount(), 0);
-
-    server->expect("POST", "/a", ScriptedReply::json("{}"));
-    QCOMPARE(client->post(text("/a"), "{}").status, 200);
-    QCOMPARE(client->lastError(), text("Unknown error"));
 }
 
 void tst_QtNetworkClient::transfersLargeBodies()
