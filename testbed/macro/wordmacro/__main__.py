@@ -5,6 +5,7 @@ import os
 import re
 import signal
 import sys
+import traceback
 from pathlib import Path
 
 from . import commands, console, exchange
@@ -33,6 +34,15 @@ def main(arguments=None):
     except Failure as failure:
         console.tell(f"macro: {failure}")
         return 1
+    except Exception as error:  # a mistake in this program: a sentence in place of a traceback
+        console.tell(f"macro: {_described(error)} Nothing was written.")
+        return 1
+
+
+def _described(error):
+    *_, place = traceback.extract_tb(error.__traceback__)
+    where = f"{os.path.basename(place.filename)}, line {place.lineno}"
+    return f"An error in this program stopped it: {type(error).__name__} in {where}."
 
 
 def _stop_on_signals():

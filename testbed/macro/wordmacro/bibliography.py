@@ -39,7 +39,8 @@ def fill(field, entries):
     problem = next((found for found in map(_problem, copies) if found), "")
     if not problem:
         for copy_of_it in copies:
-            _fill(copy_of_it, [runs.shown(pieces) for pieces in entries])
+            marks = copy_of_it.marks
+            _fill(copy_of_it, [runs.over(marks, runs.shown(pieces)) for pieces in entries])
     return problem
 
 
@@ -48,10 +49,9 @@ def _problem(field):
 
 
 def _fill(field, entries):
-    if field.simple is not None:
-        _make_complex(field)
+    rewrite.make_complex(field)
     paragraphs = _paragraphs(field)
-    if _entries_now(field, paragraphs) == [runs.over(field.marks, entry) for entry in entries]:
+    if _entries_now(field, paragraphs) == entries:
         return
     look = field.look
     start = rewrite.opened(field)
@@ -135,10 +135,3 @@ def _paragraph_like(first):
         new.append(copied)
     return new
 
-
-def _make_complex(field):
-    new = rewrite.new_field(field.code, list(field.simple))
-    rewrite.insert_after(field.simple, new)
-    field.simple.getparent().remove(field.simple)
-    field.begin, field.separate, field.end = (new[i][-1] for i in (0, 2, -1))
-    field.codes, field.simple = [new[1][-1]], None

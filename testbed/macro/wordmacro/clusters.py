@@ -59,9 +59,11 @@ def shows(field, markup):
 
 
 def is_edited(field):
-    """Whether the document shows another text than the recorded one."""
+    """Whether the document shows another text than the recorded one. A field without text shows
+    nothing that a refresh could lose."""
     recorded = recorded_text(field.code)
-    return recorded is not None and not shows(field, recorded)
+    has_text = runs.plain(field.pieces()).strip() != ""
+    return recorded is not None and has_text and not shows(field, recorded)
 
 
 def current_text(field):
@@ -71,3 +73,10 @@ def current_text(field):
     if recorded is not None and (field.problem or shows(field, recorded)):
         return recorded
     return runs.markup_of_pieces(runs.without(field.marks, field.pieces()))
+
+
+def marks_of_simple(field):
+    """The marks that all of a simple field's text has and the recorded text has not: those of the
+    field as a whole, which a simple field has no other place for."""
+    recorded = runs.pieces_of_markup(recorded_text(field.code) or "")
+    return runs.common_marks(field.pieces()) - runs.common_marks(recorded)

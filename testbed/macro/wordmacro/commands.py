@@ -164,7 +164,8 @@ def _check_batch(document, citations, batch, choices):
             raise Failure(f"The text in the answer for {name}, is empty. {UNCHANGED}")
         if not choices.discard_edits and _would_lose_edit(field, text):
             raise Failure(
-                f"The answer would replace the text edited by hand of {name}. {UNCHANGED} "
+                f"The answer would replace the text edited by hand of {document.named(field)}. "
+                f"{UNCHANGED} "
                 "With --discard-edits it is replaced."
             )
 

@@ -2,7 +2,7 @@
 
 from lxml import etree
 
-from . import bibliography, fields, rewrite, runs
+from . import bibliography, clusters, fields, rewrite, runs
 from .console import tell
 from .failure import Failure
 from .package import W, Package
@@ -29,6 +29,8 @@ class Document:
         found = fields.find(self.package)
         self.every_field, self.bibliographies = found.every, found.bibliographies
         self.all_citations = found.citations
+        for field in (f for top in found.every for f in (top, *top.twins) if f.simple is not None):
+            field.simple_marks = clusters.marks_of_simple(field)
         self.citations = [f for f in found.citations if not f.problem]
         self.left = [f for f in found.citations if f.problem]
 
@@ -80,7 +82,7 @@ class Document:
             end
             for tree in self.package.trees.values()
             for start in tree.iter(W + "bookmarkStart")
-            if start.get(W + "name") == name and (end := _end_of(start, tree)) is not None
+            if start.get(W + "name") == name and (end := _end_of(start)) is not None
         ]
         if not ends:
             raise Failure(f'{self.path} has no bookmark "{name}" that ends inside a paragraph.')
@@ -120,9 +122,10 @@ class Document:
         return whitespace
 
 
-def _end_of(start, tree):
-    ends = (e for e in tree.iter(W + "bookmarkEnd") if e.get(W + "id") == start.get(W + "id"))
-    end = next(ends, None)
+def _end_of(start):
+    """The end of a bookmark, if it is inside a paragraph. The copies of a text box may use one id."""
+    ends = start.xpath("following::w:bookmarkEnd", namespaces={"w": W[1:-1]})
+    end = next((end for end in ends if end.get(W + "id") == start.get(W + "id")), None)
     return end if end is not None and end.getparent().tag == W + "p" else None
 
 

@@ -41,6 +41,7 @@ class Field:
     problem: str = ""  # why the field cannot be written safely; empty if it can
     outer: object = None
     twins: list = field(default_factory=list)  # the same field in the other copies of a text box
+    simple_marks: frozenset = frozenset()  # the marks of a simple field as a whole
 
     @property
     def code(self):
@@ -55,7 +56,8 @@ class Field:
 
     @property
     def marks(self):
-        return runs.marks_of_properties(self.whole)
+        """The marks of the field as a whole, to which those of the markup are added."""
+        return runs.marks_of_properties(self.whole) if self.simple is None else self.simple_marks
 
     @property
     def look(self):

@@ -31,7 +31,7 @@ IS_STRICT = (
 NOT_XML = "{} is damaged: its part {} is not well-formed XML."
 TOO_LONG = (
     "{} cannot be read: its part {} holds a text of more than 10,000,000 bytes, such as a field "
-    "code. The XML parser reads none that is longer."
+    "code, or more than 256 nested elements. The XML parser does not read that."
 )
 CANNOT_WRITE = "{} cannot be written: {}."
 ZIP_ERRORS = (
@@ -175,13 +175,13 @@ def _target(folder, target):
 
 def _bytes(root):
     tree = root.getroottree()
-    return etree.tostring(
-        tree, encoding="UTF-8", xml_declaration=True, standalone=tree.docinfo.standalone
-    )
+    # False would be written out where the part says nothing.
+    standalone = tree.docinfo.standalone or None
+    return etree.tostring(tree, encoding="UTF-8", xml_declaration=True, standalone=standalone)
 
 
 def _is_too_long(error):
-    return any(words in str(error) for words in ("Huge", "huge", "too long", "Resource limit"))
+    return any(words in str(error) for words in ("huge", "HUGE", "too long", "Resource limit"))
 
 
 def _mode(path):

@@ -30,8 +30,11 @@ def set_code(field, code):
 
 def set_pieces(field, pieces):
     """Replaces a field's text, unless the document shows exactly this text already."""
-    pieces = runs.shown(pieces)
-    if runs.over(field.marks, pieces) == field.pieces():
+    if field.marks:
+        make_complex(field)
+    # Pieces that look alike in this field are one run, whatever their markup was.
+    pieces = runs.over(field.marks, runs.shown(pieces))
+    if pieces == field.pieces():
         return
     new = runs.runs_of_pieces(pieces, field.look)
     if field.simple is None:
@@ -129,6 +132,21 @@ def new_field(code, texts=()):
     instruction.set(runs.XML_SPACE, "preserve")
     opening = [_character("begin"), instruction, _character("separate")]
     return [*map(_in_run, opening), *texts, _in_run(_character("end"))]
+
+
+def make_complex(field):
+    """Turns a simple field into a complex one, whose first run can hold the marks of the field as a
+    whole."""
+    if field.simple is None:
+        return
+    new = new_field(field.code, list(field.simple))
+    for run in (new[0], new[1], new[2], new[-1]):
+        properties = runs.marked(None, field.simple_marks)
+        run[:0] = [] if properties is None else [properties]
+    insert_after(field.simple, new)
+    field.simple.getparent().remove(field.simple)
+    field.begin, field.separate, field.end = (new[i][-1] for i in (0, 2, -1))
+    field.codes, field.simple = [new[1][-1]], None
 
 
 def _character(kind):

@@ -102,6 +102,12 @@ def without(field_marks, pieces):
     return joined([(text, marks - field_marks) for text, marks in pieces])
 
 
+def common_marks(pieces):
+    """The marks that all of a text has."""
+    sets = [marks for text, marks in pieces if text.strip()]
+    return frozenset.intersection(*sets) if sets else frozenset()
+
+
 def shown(pieces):
     """The pieces as a document shows them: without what runs cannot hold."""
     return joined([(_shown_text(text), marks) for text, marks in pieces])
