@@ -9,6 +9,7 @@ import unittest
 import warnings
 import zipfile
 
+import reader
 from support import APA, MACRO, STYLE_URL, EndToEnd, make, rewrite
 
 DAMAGED = "is damaged"
@@ -90,6 +91,55 @@ def third_code(change):
     return main_part(apply)
 
 
+def strict(xml):
+    """The namespaces of the Strict variant of the format."""
+    new = "http://purl.oclc.org/ooxml/"
+    return xml.replace("http://schemas.openxmlformats.org/wordprocessingml/2006/", new + "w/").replace(
+        "http://schemas.openxmlformats.org/officeDocument/2006/", new + "officeDocument/"
+    )
+
+
+def damaged_lzma(path):
+    """The main part compressed with LZMA, and bytes in its middle changed."""
+    with zipfile.ZipFile(path) as source:
+        parts = {name: source.read(name) for name in source.namelist()}
+    with zipfile.ZipFile(path, "w", zipfile.ZIP_LZMA) as target:
+        for name, data in parts.items():
+            target.writestr(name, data)
+        info = target.getinfo(MAIN)
+    data = bytearray(path.read_bytes())
+    middle = info.header_offset + 30 + len(MAIN) + info.compress_size // 2
+    data[middle : middle + 40] = b"\xff" * 40
+    path.write_bytes(data)
+
+
+def wrong_name(path):
+    """A part whose name is flagged as UTF-8 and holds a byte that cannot occur in it."""
+    with zipfile.ZipFile(path, "a") as target:
+        target.writestr("word/é.xml", "<x/>")
+    path.write_bytes(path.read_bytes().replace("é".encode(), b"\xff\xff"))
+
+
+def twice_in_other_letters(path):
+    with zipfile.ZipFile(path, "a") as target:
+        target.writestr(MAIN.upper(), "<again/>")
+
+
+SIGNATURE = "http://schemas.openxmlformats.org/package/2006/relationships/digital-signature/origin"
+
+
+def signed(path):
+    """The parts of a digital signature, and what refers to them."""
+    link = f'<Relationship Id="s" Type="{SIGNATURE}" Target="_xmlsignatures/origin.sigs"/>'
+    end = "</Relationships>"
+    rewrite(path, lambda xml: xml.replace(end, link + end), "_rels/.rels")
+    kind = '<Override PartName="/_xmlsignatures/sig1.xml" ContentType="application/xml"/>'
+    rewrite(path, lambda xml: xml.replace("</Types>", kind + "</Types>"), "[Content_Types].xml")
+    with zipfile.ZipFile(path, "a") as target:
+        target.writestr("_xmlsignatures/origin.sigs", "")
+        target.writestr("_xmlsignatures/sig1.xml", "<Signature/>")
+
+
 CHARACTER = r'<w:r><w:fldChar w:fldCharType="{}"/></w:r>'
 BEGIN, SEPARATE, END = map(CHARACTER.format, ("begin", "separate", "end"))
 DOCTYPE = '<!DOCTYPE w:document [<!ENTITY who "someone">]>'
@@ -133,6 +183,19 @@ DOCUMENTS = {
     "a field code of a list": (third_code(lambda code: code[:19] + "[1]"), CITATION),
     "a field code without works": (third_code(lambda code: code[:19] + "{}"), CITATION),
     "a field code of nested brackets": (third_code(lambda code: code[:19] + "[" * 9000), CITATION),
+    "a field code with a number beyond a double": (
+        third_code(lambda code: code.replace('"noteIndex": 0', '"noteIndex": 1e400')),
+        "in the body, holds the number 1e400, which exceeds the range of a double"),
+    "a field code beyond the parser's limit": (
+        third_code(lambda code: code.replace('"noteIndex"', f'"&amp;{"x" * 10_000_000}"')),
+        "holds a text of more than 10,000,000 bytes"),
+    "Strict Open XML by its relationships": (
+        lambda path: rewrite(path, strict, "_rels/.rels"), "is in the format Strict Open XML"),
+    "Strict Open XML by its main part": (main_part(strict), "is in the format Strict Open XML"),
+    "a damaged part compressed with LZMA": (damaged_lzma, DAMAGED),
+    "a part name that is not the UTF-8 that it claims": (wrong_name, DAMAGED),
+    "a part twice in different letters": (twice_in_other_letters, "holds the same part twice"),
+    "a digital signature": (signed, "has a digital signature"),
     "a work without a type": (third_code(lambda code: code.replace('"type"', '"kind"')), CITATION),
 }
 
@@ -140,7 +203,29 @@ STYLES = ("", "apa", STYLE_URL + "no-such-style", "../../etc/passwd", "http://ex
 
 NULL = {"citationStyleUrl": APA, "bibliography": "b",
         "citationClusters": [{"formattedText": str(n)} for n in range(12)]}
+
+
+def answer(text="(x)", style=APA, bibliography="b", cluster='{"citationItems":[{"id":1}]}'):
+    """The body of an answer for twelve citations, all alike."""
+    one = f'{{"citationCluster":{cluster},"formattedText":{json.dumps(text)}}}'
+    every = ",".join([one] * 12)
+    start = {"citationStyleUrl": style, "bibliography": bibliography}
+    return {"body": f'{json.dumps(start)[:-1]},"citationClusters":[{every}]}}'}
+
+
+EMPTY_TEXT = 'The text in the answer for citation 1 of 12, "(Turing 1950)" in the body, is empty.'
 FAULTS = {
+    "an empty text": (answer(text=""), EMPTY_TEXT),
+    "a text of spaces": (answer(text=" \u2003"), EMPTY_TEXT),
+    "a text of tags": (answer(text="<i></i>"), EMPTY_TEXT),
+    "an empty style": (answer(style=""), "names no style"),
+    "an empty cluster": (answer(cluster="{}"), "holds no citation"),
+    "a cluster without works": (answer(cluster='{"citationItems":[]}'), "holds no citation"),
+    "a bibliography of line feeds": (answer(bibliography="\n\n"), "bibliography in the answer is"),
+    "U+0001 in a text": (answer(text="a\x01b"), "has 63 texts in place of 51. A text in it may hold"),
+    "a number beyond a double": (
+        answer(cluster='{"citationItems":[{"id":1e400}]}'),
+        "or holds a number that exceeds the range of a double"),
     "hangs up at once": ({"drop": "beforeStatus"}, "refused the style"),
     "hangs up after the headers": ({"drop": "afterHeaders"}, "could not be used"),
     "hangs up in mid-batch": ({"drop": "inBody"}, "could not be used"),
@@ -172,7 +257,8 @@ class BadInput(EndToEnd):
         self.assertEqual(self.files(), before)
 
     def files(self):
-        return {p: p.read_bytes() for p in self.home.folder.glob("*") if p.is_file()}
+        files = [p for p in self.home.folder.glob("*") if p.is_file() and not p.is_symlink()]
+        return {p: p.read_bytes() for p in files}
 
     def test_documents(self):
         self.home.desktop()
@@ -183,6 +269,58 @@ class BadInput(EndToEnd):
                 self.assertNotEqual(self.document.read_bytes(), self.original)
                 self.fails(fragment)
                 self.fails(fragment, target=self.document)
+
+    def test_a_signature_can_be_dropped(self):
+        self.home.desktop()
+        signed(self.document)
+        self.ok("list", self.document)
+        self.ok("format", self.document, self.target, "--style", APA, "--drop-signature")
+        found = reader.parts(self.target)
+        self.assertFalse([name for name in found if "xmlsignatures" in name])
+        for name in ("_rels/.rels", "[Content_Types].xml"):
+            self.assertNotIn(b"ignature", found[name])
+
+    def test_part_names_in_other_letters_are_the_same_parts(self):
+        self.home.desktop()
+        with zipfile.ZipFile(self.document) as source:
+            parts = {name.upper(): source.read(name) for name in source.namelist()}
+        with zipfile.ZipFile(self.document, "w") as target:
+            for name, data in parts.items():
+                target.writestr(name, data)
+        self.ok("format", self.document, self.target, "--style", APA)
+        self.assertEqual(list(reader.parts(self.target)), list(parts))
+        self.assertIn(b"(Turing, 1950)", reader.parts(self.target)[MAIN.upper()])
+
+    def test_a_comment_in_a_relationships_file_is_valid(self):
+        self.home.desktop()
+        for name in ("_rels/.rels", "word/_rels/document.xml.rels"):
+            rewrite(self.document, lambda xml: xml.replace("<Rel", "<!-- x --><Rel"), name)
+        self.ok("format", self.document, self.target, "--style", APA)
+
+    def test_outputs_that_are_no_ordinary_file(self):
+        self.home.desktop()
+        os.mkfifo(self.path("pipe"))
+        self.fails("it is a pipe or a device", target=self.path("pipe"))
+        self.fails("it is a pipe or a device", target="/dev/null")
+        self.path("link").symlink_to("/dev/full")
+        self.fails("it is a pipe or a device", target=self.path("link"))
+        self.target.chmod(0o444)
+        self.fails("it is read-only")
+        self.assertEqual(self.target.stat().st_mode & 0o777, 0o444)
+
+    def test_an_input_that_is_a_pipe(self):
+        os.mkfifo(self.path("pipe"))
+        self.assertIn("it is not a file", self.failure("list", self.path("pipe")))
+
+    def test_names_of_255_bytes(self):
+        self.home.desktop()
+        long = self.path("é" * 125 + ".docx")
+        self.assertEqual(len(os.fsencode(long.name)), 255)
+        self.ok("format", self.document, long, "--style", APA)
+        before = long.read_bytes()
+        self.ok("format", long, long, "--style", APA)
+        self.assertEqual(long.read_bytes(), before)
+        self.assertEqual([p for p in long.parent.iterdir() if p.name.startswith(".")], [])
 
     def test_paths(self):
         self.home.desktop()
@@ -286,6 +424,44 @@ class Exchange(EndToEnd):
             done = subprocess.run([MACRO, "run", "lastError"], env=self.home.environment,
                                   stdout=output, stderr=subprocess.PIPE)  # fmt: skip
         self.assertEqual((done.returncode, done.stderr), (-signal.SIGPIPE, b""))
+
+    def test_results_as_files_are_unchanged(self):
+        texts = ["{\"a\\\\b\"}", "", "line\nline\n", "\ud83d 🐋", "\x00\x07"]
+        answer = self.path("answer")
+        answer.write_bytes("\x01".join(texts).encode("utf-16-le", "surrogatepass"))
+        self.use(f'cat {answer} > "$results"; ready {answer.stat().st_size}')
+        folder = self.path("kept")
+        folder.mkdir()
+        for name in ("6", "7", "notes"):
+            (folder / name).write_text("old")
+        self.assertEqual(self.ok("run", "--results", folder, "lastError"), "")
+        names = ["1", "2", "3", "4", "5", "notes"]
+        self.assertEqual(sorted(p.name for p in folder.iterdir()), names)
+        read = [(folder / n).read_bytes().decode("utf-8", "surrogatepass") for n in names[:5]]
+        self.assertEqual(read, texts)
+
+    def test_results_come_back_as_arguments_unchanged(self):
+        self.use("cp $2/mac-word-plugin-args.txt $results; ready $(wc -c < $results)")
+        text = "\ud83d \"quoted\" \\ 🐋"
+        self.path("text").write_bytes(text.encode("utf-8", "surrogatepass"))
+        script = f'"$0" run --results kept mergeFields "$(cat text)" && cmp kept/1 text'
+        done = subprocess.run(["bash", "-c", script, MACRO], cwd=self.home.folder,
+                              env=self.home.environment, stderr=subprocess.PIPE)  # fmt: skip
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+
+    def test_results_that_cannot_be_written(self):
+        self.use("printf '' > $results; ready 0")
+        said = self.failure("run", "--results", "/dev/null", "lastError")
+        self.assertIn("cannot be written to /dev/null", said)
+
+    def test_the_trace_is_no_reason(self):
+        trace = "tessaron.http.body: (the document)\\nof two lines"
+        counts = "Citation count mismatch.  Submitted 1 citations but only received 0 formatted citations."
+        self.use(f"printf '{trace}\\n{counts}\\n' >&2; exit 3")
+        done = self.home.macro("run", "lastError")
+        reason = f"macro: The bridge ended with status 3 and said: {' '.join(counts.split())}.\n"
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr, f"{trace}\n{counts}\n".replace("\\n", "\n") + reason)
 
     def test_a_folder_that_is_not_there(self):
         self.assertIn("cannot be used", self.failure("run", "--folder", "/no/such", "lastError"))
