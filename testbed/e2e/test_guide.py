@@ -1,31 +1,32 @@
-"""The examples of docs/macro-guide.md: each command is run, and what it prints is compared."""
+"""The blocks of docs/macro-guide.md, as a person types them in a fresh clone; what each command
+prints is compared with what the guide shows."""
 
+import os
 import re
 import shutil
+import socket
 import subprocess
 import unittest
 
-from support import MACRO, ROOT, EndToEnd, make
+from support import ROOT, EndToEnd, bridge
 
 GUIDE = ROOT / "docs" / "macro-guide.md"
-# What a person chooses in the dialogs of the guide, in its order.
-ANSWERS = """
-{"dialog": "chooseCitation", "items": [{"uuid": "kuhn-1962"}]}
-{"dialog": "chooseStyle", "style": "http://www.zotero.org/styles/ieee"}
-{"dialog": "chooseStyle", "cancel": true}
-{"dialog": "editCitation", "items": [{"uuid": "darwin-1859"}]}
-{"dialog": "editCitation", "cancel": true}
-"""
-BETWEEN = "=== next ==="
+PORT = "50002"  # the guide's port, which the test replaces by a free one
+NEXT = "=== next ==="
+NOT_CLONED = shutil.ignore_patterns(".git", "build*", "node_modules", "__pycache__")
 
 
-def examples():
-    """The guide's console examples: pairs of a command and the lines that it prints."""
+def commands():
+    """Pairs of a command and the lines that it prints. A block without prompts is one command; for
+    what it prints the guide shows nothing, so it is None."""
     pairs = []
-    for block in re.findall(r"```console\n(.*?)```", GUIDE.read_text(), re.DOTALL):
+    for language, block in re.findall(r"```(\w+)\n(.*?)```", GUIDE.read_text(), re.DOTALL):
+        if language == "sh":
+            pairs.append((block, None))
+            continue
         for line in block.splitlines():
             if line.startswith("$ "):
-                pairs.append((line[2:], []))
+                pairs.append((line[2:] + "\n", []))
             else:
                 pairs[-1][1].append(line)
     return pairs
@@ -37,39 +38,59 @@ def pattern(lines):
         r"(?:.*\n)*?" if line == "..." else r".*".join(map(re.escape, line.split("..."))) + r"\n"
         for line in lines
     ]
-    return "".join(parts) + r"\Z"
+    return r"\A" + "".join(parts) + r"\Z"
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return str(probe.getsockname()[1])
+
+
+def files(folder):
+    return {path: path.read_bytes() for path in folder.rglob("*") if path.is_file()}
 
 
 class Guide(EndToEnd):
-    def test_every_example(self):
-        answers = self.path("answers")
-        answers.write_text(ANSWERS)
-        desktop = self.home.desktop("--answers", answers)
-        make(self.path("samples"))
-        shutil.copy(self.path("samples/author-date.docx"), self.path("paper.docx"))
-        pairs = examples()
+    def clone(self):
+        """A copy of the repository without what is built, and then with what ./demo builds."""
+        clone = self.path("clone")
+        shutil.copytree(ROOT, clone, ignore=NOT_CLONED, symlinks=True)
+        (clone / "build").mkdir()
+        (clone / "build" / "tessaron-word-bridge").symlink_to(bridge())
+        modules = "testbed/desktop/node_modules"
+        (clone / modules).symlink_to(ROOT / modules)
+        return clone
+
+    def test_every_block_runs_as_it_is_typed(self):
+        clone, port = self.clone(), free_port()
+        self.home.set_port(port)
+        temporary = self.path("tmp")
+        temporary.mkdir()
+        before = files(clone)
+        pairs = commands()
         self.assertGreater(len(pairs), 40)
-        script = "".join(f"{command}\necho '{BETWEEN}'\n" for command, _ in pairs)
-        environment = {
-            **self.home.environment,
-            "PATH": f"{MACRO.parent}:{self.home.environment['PATH']}",
-            "DESKTOP": str(desktop.pid),
-            "LC_ALL": "C.UTF-8",
-        }
+        script = "".join(f"{command}echo '{NEXT}'\n" for command, _ in pairs)
+        environment = {**self.home.environment, "LC_ALL": "C.UTF-8", "TMPDIR": str(temporary)}
+        del environment["BRIDGE"]
         done = subprocess.run(
-            ["bash", "-c", script],
-            cwd=self.home.folder,
+            ["bash", "-c", script.replace(PORT, port)],
+            cwd=clone,
             env=environment,
+            stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
             encoding="utf-8",
-            timeout=120,
+            timeout=300,
         )
-        printed = done.stdout.split(BETWEEN + "\n")
+        printed = done.stdout.split(NEXT + "\n")
         self.assertEqual(len(printed), len(pairs) + 1, done.stdout)
         for (command, expected), actual in zip(pairs, printed):
-            with self.subTest(command):
-                self.assertRegex(actual, r"\A" + pattern(expected))
+            if expected is not None:
+                with self.subTest(command):
+                    self.assertRegex(actual, pattern(expected))
+        self.assertEqual(os.listdir(temporary), [])
+        self.assertEqual(files(clone), before)
 
 
 if __name__ == "__main__":
