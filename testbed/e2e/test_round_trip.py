@@ -17,7 +17,7 @@ NESTED = "is left as it was: it contains another field."
 RTL = re.compile("[\u0590-\u08ff]")
 BIDI_MARKS = re.compile("[\u200e\u200f\u202a-\u202e\u2066-\u2069]")
 
-read_citations = functools.lru_cache(maxsize=None)(reader.citations)  # no document here changes
+read_citations = functools.lru_cache(maxsize=None)(reader.citations)  # no document changes between reads
 
 
 def each(test):
@@ -107,6 +107,17 @@ class RoundTrip(unittest.TestCase):
         for part in before:
             self.assertEqual(before[part].decode("latin-1"), after[part].decode("latin-1"))
 
+    def test_notes_of_a_note_style_end_with_one_period(self):
+        ends = [
+            text[-2:]
+            for sample in ("notes", "structures")
+            for text in reader.paragraphs(
+                self.after(sample, "chicago-fullnote-bibliography"), "footnote", "endnote"
+            )
+        ]
+        self.assertEqual(len(ends), 8)
+        self.assertEqual([end for end in ends if end[1] != "." or end == ".."], [])
+
     def test_copies_of_a_text_box_stay_equal(self):
         for style in STYLES:
             root = reader.trees(self.after("structures", style))[""]
@@ -122,7 +133,7 @@ class RoundTrip(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(again.read_bytes(), self.after(sample, style).read_bytes())
 
-    def test_the_way_back_to_a_style_leads_to_the_same_document(self):
+    def test_returning_to_a_style_gives_the_same_document(self):
         for sample in SAMPLES:
             with self.subTest(sample=sample):
                 path = self.home.folder / f"{sample}-way.docx"
@@ -145,12 +156,12 @@ class RoundTrip(unittest.TestCase):
         citations, entries = self.expected(sample, style)
         texts = [processor.comparable(letters)[0] for letters in [*citations, *entries]]
         self.assertEqual(pdf.missing(collections.Counter(texts)), [])
-        # A citation text such as "1" proves little by itself: the sentence around it does.
+        # A citation such as "1" would be found by chance, so the sentence around it is checked too.
         sentences = collections.Counter(reader.paragraphs(self.after(sample, style)))
         self.assertEqual(pdf.missing(sentences), [])
 
     def convert(self):
-        """LibreOffice's exit status says nothing; what counts is the PDF's text."""
+        """Converts all documents. LibreOffice's exit status is 0 even if it fails, so only the PDFs count."""
         profile = (self.home.folder / "office").as_uri()
         documents = [str(self.after(*result)) for result in self.results]
         subprocess.run(
@@ -164,11 +175,11 @@ class RoundTrip(unittest.TestCase):
 
 
 class Pdf:
-    """The text of a PDF. Compared without blanks and hyphens (lines break at them, and pdftotext
-    joins what a hyphen parts), with ligatures and other compatibility forms undone (NFKC), and
-    without marks of direction. pdftotext gives a line with right-to-left script in the order of
-    the page, punctuation and numbers moved: such a text counts as there when all its words and
-    numbers stand in eight neighbouring lines."""
+    """The text of a PDF. It is compared without whitespace and hyphens (lines break at them, and
+    pdftotext joins hyphenated words), with ligatures and other compatibility forms decomposed (NFKC),
+    and without marks of direction. pdftotext gives a line with right-to-left script in the order of
+    the page, with punctuation and numbers moved. Such a text counts as found if all its words and
+    numbers are in eight consecutive lines."""
 
     def __init__(self, path):
         done = subprocess.run(["pdftotext", str(path), "-"], stdout=subprocess.PIPE, timeout=60)

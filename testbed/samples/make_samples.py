@@ -115,12 +115,13 @@ def notes(codes):
     )
     parts = []
     for number, sentence in enumerate(sentences, 1):
-        note = paper.note("footnote", field(codes(*next(works), note=number)), ".")
+        # Without a period: in a note style the citation ends with one.
+        note = paper.note("footnote", field(codes(*next(works), note=number)))
         parts += [sentence, note]
     paper.paragraph(*parts)
     paper.paragraph(
         "A last remark stands at the end of the text.",
-        paper.note("endnote", "On description, ", field(codes(*next(works), note=6)), "."),
+        paper.note("endnote", "On description, ", field(codes(*next(works), note=6))),
     )
     paper.bibliography("Works cited")
     return paper

@@ -1,4 +1,4 @@
-"""What sample documents are made of: paragraphs, notes, and citation fields in every shape."""
+"""Builds sample documents: paragraphs, notes, and citation fields of every form."""
 
 import datetime
 import io
@@ -27,11 +27,11 @@ DECLARATIONS = " ".join(f'xmlns:{prefix}="{uri}"' for prefix, uri in NAMESPACES.
 CONTENT = "application/vnd.openxmlformats-officedocument.wordprocessingml.{}+xml"
 TIGHT = '<w:pPr><w:spacing w:after="0"/></w:pPr>'
 PLACEHOLDER = "{Citation}"
-A_DAY = datetime.datetime(2024, 3, 1, 12)  # in place of the clock: the same bytes every time
+A_DAY = datetime.datetime(2024, 3, 1, 12)  # in place of the present time, so that the bytes are always the same
 
 
 def xml(text):
-    """The elements of a piece of WordprocessingML."""
+    """Parses WordprocessingML into a list of elements."""
     return list(etree.fromstring(f"<x {DECLARATIONS}>{text}</x>"))
 
 
@@ -70,14 +70,14 @@ def simple_field(code, text=PLACEHOLDER):
 
 
 class Codes:
-    """Field codes for the works of a library, with an id of its own for each citation."""
+    """Makes field codes for the works of a library; each citation gets a different id."""
 
     def __init__(self, library):
         self.works = {entry["itemData"]["id"]: entry for entry in library}
         self.numbers = itertools.count(1)
 
     def __call__(self, *items, note=0, **changes):
-        """Each item is a work's id, or a pair of it and its locator, prefix and the like."""
+        """Each item is a work's id, or a pair of the id and details such as a locator."""
         pairs = [item if isinstance(item, tuple) else (item, {}) for item in items]
         cluster = {
             "citationID": f"sample-{next(self.numbers)}",
@@ -103,14 +103,14 @@ class Paper:
         self.notes = {"footnote": [], "endnote": []}
 
     def _set_up(self):
-        """A small page, so that a picture of one is readable."""
+        """Sets a small page, so that a picture of it is readable."""
         (section,) = self.document.sections
         section.page_width, section.page_height = Mm(148), Mm(210)
         section.left_margin = section.right_margin = Mm(18)
         section.top_margin = section.bottom_margin = Mm(16)
         normal = self.document.styles["Normal"]
         normal.font.name, normal.font.size = "DejaVu Serif", Pt(9)
-        # No paragraph breaks over two pages, so that a PDF's text has it in one piece.
+        # No paragraph is split by a page break, so that a PDF's text holds it in one piece.
         normal.paragraph_format.keep_together = True
         style = self.document.styles.add_style("Bibliography", 1)
         style.base_style = normal
@@ -122,13 +122,13 @@ class Paper:
         self.document.add_heading(text, 2)
 
     def paragraph(self, *parts):
-        """Parts that begin with "<" are WordprocessingML, the others text."""
+        """Parts that begin with "<" are WordprocessingML; the others are text."""
         paragraph = self.document.add_paragraph()
         paragraph._p.extend(contents(parts))
         return paragraph
 
     def note(self, kind, *parts):
-        """A reference to a new note with these parts as its text."""
+        """Returns a reference to a new note that has these parts as its text."""
         self.notes[kind].append(parts)
         high = '<w:rPr><w:vertAlign w:val="superscript"/></w:rPr>'
         number = len(self.notes[kind])

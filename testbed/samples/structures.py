@@ -1,4 +1,4 @@
-"""The sample with a citation in every place and shape that a Word document has for one."""
+"""The sample with a citation in every place and in every form that a Word document allows."""
 
 from docx.opc.constants import RELATIONSHIP_TYPE as RT
 
@@ -9,7 +9,7 @@ SHAPE = "http://schemas.microsoft.com/office/word/2010/wordprocessingShape"
 
 
 def structures(codes):
-    paper = Paper("Places where a citation can stand")
+    paper = Paper("Places where a citation can be")
     paper.paragraph("Code in five runs ", field(codes("turing-1950"), pieces=5), ".")
     paper.paragraph("A simple field ", simple_field(codes("shannon-1948")), ".")
     paper.paragraph("All in one run ", one_run(codes("cook-1971")), ".")
@@ -51,9 +51,9 @@ def tracked_changes(paper, codes):
 def with_notes(paper, codes):
     paper.paragraph(
         "A footnote",
-        paper.note("footnote", "See ", field(codes("geertz-1973", note=1), pieces=3), "."),
+        paper.note("footnote", "See ", field(codes("geertz-1973", note=1), pieces=3)),
         " and an endnote",
-        paper.note("endnote", "See ", simple_field(codes("star-2010", note=2)), "."),
+        paper.note("endnote", "See ", simple_field(codes("star-2010", note=2))),
         ", then the text again ",
         field(codes("brin-page-1998")),
         ".",
@@ -101,7 +101,7 @@ def table(paper, codes):
 
 
 def text_box(inside):
-    """A box as Word writes it: once for newer programs and once more for older ones."""
+    """A text box as Word stores it: once for newer programs and once for older ones."""
     content = f"<w:txbxContent><w:p>{run('In the box ')}{inside}{run('.')}</w:p></w:txbxContent>"
     new = (
         '<w:drawing><wp:inline distT="0" distB="0" distL="0" distR="0">'
