@@ -1,6 +1,6 @@
 'use strict';
 
-// Asks the CSL processor directly, without anything of the desktop stand-in: standard input holds
+// Asks the CSL processor directly, without code of the application's stand-in: standard input holds
 // {"style": CSL text, "locales": folder, "clusters": [...]}, standard output the processor's HTML
 // of every citation and of every bibliography entry. One note for each citation in its order.
 

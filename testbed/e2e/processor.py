@@ -1,4 +1,4 @@
-"""What the CSL processor says when it is asked directly, as letters with their marks."""
+"""Asks the CSL processor directly. Returns its texts as letters with their marks."""
 
 import functools
 import html.parser
@@ -71,8 +71,9 @@ class _Reader(html.parser.HTMLParser):
 
 
 def comparable(text_letters):
-    """(text, marked letters): blanks count as one blank and have no look; a title's control
-    characters print as nothing, or as a blank where they part words."""
+    """Returns the text and its letters with marks, in a form that can be compared. Whitespace counts
+    as one space and has no marks. A control character of a title is dropped, or becomes a space if
+    it separates words."""
     text = "".join(letter for letter, _ in text_letters)
     text = re.sub("[\x00-\x08\x0e-\x1f\x7f]", "", re.sub(r"[\t-\r]", " ", text))
     seen = [(letter, marks) for letter, marks in text_letters if letter > " " and letter != "\x7f"]

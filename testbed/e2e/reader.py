@@ -1,4 +1,5 @@
-"""Reads saved documents for the tests. It shares no code with the macro stand-in on purpose."""
+"""Reads saved documents for the tests. Shares no code with the macro's stand-in, so that a mistake
+there is not repeated here."""
 
 import copy
 import io
@@ -11,8 +12,8 @@ from lxml import etree
 W = "{http://schemas.openxmlformats.org/wordprocessingml/2006/main}"
 MC = "{http://schemas.openxmlformats.org/markup-compatibility/2006}"
 PARTS = {"": "word/document.xml", "footnote": "word/footnotes.xml", "endnote": "word/endnotes.xml"}
-DEAD = {W + "del", W + "moveFrom"}
-BLANKS = {W + "tab": "\t", W + "br": "\n"}
+DELETED = {W + "del", W + "moveFrom"}
+WHITESPACE = {W + "tab": "\t", W + "br": "\n"}
 
 
 class Field:
@@ -43,15 +44,15 @@ def trees(path):
     return {kind: etree.fromstring(data[name]) for kind, name in PARTS.items() if name in data}
 
 
-def _alive(node, with_copies=False):
-    dead = DEAD if with_copies else DEAD | {MC + "Fallback"}
-    return not any(parent.tag in dead for parent in node.iterancestors())
+def _is_visible(node, with_copies=False):
+    hidden = DELETED if with_copies else DELETED | {MC + "Fallback"}
+    return not any(parent.tag in hidden for parent in node.iterancestors())
 
 
 def fields(root, with_copies=False):
-    """All fields of a tree in document order; with the copies of text boxes where asked."""
+    """All fields of a tree in document order, on request with the copies of text boxes."""
     found, stack = [], []
-    for node in [n for n in root.iter() if isinstance(n.tag, str) and _alive(n, with_copies)]:
+    for node in [n for n in root.iter() if isinstance(n.tag, str) and _is_visible(n, with_copies)]:
         if node.tag == W + "fldSimple":
             found.append(_simple(node))
         elif any(parent.tag == W + "fldSimple" for parent in node.iterancestors()):
@@ -89,7 +90,7 @@ def _content(node, field):
 def _simple(node):
     field = Field(node)
     field.code = node.get(W + "instr")
-    field.letters = [x for n in node.iter(W + "t", *BLANKS) for x in _letters(n, frozenset())]
+    field.letters = [x for n in node.iter(W + "t", *WHITESPACE) for x in _letters(n, frozenset())]
     return field
 
 
@@ -98,7 +99,7 @@ def _letters(node, base):
 
 
 def _text(node):
-    return BLANKS.get(node.tag) or node.text or ""
+    return WHITESPACE.get(node.tag) or node.text or ""
 
 
 def marks(run):
@@ -150,7 +151,7 @@ def _paragraphs(field):
 
 
 def without_fields(path):
-    """Each part as canonical XML in which every citation and bibliography is one empty mark."""
+    """Each part as canonical XML in which an empty element replaces each citation and bibliography."""
     result = {}
     for name, data in parts(path).items():
         if name not in PARTS.values():
@@ -159,14 +160,14 @@ def without_fields(path):
         root = etree.fromstring(data)
         for field in fields(root, with_copies=True):
             if field.kind.startswith("CSL_") and not field.inner:
-                _blank(field)
+                _empty(field)
         memory = io.BytesIO()
         root.getroottree().write_c14n(memory)
         result[name] = memory.getvalue()
     return result
 
 
-def _blank(field):
+def _empty(field):
     mark = etree.Element("mark")
     if field.first.tag == W + "fldSimple":
         field.first.getparent().replace(field.first, mark)
@@ -202,11 +203,11 @@ def _remove(node):
 
 
 def paragraphs(path, *parts):
-    """The texts of all paragraphs, cut where something other than text stands."""
+    """The texts of all paragraphs, split at anything that is not text."""
     found = []
     for root in [root for kind, root in trees(path).items() if kind in (parts or PARTS)]:
         for paragraph in root.iter(W + "p"):
-            if _alive(paragraph):
+            if _is_visible(paragraph):
                 found += re.split("\0+", _paragraph_text(paragraph))
     return [text for text in found if text.strip()]
 
@@ -219,6 +220,6 @@ def _paragraph_text(paragraph):
             continue
         if next(node.iterancestors(W + "p")) is not paragraph or node.tag == W + "fldChar":
             continue
-        is_text = (node.tag == W + "t" or node.tag in BLANKS) and _alive(node)
+        is_text = (node.tag == W + "t" or node.tag in WHITESPACE) and _is_visible(node)
         text += _text(node) if is_text else "\0"
     return text

@@ -1,4 +1,4 @@
-"""The ground that every end-to-end test stands on: a home of its own, the neighbours, the macro."""
+"""What every end-to-end test uses: a temporary home, the application's stand-in, the macro's."""
 
 import os
 import shutil
@@ -18,7 +18,7 @@ STYLE_URL = "http://www.zotero.org/styles/"
 APA, IEEE = STYLE_URL + "apa", STYLE_URL + "ieee"
 
 sys.path.insert(0, str(ROOT / "testbed" / "samples"))
-from make_samples import SAMPLES, make  # noqa: E402,F401 (the tests take them from here)
+from make_samples import SAMPLES, make  # noqa: E402,F401 (imported by the tests)
 
 
 def bridge():
@@ -29,7 +29,7 @@ def bridge():
 
 
 class Home:
-    """Temporary folders in place of the user's, with the settings that name the port."""
+    """Temporary folders in place of the user's, with settings that hold the port."""
 
     def __init__(self, test):
         self.folder = Path(tempfile.mkdtemp(prefix="testbed-e2e-"))
@@ -49,7 +49,7 @@ class Home:
         settings.write_text(f"[%General]\nhttpServerPort={port}\n")
 
     def desktop(self, *options):
-        """Starts the desktop stand-in on a free port; it ends with the test."""
+        """Starts the application's stand-in on a free port. It is stopped at the end of the test."""
         process = subprocess.Popen(
             ["node", str(DESKTOP), "--port", "0", *options], stdout=subprocess.PIPE, text=True
         )
@@ -72,7 +72,7 @@ class Home:
 
 
 def _at_end(test, action):
-    """Tests clean up after themselves; a class that shares a home does so as a class."""
+    """Runs an action after a test, or after a test class if the class shares a home."""
     (test.addClassCleanup if isinstance(test, type) else test.addCleanup)(action)
 
 
@@ -83,7 +83,7 @@ def _stop(process):
 
 
 def stop_by_id(process_id):
-    """Ends a process that is not our child, and waits until it is gone."""
+    """Stops a process that is not a child of this one, and waits until it has ended."""
     os.kill(process_id, signal.SIGTERM)
     deadline = time.monotonic() + 10
     while is_running(process_id) and time.monotonic() < deadline:
@@ -129,7 +129,7 @@ def replace_nth(text, old, number, new):
 
 
 def rewrite(path, change, part="word/document.xml"):
-    """Changes one part of a document, which must really change."""
+    """Changes one part of a document. Fails if the change has no effect."""
     with zipfile.ZipFile(path) as package:
         data = {name: package.read(name) for name in package.namelist()}
     text = data[part].decode("utf-8")

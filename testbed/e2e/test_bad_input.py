@@ -1,4 +1,4 @@
-"""Bad documents, bad answers: a sentence, an exit status other than 0, and no changed file."""
+"""Bad documents and bad answers end with a sentence, exit status 1, and no changed file."""
 
 import json
 import os
@@ -46,7 +46,7 @@ def sub(pattern, new, count=1):
 
 
 def flip(path):
-    """One wrong byte in the middle of the compressed main part."""
+    """Changes one byte in the middle of the compressed main part."""
     with zipfile.ZipFile(path) as source:
         info = source.getinfo(MAIN)
     data = bytearray(path.read_bytes())
@@ -55,7 +55,7 @@ def flip(path):
 
 
 def zip_password(path):
-    """The flag of a zip whose parts need a password, in both headers of every part."""
+    """Sets the flag for a password in both headers of every part."""
     data = bytearray(path.read_bytes())
     for signature, offset in ((b"PK\x03\x04", 6), (b"PK\x01\x02", 8)):
         for found in re.finditer(re.escape(signature), bytes(data)):
@@ -226,15 +226,15 @@ FAULTS = {
     "a number beyond a double": (
         answer(cluster='{"citationItems":[{"id":1e400}]}'),
         "or holds a number that exceeds the range of a double"),
-    "hangs up at once": ({"drop": "beforeStatus"}, "refused the style"),
-    "hangs up after the headers": ({"drop": "afterHeaders"}, "could not be used"),
-    "hangs up in mid-batch": ({"drop": "inBody"}, "could not be used"),
+    "a connection closed at once": ({"drop": "beforeStatus"}, "refused the style"),
+    "a connection closed after the headers": ({"drop": "afterHeaders"}, "could not be used"),
+    "a connection closed in the batch": ({"drop": "inBody"}, "could not be used"),
     "one citation too many": ({"extraCitations": 1}, "Submitted 12 citations but only received 13"),
     "one citation too few": ({"extraCitations": -1}, "Submitted 12 citations but only received 11"),
     "no bibliography": ({"emptyBibliography": True}, "No formatted bibliography returned"),
-    "an error of its own": ({"status": 500}, "refused the style"),
+    "status 500": ({"status": 500}, "refused the style"),
     "another success than 200": ({"status": 201}, "refused the style"),
-    "not JSON": ({"body": "<html>"}, "could not be used"),
+    "a body that is not JSON": ({"body": "<html>"}, "could not be used"),
     "an empty answer": ({"body": ""}, "could not be used"),
     "citations without clusters": ({"body": json.dumps(NULL)}, "holds no citation"),
 }
@@ -250,17 +250,17 @@ class BadInput(EndToEnd):
         self.document.write_bytes(self.original)
 
     def fails(self, fragment, style=APA, target=None):
-        """Formatting fails with that sentence; no file is changed, added or taken away."""
+        """Formatting fails with a sentence that holds the fragment; no file changes."""
         before = self.files()
-        said = self.failure("format", self.document, target or self.target, "--style", style)
-        self.assertIn(fragment, said)
+        message = self.failure("format", self.document, target or self.target, "--style", style)
+        self.assertIn(fragment, message)
         self.assertEqual(self.files(), before)
 
     def files(self):
         files = [p for p in self.home.folder.glob("*") if p.is_file() and not p.is_symlink()]
         return {p: p.read_bytes() for p in files}
 
-    def test_documents(self):
+    def test_refuses_bad_documents(self):
         self.home.desktop()
         for name, (spoil, fragment) in DOCUMENTS.items():
             with self.subTest(name):
@@ -270,7 +270,7 @@ class BadInput(EndToEnd):
                 self.fails(fragment)
                 self.fails(fragment, target=self.document)
 
-    def test_a_signature_can_be_dropped(self):
+    def test_drops_a_signature_on_request(self):
         self.home.desktop()
         signed(self.document)
         self.ok("list", self.document)
@@ -280,7 +280,7 @@ class BadInput(EndToEnd):
         for name in ("_rels/.rels", "[Content_Types].xml"):
             self.assertNotIn(b"ignature", found[name])
 
-    def test_part_names_in_other_letters_are_the_same_parts(self):
+    def test_ignores_the_case_of_part_names(self):
         self.home.desktop()
         with zipfile.ZipFile(self.document) as source:
             parts = {name.upper(): source.read(name) for name in source.namelist()}
@@ -291,13 +291,13 @@ class BadInput(EndToEnd):
         self.assertEqual(list(reader.parts(self.target)), list(parts))
         self.assertIn(b"(Turing, 1950)", reader.parts(self.target)[MAIN.upper()])
 
-    def test_a_comment_in_a_relationships_file_is_valid(self):
+    def test_accepts_a_comment_in_a_relationships_file(self):
         self.home.desktop()
         for name in ("_rels/.rels", "word/_rels/document.xml.rels"):
             rewrite(self.document, lambda xml: xml.replace("<Rel", "<!-- x --><Rel"), name)
         self.ok("format", self.document, self.target, "--style", APA)
 
-    def test_outputs_that_are_no_ordinary_file(self):
+    def test_refuses_outputs_that_are_no_ordinary_file(self):
         self.home.desktop()
         os.mkfifo(self.path("pipe"))
         self.fails("it is a pipe or a device", target=self.path("pipe"))
@@ -308,11 +308,11 @@ class BadInput(EndToEnd):
         self.fails("it is read-only")
         self.assertEqual(self.target.stat().st_mode & 0o777, 0o444)
 
-    def test_an_input_that_is_a_pipe(self):
+    def test_refuses_an_input_that_is_a_pipe(self):
         os.mkfifo(self.path("pipe"))
         self.assertIn("it is not a file", self.failure("list", self.path("pipe")))
 
-    def test_names_of_255_bytes(self):
+    def test_accepts_names_of_255_bytes(self):
         self.home.desktop()
         long = self.path("é" * 125 + ".docx")
         self.assertEqual(len(os.fsencode(long.name)), 255)
@@ -322,7 +322,7 @@ class BadInput(EndToEnd):
         self.assertEqual(long.read_bytes(), before)
         self.assertEqual([p for p in long.parent.iterdir() if p.name.startswith(".")], [])
 
-    def test_paths(self):
+    def test_refuses_bad_paths(self):
         self.home.desktop()
         folder = self.path("samples")
         self.fails("cannot be written", target=folder)
@@ -332,13 +332,13 @@ class BadInput(EndToEnd):
         self.document.symlink_to(folder)
         self.fails("cannot be read")
 
-    def test_styles(self):
+    def test_refuses_unknown_styles(self):
         self.home.desktop()
         for style in STYLES:
             with self.subTest(style):
                 self.fails(f"refused the style {style}", style=style)
 
-    def test_application_that_misbehaves(self):
+    def test_leaves_the_document_if_the_application_misbehaves(self):
         faults = self.path("samples/faults.json")
         faults.write_text("{}")
         self.home.desktop("--faults", faults)
@@ -349,11 +349,11 @@ class BadInput(EndToEnd):
                 self.fails(fragment)
                 self.fails(fragment, target=self.document)
 
-    def test_application_that_is_absent(self):
+    def test_names_an_absent_application(self):
         self.home.set_port(1)
         self.fails("does not answer")
 
-    def test_bridge_that_is_absent(self):
+    def test_names_a_missing_bridge(self):
         self.home.environment["BRIDGE"] = str(self.path("no-bridge"))
         self.fails("cannot be started")
 
@@ -377,7 +377,7 @@ ready() {{ printf %s "$1" | iconv -t UTF-16LE > "$ready"; }}
 
 
 class Exchange(EndToEnd):
-    """What the macro must check itself, with bridges that do it wrong."""
+    """What the macro must check, with bridges that misbehave."""
 
     def setUp(self):
         super().setUp()
@@ -388,35 +388,35 @@ class Exchange(EndToEnd):
         self.bridge.chmod(0o755)
         self.home.environment["BRIDGE"] = str(self.bridge)
 
-    def test_answers(self):
+    def test_names_what_is_wrong_with_an_answer(self):
         for name, (script, fragment) in BRIDGES.items():
             with self.subTest(name):
                 self.use(script)
                 self.assertIn(fragment, self.failure("run", "lastError"))
 
-    def test_old_answers_do_not_count(self):
+    def test_ignores_files_of_an_earlier_run(self):
         for name in ("results", "result-ready"):
             self.path(f"mac-word-plugin-{name}.txt").write_bytes(b"0\0")
         self.use("exit 0")
-        said = self.failure("run", "--folder", self.home.folder, "lastError")
-        self.assertIn("wrote no ready file", said)
+        message = self.failure("run", "--folder", self.home.folder, "lastError")
+        self.assertIn("wrote no ready file", message)
         self.assertFalse(self.path("mac-word-plugin-results.txt").exists())
 
-    def test_a_good_answer(self):
+    def test_prints_numbered_results(self):
         self.use(r"printf 'a\000\001\000\n\000' > $results; ready 6")
         self.assertEqual(self.ok("run", "lastError"), "1: a\n2: \\n\n")
 
-    def test_arguments_travel_whole(self):
+    def test_passes_arguments_on_unchanged(self):
         self.use("printf '' > $results; ready 0")
         texts = ["é😀", "", "a\nb", "\x1e"]
         self.ok("run", "--folder", self.home.folder, "mergeFields", *texts)
         data = self.path("mac-word-plugin-args.txt").read_bytes()
         self.assertEqual(data, "\x01".join(texts).encode("utf-16-le"))
 
-    def test_an_argument_with_the_separator(self):
+    def test_refuses_an_argument_with_the_separator(self):
         self.assertIn("U+0001", self.failure("run", "mergeFields", "a\x01b"))
 
-    def test_a_reader_that_has_gone(self):
+    def test_ends_silently_without_a_reader(self):
         self.use(r"printf 'a\000' > $results; ready 2")
         reading, writing = os.pipe()
         os.close(reading)
@@ -425,7 +425,7 @@ class Exchange(EndToEnd):
                                   stdout=output, stderr=subprocess.PIPE)  # fmt: skip
         self.assertEqual((done.returncode, done.stderr), (-signal.SIGPIPE, b""))
 
-    def test_results_as_files_are_unchanged(self):
+    def test_writes_results_to_files_unchanged(self):
         texts = ["{\"a\\\\b\"}", "", "line\nline\n", "\ud83d 🐋", "\x00\x07"]
         answer = self.path("answer")
         answer.write_bytes("\x01".join(texts).encode("utf-16-le", "surrogatepass"))
@@ -440,7 +440,7 @@ class Exchange(EndToEnd):
         read = [(folder / n).read_bytes().decode("utf-8", "surrogatepass") for n in names[:5]]
         self.assertEqual(read, texts)
 
-    def test_results_come_back_as_arguments_unchanged(self):
+    def test_reads_results_back_as_arguments_unchanged(self):
         self.use("cp $2/mac-word-plugin-args.txt $results; ready $(wc -c < $results)")
         text = "\ud83d \"quoted\" \\ 🐋"
         self.path("text").write_bytes(text.encode("utf-8", "surrogatepass"))
@@ -449,12 +449,12 @@ class Exchange(EndToEnd):
                               env=self.home.environment, stderr=subprocess.PIPE)  # fmt: skip
         self.assertEqual((done.returncode, done.stderr), (0, b""))
 
-    def test_results_that_cannot_be_written(self):
+    def test_names_a_results_folder_that_cannot_be_written(self):
         self.use("printf '' > $results; ready 0")
-        said = self.failure("run", "--results", "/dev/null", "lastError")
-        self.assertIn("cannot be written to /dev/null", said)
+        message = self.failure("run", "--results", "/dev/null", "lastError")
+        self.assertIn("cannot be written to /dev/null", message)
 
-    def test_the_trace_is_no_reason(self):
+    def test_gives_no_trace_as_a_reason(self):
         trace = "tessaron.http.body: (the document)\\nof two lines"
         counts = "Citation count mismatch.  Submitted 1 citations but only received 0 formatted citations."
         self.use(f"printf '{trace}\\n{counts}\\n' >&2; exit 3")
@@ -463,7 +463,7 @@ class Exchange(EndToEnd):
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr, f"{trace}\n{counts}\n".replace("\\n", "\n") + reason)
 
-    def test_a_folder_that_is_not_there(self):
+    def test_refuses_a_missing_folder(self):
         self.assertIn("cannot be used", self.failure("run", "--folder", "/no/such", "lastError"))
 
 

@@ -49,9 +49,9 @@ class EditedText(EndToEnd):
 
     def fails(self, *fragments, action=("format",), style=APA):
         name, *rest = action
-        said = self.failure(name, self.document, self.document, *rest, "--style", style)
+        message = self.failure(name, self.document, self.document, *rest, "--style", style)
         for fragment in fragments:
-            self.assertIn(fragment, said)
+            self.assertIn(fragment, message)
         self.assertEqual(self.document.read_bytes(), self.before)
 
     def test_a_check_that_fails_leaves_the_document(self):

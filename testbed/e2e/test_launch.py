@@ -1,4 +1,4 @@
-"""The application is absent, is launched by the bridge through a desktop entry, and answers."""
+"""The bridge launches an absent application through its desktop entry."""
 
 import os
 import shutil
@@ -38,19 +38,19 @@ class Launch(EndToEnd):
     def process_id(self):
         return int(self.ok("run", "tessaronProcessId").removeprefix("1: "))
 
-    def stop_what_was_launched(self):
+    def stop_launched_application(self):
         process_id = self.process_id()
         if process_id:
             stop_by_id(process_id)
 
-    def test_absent_then_launched_then_answering(self):
+    def test_launches_an_absent_application(self):
         self.assertEqual(self.ok("run", "isTessaronRunning"), "1: false\n")
-        said = self.failure("format", self.source, self.path("a.docx"), "--style", APA)
-        self.assertIn("Tessaron Desktop does not answer", said)
+        message = self.failure("format", self.source, self.path("a.docx"), "--style", APA)
+        self.assertIn("Tessaron Desktop does not answer", message)
         self.assertFalse(self.path("a.docx").exists())
 
         self.install()
-        self.addCleanup(self.stop_what_was_launched)
+        self.addCleanup(self.stop_launched_application)
         self.assertEqual(self.ok("run", "launchTessaron"), "1: true\n")
         self.assertEqual(self.ok("run", "isTessaronRunning"), "1: true\n")
         process_id = self.process_id()
@@ -62,9 +62,9 @@ class Launch(EndToEnd):
         self.assertEqual(texts[0], "(Kroto et al., 1985)")
 
         self.assertEqual(self.ok("run", "launchTessaron"), "1: true\n")
-        self.assertEqual(self.process_id(), process_id, "a running application is left alone")
+        self.assertEqual(self.process_id(), process_id, "a running application is not started again")
 
-    def test_not_installed(self):
+    def test_reports_an_application_that_is_not_installed(self):
         self.assertEqual(self.ok("run", "launchTessaron"), "1: false\n")
 
 

@@ -1,4 +1,4 @@
-"""One citation at a time: a text edited by hand, undo, insert, edit, merge, and a refusal."""
+"""Changes to one citation: a text edited by hand, undo, insert, edit, merge, a rejection."""
 
 import json
 import unittest
@@ -43,7 +43,7 @@ class OneCitation(EndToEnd):
     def has_manual_edit(self, number):
         return self.ok("run", "hasManualEdit", self.codes()[number - 1])
 
-    def test_a_text_edited_by_hand_is_kept_seen_and_undone(self):
+    def test_keeps_shows_and_undoes_an_edited_text(self):
         before = self.texts()
         self.edit_by_hand(2, "(as Turing says, p. 231)")
         self.assertEqual(self.has_manual_edit(2), "1: false\n")
@@ -58,24 +58,37 @@ class OneCitation(EndToEnd):
         self.assertEqual(self.texts(), before)
         self.assertEqual(self.has_manual_edit(2), "1: false\n")
 
-    def test_the_listing_names_what_was_edited(self):
+    def test_marks_edited_texts_in_the_list(self):
         self.edit_by_hand(1, "Turing")
         lines = self.ok("list", self.document).splitlines()
         self.assertEqual(lines[0], '1: "Turing" in the body (edited by hand)')
         self.assertEqual(lines[1], '2: "(Turing, 1937, p. 231)" in the body')
 
-    def test_an_edit_that_the_user_gives_up_is_overwritten(self):
+    def test_replaces_an_edit_that_the_user_gives_up(self):
         before = self.texts()
         self.answer(dialog="updateCitation", keep=False)
         self.edit_by_hand(2, "(as Turing says)")
         self.ok("format", self.document, self.document, "--style", APA)
         self.assertEqual(self.texts(), before)
 
-    def test_undo_of_what_was_not_edited(self):
+    def test_refuses_undo_without_an_edit(self):
         before = self.document.read_bytes()
-        said = self.failure("undo", self.document, self.document, "3")
-        self.assertIn("Citation 3 has no text edited by hand", said)
+        message = self.failure("undo", self.document, self.document, "3")
+        self.assertIn("Citation 3 has no text edited by hand", message)
         self.assertEqual(self.document.read_bytes(), before)
+
+    def test_formats_codes_with_additional_spaces(self):
+        before = self.texts()
+        rewrite(
+            self.document,
+            lambda xml: xml.replace("ADDIN CSL_CITATION ", "ADDIN  CSL_CITATION   ").replace(
+                "ADDIN CSL_BIBLIOGRAPHY", "ADDIN  CSL_BIBLIOGRAPHY"
+            ),
+        )
+        self.ok("format", self.document, self.document, "--style", IEEE)
+        self.assertEqual(self.texts()[0], "[1]")
+        self.ok("format", self.document, self.document, "--style", APA)
+        self.assertEqual(self.texts(), before)
 
     def test_inserts_from_the_dialog_at_the_end(self):
         self.answer(dialog="chooseCitation", items=[{"uuid": KUHN, "locator": "10"}])
@@ -96,15 +109,15 @@ class OneCitation(EndToEnd):
         self.ok("format", self.document, self.document, "--style", APA)
         self.assertEqual(self.texts()[0], self.texts()[4])
 
-    def test_a_missing_bookmark(self):
+    def test_refuses_a_missing_bookmark(self):
         target = self.path("b.docx")
-        said = self.failure(
+        message = self.failure(
             "insert", self.document, target, "--uuid", self.work(4), "--bookmark", "X"
         )
-        self.assertIn('no bookmark "X"', said)
+        self.assertIn('no bookmark "X"', message)
         self.assertFalse(target.exists())
 
-    def test_a_cancelled_dialog_and_an_unknown_work_insert_nothing(self):
+    def test_inserts_nothing_without_a_choice(self):
         for arguments in ((), ("--uuid", "no such work")):
             with self.subTest(arguments):
                 self.failure("insert", self.document, self.path("b.docx"), *arguments)
@@ -116,7 +129,7 @@ class OneCitation(EndToEnd):
         self.ok("edit", self.document, self.document, "1", "--style", APA)
         self.assertEqual(self.texts(), ["(Kuhn, 1962)", *before[1:]])
 
-    def test_a_cancelled_edit_changes_nothing(self):
+    def test_changes_nothing_if_an_edit_is_cancelled(self):
         before = self.document.read_bytes()
         self.answer(dialog="editCitation", cancel=True)
         self.assertIn("left as it was", self.ok("edit", self.document, self.document, "1"))
@@ -135,11 +148,11 @@ class OneCitation(EndToEnd):
 
     def test_does_not_merge_over_words(self):
         before = self.document.read_bytes()
-        said = self.failure("merge", self.document, self.document, 1, 2)
-        self.assertIn("Citations 1 and 2 do not stand side by side", said)
+        message = self.failure("merge", self.document, self.document, 1, 2)
+        self.assertIn("Citations 1 and 2 do not stand side by side", message)
         self.assertEqual(self.document.read_bytes(), before)
 
-    def test_numbers_without_a_citation(self):
+    def test_refuses_numbers_without_a_citation(self):
         wrong = ("edit", 0), ("edit", 13), ("undo", 99), ("merge", 12, 13), ("merge", 2, 2)
         for arguments in wrong:
             with self.subTest(arguments):
@@ -147,7 +160,7 @@ class OneCitation(EndToEnd):
                 self.failure(action, self.document, self.path("b.docx"), *numbers)
                 self.assertFalse(self.path("b.docx").exists())
 
-    def test_a_document_without_a_place_for_the_bibliography(self):
+    def test_adds_a_bibliography_to_a_document_without_one(self):
         for name in ("author-date", "notes"):
             with self.subTest(name):
                 source, target = self.path(f"samples/{name}.docx"), self.path(f"{name}.docx")
@@ -163,7 +176,7 @@ class OneCitation(EndToEnd):
                 self.ok("format", target, target, "--style", APA)
                 self.assertEqual(target.read_bytes(), before)
 
-    def test_a_rejected_citation_leaves_the_document_and_is_named(self):
+    def test_names_a_rejected_citation_and_changes_nothing(self):
         path = self.path("bad.docx")
         self.source.rename(path)
         spoil = '"citationItems"'
@@ -171,8 +184,8 @@ class OneCitation(EndToEnd):
         before = path.read_bytes()
         for target in (path, self.document):
             kept = target.read_bytes()
-            said = self.failure("format", path, target, "--style", APA)
-            self.assertIn('rejected citation 5 of 12, "{Citation}" in the body', said)
+            message = self.failure("format", path, target, "--style", APA)
+            self.assertIn('rejected citation 5 of 12, "{Citation}" in the body', message)
             self.assertEqual(target.read_bytes(), kept)
         self.assertEqual(path.read_bytes(), before)
 

@@ -1,4 +1,4 @@
-"""Output that nobody reads, signals, and what they leave; places for an insertion."""
+"""Output that cannot be written, signals, abandoned folders, and places for an insertion."""
 
 import os
 import re
@@ -46,11 +46,13 @@ class Output(EndToEnd):
         for redirection in (">&-", ">/dev/full", ">&- 2>&-"):
             with self.subTest(redirection):
                 self.assertEqual(self.run_with(redirection, "list", self.source), 1)
+        self.assertEqual(self.run_with(">/dev/full", "--help"), 1)
+        self.assertEqual(self.run_with("2>/dev/full", "--wrong"), 1)
 
     def test_the_list_of_a_document_without_citations(self):
         rewrite(self.source, lambda xml: xml.replace("CSL_CITATION", "OTHER"))
-        said = f"{self.source} holds no citations that can be changed.\n"
-        self.assertEqual(self.ok("list", self.source), said)
+        message = f"{self.source} holds no citations that can be changed.\n"
+        self.assertEqual(self.ok("list", self.source), message)
 
     def test_the_trace_is_passed_on_and_is_no_reason(self):
         self.home.desktop()
@@ -155,8 +157,8 @@ class Signals(EndToEnd):
                 process, bridge = self.start()
                 self.assertEqual(len(list(self.temporary.iterdir())), 1)
                 process.send_signal(name)
-                _, said = process.communicate(timeout=60)
-                self.assertEqual((process.returncode, said), (128 + name, "macro: Interrupted.\n"))
+                _, message = process.communicate(timeout=60)
+                self.assertEqual((process.returncode, message), (128 + name, "macro: Interrupted.\n"))
                 self.assertEqual(list(self.temporary.iterdir()), [])
                 self.assertFalse(is_running(bridge))
 

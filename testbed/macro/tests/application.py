@@ -90,6 +90,6 @@ def run_macro(application, *arguments):
         finally:
             for name, handler in former.items():
                 signal.signal(name, handler)
-    printed, said = (stream.buffer.getvalue().decode() for stream in (out, err))
-    assert "An error in this program" not in said, said
-    return status, printed, said
+    printed, message = (stream.buffer.getvalue().decode() for stream in (out, err))
+    assert "An error in this program" not in message, message
+    return status, printed, message

@@ -63,7 +63,7 @@ class Bibliography(unittest.TestCase):
                     self.keeps(contents, document)
 
     def keeps(self, contents, document):
-        """Sections and bookmarks survive, the section at the end; a second filling is nothing."""
+        """Sections and bookmarks survive, the section at the end; a second fill changes nothing."""
         body = document.trees["main"][0]
         self.assertEqual("<w:sectPr/>" in contents, len([*body.iter(W + "sectPr")]) == 2)
         self.assertEqual("bookmark" in contents, len([*body.iter(W + "bookmarkStart")]) == 1)

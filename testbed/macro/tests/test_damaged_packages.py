@@ -112,9 +112,9 @@ class DamagedPackages(unittest.TestCase):
         target.write_bytes(b"what was there before")
         name, *options = action
         paths = [source] if name == "list" else [source, target]
-        status, printed, said = run_macro(Merging(), name, *paths, *options)
-        self.assertRegex(said, SENTENCE)
-        self.assertEqual(status == 1, "macro: " in said)
+        status, printed, message = run_macro(Merging(), name, *paths, *options)
+        self.assertRegex(message, SENTENCE)
+        self.assertEqual(status == 1, "macro: " in message)
         if status == 0 and name != "list":
             with zipfile.ZipFile(target) as written:
                 self.assertIsNone(written.testzip())

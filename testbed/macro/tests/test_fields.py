@@ -77,7 +77,7 @@ FOUND = {
     "two": (citation("a") + citation("b"), "ab", {}),
     "split code": (SPLIT, "a", {}),
     "no text": (NO_TEXT, "a", {}),
-    "blanks around the name": (BEGIN + code("  ADDIN   CSL_CITATION   a") + END, "a", {}),
+    "several spaces around the name": (BEGIN + code("  ADDIN   CSL_CITATION   a") + END, "a", {}),
     "another field": (PAGE, "", {}),
     "a comment inside": (
         BEGIN + code(CODE + "a") + SEPARATE + COMMENTED + END + citation("b"), "ab", {}),

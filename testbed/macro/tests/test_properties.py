@@ -44,8 +44,8 @@ class Properties(unittest.TestCase):
         self.application = Application()
 
     def format(self, source, target, style):
-        status, _, said = run_macro(self.application, "format", source, target, "--style", style)
-        self.assertEqual((status, said), (0, ""))
+        status, _, message = run_macro(self.application, "format", source, target, "--style", style)
+        self.assertEqual((status, message), (0, ""))
 
     def check_formats(self, source, styles=STYLES):
         """A style twice gives the same bytes, and by way of another style the same document."""

@@ -17,7 +17,7 @@ MARKUP = {
     ),
     "nested": ("<i>a<b>b</b>c</i>", ["a:i", "b:b,i", "c:i"]),
     "the same mark twice": ("<i>a<i>b</i>c</i>d", ["abc:i", "d"]),
-    "neighbours join": ("<i>a</i><i>b</i>", ["ab:i"]),
+    "adjacent runs with equal marks join": ("<i>a</i><i>b</i>", ["ab:i"]),
     "low inside high": ("<sup>a<sub>b</sub></sup>", ["a:sup", "b:sub"]),
     "crossed": ("<i>a<b>b</i>c</b>", ["a:i", "b:b,i", "c:b"]),
     "escapes": ("&lt;i&gt; &amp;amp;", ["<i> &amp;"]),
@@ -28,7 +28,7 @@ MARKUP = {
     "capital letters": ("<I>a</I>", ["<I>a</I>"]),
     "another span": ("<span>a</span>", ["<span>a</span>"]),
     "unknown escape": ("&nbsp;&#38;&", ["&nbsp;&#38;&"]),
-    "signs alone": ("a < b > c", ["a < b > c"]),
+    "angle brackets that are not tags": ("a < b > c", ["a < b > c"]),
     "scripts": ("Ζορμπά 围城 بين 🐋", ["Ζορμπά 围城 بين 🐋"]),
 }
 
@@ -48,9 +48,9 @@ CONTENTS = {
     "half an emoji": ("a\ud83d", ["t:a\ufffd"], "a\ufffd"),
     "no characters": ("\ufffe\uffff", ["t:\ufffd\ufffd"], "\ufffd\ufffd"),
     "a whole emoji": ("🐋", ["t:🐋"], "🐋"),
-    "blanks at the ends": (" a ", ["t: a "], " a "),
-    "no-break blank": ("a\xa0b", ["t:a\xa0b"], "a\xa0b"),
-    "signs of XML": ("<&>\"'", ["t:<&>\"'"], "<&>\"'"),
+    "spaces at the ends": (" a ", ["t: a "], " a "),
+    "no-break space": ("a\xa0b", ["t:a\xa0b"], "a\xa0b"),
+    "characters with a meaning in XML": ("<&>\"'", ["t:<&>\"'"], "<&>\"'"),
 }
 
 

@@ -1,1 +1,1 @@
-"""The shell stand-in of the Word macro: it works on .docx files and speaks to the bridge."""
+"""The macro's stand-in for the shell: it changes .docx files and runs the bridge."""

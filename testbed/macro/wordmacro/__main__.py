@@ -24,18 +24,23 @@ class Stopped(BaseException):
 
 def main(arguments=None):
     console.set_up()
-    options = _parser().parse_args(arguments)
+    try:
+        options = _parser().parse_args(arguments)
+    except OSError:  # the help or the usage line could not be printed
+        return 1
+    finally:
+        console.flush()
     try:
         _stop_on_signals()
         return options.action(options)
     except Stopped as stopped:
-        console.tell("macro: Interrupted.")
+        console.report("macro: Interrupted.")
         return 128 + stopped.args[0]
     except Failure as failure:
-        console.tell(f"macro: {failure}")
+        console.report(f"macro: {failure}")
         return 1
     except Exception as error:  # a mistake in this program: a sentence in place of a traceback
-        console.tell(f"macro: {_described(error)} Nothing was written.")
+        console.report(f"macro: {_described(error)} Nothing was written.")
         return 1
 
 
@@ -59,7 +64,7 @@ def _stop_on_signals():
 def _run(options):
     arguments = [_decoded(argument) for argument in options.argument]
     answer = exchange.run(options.bridge, options.command, arguments, options.folder)
-    console.tell(answer.said)
+    console.report(answer.messages)
     if options.results is not None:
         return _write_results(Path(options.results), answer.results)
     lines = (CONTROLS.sub(_visible, text) for text in answer.results)
@@ -108,7 +113,7 @@ def _list(options):
 
 def _change(options):
     """Changes one citation, then formats the document if a style is given; writes once, at the end.
-    The exit status is about the document, also if nobody reads what is printed."""
+    The exit status is about the document, also if the output cannot be printed."""
     check_target(options.output)
     document = Document(options.input)
     if document.package.is_signed and not options.drop_signature:
@@ -116,15 +121,15 @@ def _change(options):
             f"{options.input} has a digital signature, which no longer holds once the document is "
             "changed. Nothing was written. With --drop-signature it is removed."
         )
-    said = []
+    done = []
     choices = commands.Choices(options.discard_edits, options.skip_unreadable)
     if options.command:
         details = (getattr(options, detail) for detail in options.details)
-        said.append(options.command(options.bridge, document, choices, *details))
+        done.append(options.command(options.bridge, document, choices, *details))
     if options.style is not None:
-        said.append(commands.format_document(options.bridge, document, options.style, choices))
+        done.append(commands.format_document(options.bridge, document, options.style, choices))
     document.package.save(options.output)
-    console.write(sys.stdout, " ".join([*said, f"Written to {options.output}."]))
+    console.write(sys.stdout, " ".join([*done, f"Written to {options.output}."]))
     return 0
 
 

@@ -10,7 +10,7 @@ NUMBER = re.compile(r'"(?:[^"\\]|\\.)*"|(-?\d+(?:\.\d+)?[eE][+-]?\d+|-?\d{300,}(
 
 
 def cluster(code):
-    """The JSON object in a citation's field code, from the first brace; None if there is none."""
+    """The JSON object in a citation's field code, from the first brace; or None."""
     start = code.find("{")
     if not CITATION.match(code) or start < 0:
         return None
@@ -31,7 +31,7 @@ def has_works(code):
 
 
 def too_large_number(code):
-    """A number in a field code that exceeds the range of a double; empty if there is none."""
+    """Returns a number in a field code that exceeds the range of a double, or an empty text."""
     numbers = (found.group(1) for found in NUMBER.finditer(code) if found.group(1))
     return next((n for n in numbers if abs(float(n)) == float("inf")), "")
 

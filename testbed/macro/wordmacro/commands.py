@@ -31,7 +31,7 @@ class Batch(NamedTuple):
 
 
 def format_document(bridge, document, style, choices=Choices()):
-    """Formats all citations in one batch. Returns the sentence that says what was done."""
+    """Formats all citations in one batch. Returns a sentence about what was done."""
     if not document.all_citations:
         raise Failure(f"{document.path} holds no citations. {UNCHANGED}")
     citations = _readable(document, choices)
@@ -132,7 +132,7 @@ def _rejected(results, citations):
 def _batch(bridge, document, citations, style, answer, choices):
     results = answer.results
     if results[0] == "false" and len(results) == 2:
-        raise Failure(_reason(bridge, document, citations, style, answer.said))
+        raise Failure(_reason(bridge, document, citations, style, answer.messages))
     expected = 3 + 4 * len(citations)
     if results[0] != "true" or len(results) != expected:
         raise Failure(
@@ -176,7 +176,7 @@ def _would_lose_edit(field, text):
     return is_shown and not field.problem and not clusters.shows(field, runs.markup_of_pieces(text))
 
 
-def _reason(bridge, document, citations, style, said):
+def _reason(bridge, document, citations, style, messages):
     for field in citations:
         number = clusters.too_large_number(field.code)
         if number:
@@ -184,13 +184,13 @@ def _reason(bridge, document, citations, style, said):
                 f"The field code of {document.named(field)}, holds the number {number[:30]}, which "
                 f"exceeds the range of a double. The bridge cannot read it in an answer. {UNCHANGED}"
             )
-    if "received 0 formatted citations" in said:
+    if "received 0 formatted citations" in messages:
         return (
-            f"Tessaron Desktop's answer could not be used: {said} The answer was cut off, is not "
+            f"Tessaron Desktop's answer could not be used: {messages} The answer was cut off, is not "
             f"JSON, or holds a number that exceeds the range of a double. {UNCHANGED}"
         )
-    if said:
-        return f"Tessaron Desktop's answer could not be used: {said} {UNCHANGED}"
+    if messages:
+        return f"Tessaron Desktop's answer could not be used: {messages} {UNCHANGED}"
     _check_running(bridge)
     return (
         f"Tessaron Desktop did not format the document: it refused the style {style}, "

@@ -10,7 +10,7 @@ def set_up():
             stream.reconfigure(encoding="utf-8", errors="backslashreplace")
 
 
-def tell(sentence):
+def report(sentence):
     """Writes a line to standard error, if that is possible."""
     if sentence:
         write(sys.stderr, sentence)
@@ -23,7 +23,20 @@ def write(stream, line):
     try:
         print(line, file=stream, flush=True)
     except (OSError, ValueError):
-        # What is left in the buffer would fail once more when the interpreter ends.
-        os.dup2(os.open(os.devnull, os.O_WRONLY), stream.fileno())
+        _discard_buffer(stream)
         return False
     return True
+
+
+def flush():
+    """Writes what is buffered for standard output, such as the help, if that is possible."""
+    try:
+        if sys.stdout is not None:
+            sys.stdout.flush()
+    except OSError:
+        _discard_buffer(sys.stdout)
+
+
+def _discard_buffer(stream):
+    # What is left in the buffer would fail once more when the interpreter ends.
+    os.dup2(os.open(os.devnull, os.O_WRONLY), stream.fileno())

@@ -3,7 +3,7 @@
 from lxml import etree
 
 from . import bibliography, clusters, fields, rewrite, runs
-from .console import tell
+from .console import report
 from .failure import Failure
 from .package import W, Package
 
@@ -165,4 +165,4 @@ def quoted(field):
 
 
 def warn(sentence):
-    tell(f"Warning: {sentence}")
+    report(f"Warning: {sentence}")

@@ -12,7 +12,7 @@ import time
 from pathlib import Path
 from typing import NamedTuple
 
-from .console import tell
+from .console import report
 from .failure import Failure
 
 ARGS = "mac-word-plugin-args.txt"
@@ -34,7 +34,7 @@ TRACE_VARIABLES = ("QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN")
 
 class Answer(NamedTuple):
     results: list
-    said: str  # the bridge's messages on standard error, in one line and without the trace
+    messages: str  # the bridge's on standard error, in one line and without the trace
 
 
 def encode(strings):
@@ -111,12 +111,12 @@ def _run(bridge, command, arguments, folder, inherited):
         reason = getattr(error, "strerror", None) or error
         raise Failure(f"The folder {folder} cannot be used: {reason}.")
     process = _start(bridge, command, folder, inherited)
-    said = _said(process.stderr)
-    because = f" and said: {said}" if said else ""
+    messages = _messages(process.stderr)
+    because = f" and said: {messages}" if messages else ""
     if process.returncode != 0:
         raise Failure(f"The bridge ended with status {process.returncode}{because}.")
     # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
-    return Answer(_read(folder, command, because), said)
+    return Answer(_read(folder, command, because), messages)
 
 
 def _start(bridge, command, folder, inherited):
@@ -136,11 +136,11 @@ def _start(bridge, command, folder, inherited):
         raise Failure("A command and a folder cannot hold U+0000.")
 
 
-def _said(output):
+def _messages(output):
     """The bridge's messages. The trace is passed on to where the caller sent standard error."""
     is_traced = TRACE in output or any(name in os.environ for name in TRACE_VARIABLES)
     if is_traced:
-        tell(output.rstrip("\n"))
+        report(output.rstrip("\n"))
         return " ".join(" ".join(found.split()) for found in MESSAGES.findall(output))
     return " ".join(output.split())
 

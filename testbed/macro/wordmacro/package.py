@@ -175,7 +175,7 @@ def _target(folder, target):
 
 def _bytes(root):
     tree = root.getroottree()
-    # False would be written out where the part says nothing.
+    # The parser also returns False for a part without this declaration; None omits it.
     standalone = tree.docinfo.standalone or None
     return etree.tostring(tree, encoding="UTF-8", xml_declaration=True, standalone=standalone)
 
