@@ -164,7 +164,7 @@ void tst_PluginComServer_Batch::readsTheRejectedIndex_data()
     row("string of digits", R"({"citationIndex":"2"})", 2);
     row("negative string", R"({"citationIndex":"-5"})", -5);
     row("integral double", R"({"citationIndex":2.0})", 2);
-    // QVariant rounds a double to the nearest integer, and a half away from zero.
+    // QVariant rounds a double to the nearest integer.
     row("double to round up", R"({"citationIndex":1.5})", 2);
     row("double to round down", R"({"citationIndex":1.25})", 1);
     row("true", R"({"citationIndex":true})", 1);
