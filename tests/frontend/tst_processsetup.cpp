@@ -158,8 +158,9 @@ void tst_ProcessSetup::dropsMessagesOfOtherThreads()
 {
     const QByteArray answer = inChildProcess([] {
         startProcessSetup();
+        std::thread([] { qWarning("first in another thread"); }).join();
         qWarning("first");
-        std::thread([] { qWarning("from another thread"); }).join();
+        std::thread([] { qWarning("second in another thread"); }).join();
         qWarning("last");
         return QByteArray("done");
     });
