@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 namespace {
 
@@ -102,23 +101,17 @@ int failedThreadStarts()
     return QCoreApplication::instance()->property(failedThreadStartsProperty).toInt();
 }
 
-std::unique_ptr<QNetworkAccessManager> makeManager()
+} // namespace
+
+QtNetworkClient::QtNetworkClient()
 {
     // Qt would load its connection-management plug-ins for the first manager. They talk to the
     // system bus, which hangs if it never answers, and start threads. Nothing here needs them.
     QCoreApplication::setLibraryPaths({});
-    auto manager = std::make_unique<QNetworkAccessManager>();
+    manager.reset(new QNetworkAccessManager);
     // The application runs on this machine: never use a system proxy.
     manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
     manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
-    return manager;
-}
-
-} // namespace
-
-QtNetworkClient::QtNetworkClient()
-    : manager(makeManager().release())
-{
 }
 
 QtNetworkClient::~QtNetworkClient() = default;
@@ -171,7 +164,7 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     QEventLoop loop;
     OneTimeBody upload(body);
     const int failuresBefore = failedThreadStarts();
-    QScopedPointer<QNetworkReply> reply(body.isEmpty()
+    const QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
     NetworkResponse response;
@@ -188,9 +181,8 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     // be this request's.
     QCoreApplication::sendPostedEvents(reply.data(), QEvent::MetaCall);
     if (failedThreadStarts() != failuresBefore) {
-        // The request would never finish, and neither would any later one of this manager.
-        reply.reset();
-        manager.reset(makeManager().release());
+        // The request would never finish. The next one starts another thread, because it clears
+        // the connection cache.
         errorText = QStringLiteral("Unable to start the network thread");
         return {};
     }
