@@ -5,6 +5,7 @@
 #include <QVector>
 
 #include <csignal>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,8 +27,12 @@ public:
     RunningProcess()
         : processId(fork())
     {
-        while (processId == 0) {
-            pause();
+        if (processId == 0) {
+            // A test that is aborted must not leave it.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (;;) {
+                pause();
+            }
         }
     }
     ~RunningProcess() { end(); }
