@@ -10,12 +10,12 @@ from pathlib import Path
 
 from . import commands, console, exchange
 from .document import Document
+from .exchange import STOPS
 from .failure import Failure
 from .package import check_target
 
 CONTROLS = re.compile("[\x00-\x1f\x7f\ud800-\udfff\\\\]")
 SHORT = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
-STOPS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
 class Stopped(BaseException):

@@ -5,6 +5,7 @@ import fcntl
 import os
 import re
 import shutil
+import signal
 import stat
 import subprocess
 import tempfile
@@ -21,6 +22,7 @@ READY = "mac-word-plugin-result-ready.txt"
 SEPARATOR = "\x01"
 FOLDER_PREFIX = "wordmacro-"
 A_DAY = 24 * 60 * 60
+STOPS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 # The bridge's own messages. With the trace on, its other output can hold the document's text.
 MESSAGES = re.compile(
@@ -110,28 +112,51 @@ def _run(bridge, command, arguments, folder, inherited):
     except (OSError, ValueError) as error:
         reason = getattr(error, "strerror", None) or error
         raise Failure(f"The folder {folder} cannot be used: {reason}.")
-    process = _start(bridge, command, folder, inherited)
-    messages = _messages(process.stderr)
+    status, errors = _run_bridge(bridge, command, folder, inherited)
+    messages = _messages(errors)
     because = f" and said: {messages}" if messages else ""
-    if process.returncode != 0:
-        raise Failure(f"The bridge ended with status {process.returncode}{because}.")
+    if status != 0:
+        raise Failure(f"The bridge ended with status {status}{because}.")
     # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
     return Answer(_read(folder, command, because), messages)
 
 
-def _start(bridge, command, folder, inherited):
+def _run_bridge(bridge, command, folder, inherited):
+    """Returns the exit status and what the bridge wrote to standard error. An exception, such as one
+    that a signal raises, stops the bridge."""
+    # Until this process knows the bridge's process id, a signal would leave the bridge running.
+    mask = signal.pthread_sigmask(signal.SIG_BLOCK, STOPS)
+
+    def unblock():
+        signal.pthread_sigmask(signal.SIG_SETMASK, mask)
+
     try:
-        return subprocess.run(
-            [str(bridge), command, str(folder)],
+        with _start([str(bridge), command, str(folder)], inherited, unblock) as process:
+            try:
+                unblock()
+                _, errors = process.communicate()
+            except BaseException:
+                process.kill()
+                raise
+    finally:
+        unblock()
+    return process.returncode, errors
+
+
+def _start(command, inherited, before_exec):
+    try:
+        return subprocess.Popen(
+            command,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.PIPE,
             encoding="utf-8",
             errors="replace",
             pass_fds=inherited,
+            preexec_fn=before_exec,
         )
     except OSError as error:
-        raise Failure(f"The bridge {bridge} cannot be started: {error.strerror}.")
+        raise Failure(f"The bridge {command[0]} cannot be started: {error.strerror}.")
     except ValueError:
         raise Failure("A command and a folder cannot hold U+0000.")
 
