@@ -65,6 +65,24 @@ class EditedText(EndToEnd):
         self.answer(cancel=True)
         self.fails("its dialog was cancelled", "--discard-edits")
 
+    def test_an_answer_without_the_edit_leaves_the_document(self):
+        (_, field, *_) = reader.citations(self.document)
+        cluster = field.cluster
+        other_works = {**cluster, "citationItems": [{"id": 1}], "tessaron": {}}
+        cluster["tessaron"]["previouslyFormattedCitation"] = EDIT
+        for name, found in {"other works": other_works, "no manual text": cluster}.items():
+            with self.subTest(name):
+                body = json.dumps({"citationCluster": found})
+                self.faults.write_text(json.dumps({UPDATE: {"body": body}}))
+                self.fails("was not recorded")
+
+    def test_a_second_edit_that_is_not_recorded_leaves_the_document(self):
+        self.ok("format", self.document, self.document, "--style", APA)
+        rewrite(self.document, lambda xml: xml.replace(f">{EDIT}<", ">(other words)<"))
+        self.before = self.document.read_bytes()
+        self.answer(cancel=True)
+        self.fails("was not recorded", '"(other words)"')
+
     def test_an_application_that_has_ended_is_named(self):
         self.desktop.terminate()
         self.desktop.wait(10)

@@ -25,9 +25,12 @@ def _refuse(constant):
     raise ValueError(constant)
 
 
+def works(code):
+    return (cluster(code) or {}).get("citationItems")
+
+
 def has_works(code):
-    items = (cluster(code) or {}).get("citationItems")
-    return isinstance(items, list) and len(items) > 0
+    return isinstance(works(code), list) and len(works(code)) > 0
 
 
 def too_large_number(code):

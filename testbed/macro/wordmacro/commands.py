@@ -83,22 +83,30 @@ def _warn_of_skipped(field):
 
 def _record_edit(bridge, document, field):
     """Lets the application record a text edited by hand, which the batch would otherwise replace.
-    The edit is settled when the new code records the edited text, or, because the person gave the
-    edit up, no text. A failed command and a cancelled dialog give the old record back."""
+    A failed command and a cancelled dialog give the old record back: the run fails then."""
     if not clusters.is_edited(field):
         return
     name = document.named(field)
     arguments = [field.code, clusters.current_text(field)]
     answer = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments)
     code = _checked(answer.results[0], name)
-    recorded = clusters.recorded_text(code)
-    if recorded is not None and not clusters.shows(field, recorded):
+    if not _is_recorded(field, code) and not _is_given_up(field, code):
         _check_running(bridge)
         raise Failure(
             f"The text edited by hand of {name}, was not recorded: Tessaron Desktop failed, or its "
             f"dialog was cancelled. {UNCHANGED} With --discard-edits such texts are replaced."
         )
     rewrite.set_everywhere(field, code, None)
+
+
+def _is_recorded(field, code):
+    return clusters.has_manual_text(code) and clusters.shows(field, clusters.recorded_text(code))
+
+
+def _is_given_up(field, code):
+    """The person chose the style's text: the same works come back without any recorded text."""
+    is_same = clusters.works(code) == clusters.works(field.code)
+    return is_same and clusters.recorded_text(code) is None
 
 
 def _check_running(bridge):

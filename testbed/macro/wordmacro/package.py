@@ -99,7 +99,7 @@ class Package:
             for name, data in ((name, _bytes(tree)) for name, tree in self.trees.items())
             if data != self._before[name]
         }
-        if not changed:
+        if not changed and not self.is_signed:
             with open(self.path, "rb") as source:
                 shutil.copyfileobj(source, stream)
             return
