@@ -1,7 +1,7 @@
 'use strict';
 
-// The application's state and what it does for each path of its local API. Every operation gets
-// the state and the checked request body, and returns the answer's body or throws an ApiError.
+// The application's state and one operation for each path of its local API. An operation takes the
+// state and the validated request body. It returns the body of the reply or throws an ApiError.
 
 const clusters = require('./clusters');
 const { ApiError } = require('./errors');
@@ -16,7 +16,7 @@ const DEFAULT_STYLES = [
 ].map((name) => `http://www.zotero.org/styles/${name}`);
 const RECENT_STYLES = 10;
 
-/** A new application. `settings` may hold account, uuid, selectedStyle and recentStyles. */
+/** Creates an application. `settings` may hold account, uuid, selectedStyle and recentStyles. */
 function createApp({ styles, library, settings = {} }) {
     const { recentStyles = DEFAULT_STYLES, selectedStyle = recentStyles[0] } = settings;
     const unknown = [...recentStyles, selectedStyle].find((id) => !styles.find(id));

@@ -1,7 +1,7 @@
 'use strict';
 
-// A citation cluster is the JSON object in a citation field of a document. What stands under
-// "tessaron" is this application's own; everything else that it does not know stays as it is.
+// A citation cluster is the JSON object in a citation field of a document. The object under
+// "tessaron" belongs to this application. All other unknown keys stay unchanged.
 
 const crypto = require('node:crypto');
 
@@ -13,7 +13,7 @@ const { parseAnyText, plainText, writeMarkup } = require('./markup');
 const PREFIX = /^ADDIN\s+CSL_CITATION/;
 const SCHEMA = 'https://github.com/citation-style-language/schema/raw/master/csl-citation.json';
 
-/** The cluster in a field code; an ApiError with a sentence when there is none to be read. */
+/** Returns the cluster in a field code. Throws an ApiError if it cannot be read. */
 function readFieldCode(fieldCode) {
     const text = fieldCode.trim();
     const [prefix] = PREFIX.exec(text) || [];
@@ -52,7 +52,7 @@ function unreadable(reason) {
     return new ApiError(422, `The field code of a citation cannot be read: ${reason}.`);
 }
 
-/** The clusters of several field codes. The error for one that cannot be read has its index. */
+/** Returns the clusters of several field codes. The error for an unreadable one has its index. */
 function readFieldCodes(entries) {
     return entries.map(({ fieldCode }, index) => {
         try {
@@ -75,12 +75,12 @@ function newCluster(citationItems) {
     };
 }
 
-/** The same citation with other works in it; a text edited by hand belonged to the old ones. */
+/** Replaces the works of a citation and removes its texts, which belong to the old works. */
 function withItems(cluster, citationItems) {
     return { ...withoutTexts(cluster), citationItems };
 }
 
-/** One citation of all works. Where clusters differ in anything else the first one counts. */
+/** Merges clusters into one with all works. For other keys the first cluster takes precedence. */
 function mergeClusters(clusters) {
     const tessaron = clusters.map((cluster) => cluster.tessaron || {});
     const merged = {
@@ -98,7 +98,7 @@ function withoutTexts(cluster) {
     return Object.keys(rest).length > 0 ? { ...others, tessaron: rest } : others;
 }
 
-/** { cluster, text }: the text that the document shows from now on, and the cluster that knows. */
+/** Returns { cluster, text }: the text for the document, and the cluster that records it. */
 function withFormattedText(cluster, runs) {
     const manual = manualText(cluster);
     const shown = manual === undefined ? runs : parseAnyText(manual);
@@ -116,7 +116,7 @@ function manualText(cluster) {
     return typeof manual === 'string' ? manual : undefined;
 }
 
-/** Whether a text found in the document is another than the one that was last put there. */
+/** Whether the text in the document differs from the text that was last written there. */
 function isEdited(cluster, text) {
     const found = parseAnyText(text);
     const markup = writeMarkup(found);
@@ -127,7 +127,7 @@ function isEdited(cluster, text) {
         return plainTextFormattedCitation !== plainText(found);
     }
     const expected = parseAnyText(shown);
-    // A text read out of a document as plain text has lost its italics: that is no edit.
+    // A macro that reads plain text loses the italics. This is not an edit.
     const isPlain = found.every((run) => Object.keys(run).length === 1);
     return isPlain ? plainText(found) !== plainText(expected) : markup !== writeMarkup(expected);
 }

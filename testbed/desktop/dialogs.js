@@ -1,7 +1,7 @@
 'use strict';
 
-// The dialogs of the application: a person answers them on the terminal, or a script has the
-// answers ready. Every dialog ends with an answer or with null, which stands for "cancelled".
+// The dialogs of the application. A person answers them on the terminal, or they are answered from
+// a script. A dialog returns the answer, or null if it was cancelled.
 
 const fs = require('node:fs');
 
@@ -19,7 +19,7 @@ const isItems = (value) => Array.isArray(value) && value.every(isObject);
 const isText = (value) => typeof value === 'string';
 const isFlag = (value) => typeof value === 'boolean';
 
-// The key in which a scripted answer of each dialog holds what was chosen.
+// The key that holds the choice in a scripted answer, by dialog.
 const ANSWERS = {
     [CHOOSE]: { key: 'items', fits: isItems, sentence: 'a list of objects' },
     [EDIT]: { key: 'items', fits: isItems, sentence: 'a list of objects' },
@@ -27,7 +27,7 @@ const ANSWERS = {
     [UPDATE]: { key: 'keep', fits: isFlag, sentence: 'true or false' },
 };
 
-/** A sentence about what is wrong with a scripted answer; empty when nothing is. */
+/** Returns a sentence about an invalid scripted answer, or '' if the answer is valid. */
 function answerProblem(answer) {
     if (!isObject(answer) || !Object.hasOwn(ANSWERS, answer.dialog)) {
         return `"dialog" must be one of ${Object.keys(ANSWERS).join(', ')}.`;
@@ -37,9 +37,9 @@ function answerProblem(answer) {
 }
 
 /**
- * Dialogs answered by a script: `answers`, then the lines of `file`, which is read again for each
- * dialog so that answers can be added while the application runs. When there are no more answers
- * a dialog is cancelled, except that a text edited by hand is kept.
+ * Dialogs answered by a script: `answers`, then the lines of `file`. The file is read again for each
+ * dialog, so answers can be added while the application runs. Without an answer a dialog is
+ * cancelled, except that a text edited by hand is kept.
  */
 function scriptedDialogs(answers, file) {
     const given = [...answers];
@@ -86,7 +86,7 @@ function readAnswer(line) {
     return answer;
 }
 
-/** Citation items from what a dialog answered: entries of the library with their details. */
+/** Returns the citation items for a dialog's answer: library entries with their details. */
 function chosenItems(library, items) {
     return items.map(({ uuid, ...details }) => {
         const entry = library.find(uuid);

@@ -1,9 +1,9 @@
 'use strict';
 
 /**
- * A refusal that goes back to the caller as {"error": sentence} with an HTTP status. `extra` holds
- * further keys of the answer, such as the index of the citation that was refused; `headers` holds
- * HTTP headers that go with the status.
+ * A failure that is returned to the caller as {"error": message} with an HTTP status. `extra` holds
+ * additional keys of the reply, such as the index of the rejected citation. `headers` holds
+ * additional HTTP headers.
  */
 class ApiError extends Error {
     constructor(status, message, extra = {}, headers = {}) {

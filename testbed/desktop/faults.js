@@ -1,7 +1,7 @@
 'use strict';
 
-// Misbehaviour on request. The fault file is a JSON object from path to fault; it is read again
-// for each request, so that a test can change it while the application runs.
+// Faults for tests. The fault file is a JSON object from path to fault. It is read again for each
+// request, so a test can change it while the application runs.
 
 const fs = require('node:fs');
 
@@ -19,7 +19,7 @@ const FAULTS = {
     emptyBibliography: (value) => typeof value === 'boolean',
 };
 
-/** The fault of a path, empty when it has none. Throws an Error about a file that is not right. */
+/** Returns the fault of a path, {} if it has none. Throws an Error if the file is invalid. */
 function faultOf(file, path) {
     if (!file) {
         return {};
@@ -37,7 +37,7 @@ function faultOf(file, path) {
     return fault;
 }
 
-/** What goes out instead of the right answer { status, body } (body: the value before JSON). */
+/** Applies a fault to the correct reply { status, body }. `body` is a value, not yet JSON. */
 function spoil(fault, { status, body }) {
     const spoilt = { status: fault.status || status, body };
     if (fault.status && fault.status !== 200) {

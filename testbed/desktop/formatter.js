@@ -7,15 +7,15 @@ const { isObject, writeJson } = require('./json');
 const { printableCite, printableData } = require('./items');
 const { parseProcessorHtml } = require('./markup');
 
-// The processor would print its remarks on standard output, which is not its own here.
+// The processor would print debug messages to standard output.
 CSL.debug = () => {};
 
 const LANGUAGE = 'en-US';
 
 /**
- * Formats all citations of a document in their order. Returns { texts, bibliography }: the runs
- * of each citation, and the runs of each entry (no entries where the style has no bibliography).
- * Throws an ApiError with the index of a citation that the processor cannot format.
+ * Formats all citations of a document in order. Returns { texts, bibliography }: the runs of each
+ * citation, and the runs of each entry (no entries if the style has no bibliography). Throws an
+ * ApiError with the index of the citation if the processor cannot format one.
  */
 function formatDocument(style, styles, clusters) {
     const attempt = (count) => runProcessor(style, styles, clusters.slice(0, count));
@@ -31,7 +31,7 @@ function formatDocument(style, styles, clusters) {
     }
 }
 
-/** The index of the citation with which formatting the first ones begins to fail; -1 for none. */
+/** Returns the index of the first citation that cannot be formatted, or -1. */
 function firstFailure(attempt, total) {
     const fails = (count) => {
         try {
@@ -79,8 +79,8 @@ function runProcessor(style, styles, clusters) {
 }
 
 /**
- * The id under which a work is known in this run. The id in a document means nothing beyond its
- * own citation, so two items are the same work when their first URI is, or else their data.
+ * Returns the id of a work in this run. An id in a document is valid only within its citation, so
+ * two items are the same work if their first URIs are equal or, without URIs, their data.
  */
 function workId(works, item) {
     const { id, ...data } = item.itemData;
@@ -92,8 +92,8 @@ function workId(works, item) {
 }
 
 /**
- * The note each citation stands in. The numbers in the citations are those of the last time that
- * the document was written; where one does not follow, the citation is taken to be in a new note.
+ * Returns the note number of each citation. The numbers in the citations may be outdated. A citation
+ * whose number is less than the previous one is assumed to be in a new note.
  */
 function noteNumbers(clusters, inNotes) {
     let last = 0;

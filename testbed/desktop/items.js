@@ -1,7 +1,7 @@
 'use strict';
 
-// CSL-JSON as it stands in a document, checked before the CSL processor sees it: the processor
-// stops with an error of its own, or prints nonsense, where a value has the wrong shape.
+// Validates CSL-JSON from a document before it is passed to the CSL processor. For a value of the
+// wrong type the processor throws an unclear error or returns a wrong text.
 
 const { isObject, withPlainNumbers } = require('./json');
 
@@ -20,7 +20,7 @@ const CITE_FLAGS = ['suppress-author', 'author-only'];
 
 const isText = (value) => typeof value === 'string' || typeof value === 'number';
 
-/** A sentence about what is wrong with one entry of "citationItems"; empty when nothing is. */
+/** Returns a sentence about an invalid entry of "citationItems", or '' if it is valid. */
 function citationItemProblem(item) {
     if (!isObject(item)) {
         return 'An entry of "citationItems" is not an object.';
@@ -77,7 +77,7 @@ function isDate(value) {
         : isListOf(parts, (part) => isListOf(part, isText)) && parts.length > 0;
 }
 
-/** The part of an item's data that the CSL processor knows how to print; its texts are strings. */
+/** Returns the part of an item's data that the CSL processor formats, with numbers as strings. */
 function printableData(data) {
     const entries = Object.entries(withPlainNumbers(data));
     const texts = entries.filter(([, value]) => isText(value))
@@ -95,7 +95,7 @@ function printableCite(item) {
     return withoutControls(Object.fromEntries([...texts, ...flags]));
 }
 
-/** Line breaks and tabs become blanks; other control characters mean nothing on paper. */
+/** Replaces line breaks and tabs by spaces and removes other control characters. */
 function withoutControls(value) {
     if (typeof value === 'string') {
         return value.replace(/[\t-\r]+/g, ' ').replace(/[\u0000-\u001f\u007f]/g, '');

@@ -1,8 +1,8 @@
 'use strict';
 
-// Clusters pass through this application and back into the document, so they are read without
-// losing what a double cannot hold: such numbers stay as text inside a LosslessNumber and are
-// written as they came. All other numbers are ordinary ones.
+// Reads and writes JSON without loss, because clusters pass through the application and back into
+// the document. A number that a double cannot hold stays a LosslessNumber, which keeps its text. All
+// other numbers are ordinary numbers.
 
 const { parse, stringify, isLosslessNumber, isSafeNumber, LosslessNumber } =
     require('lossless-json');
@@ -10,10 +10,10 @@ const { parse, stringify, isLosslessNumber, isSafeNumber, LosslessNumber } =
 const readNumber = (text) => (isSafeNumber(text) ? Number(text) : new LosslessNumber(text));
 const takeLast = () => undefined;
 
-// The library would set the prototype of an object for this key instead of a member.
+// For this key the library sets the prototype of an object instead of a member.
 const PROTOTYPE_KEY = /"(?:_|\\u005[fF]){2}proto(?:_|\\u005[fF]){2}"\s*:/;
 
-/** The value of a JSON text; throws a SyntaxError when it is none. */
+/** Parses JSON. Throws a SyntaxError if it is malformed. */
 function readJson(text) {
     if (PROTOTYPE_KEY.test(text)) {
         throw new SyntaxError('the key "__proto__" is not allowed');
@@ -25,7 +25,7 @@ function writeJson(value) {
     return stringify(value);
 }
 
-/** A copy in which every number is an ordinary one, for code that cannot know of the others. */
+/** Returns a copy with ordinary numbers only, for code that does not know LosslessNumber. */
 function withPlainNumbers(value) {
     if (isLosslessNumber(value)) {
         return Number(value.value);

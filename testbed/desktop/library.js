@@ -8,7 +8,7 @@ const { isObject } = require('./json');
 
 const OWN_LIBRARY = path.join(__dirname, 'library.json');
 
-/** Reads a library, a JSON list of { uuid, itemData }. Throws an Error that says why it cannot. */
+/** Reads a library, a JSON list of { uuid, itemData }. Throws an Error if it cannot be used. */
 function openLibrary(file = OWN_LIBRARY) {
     const entries = JSON.parse(fs.readFileSync(file, 'utf8'));
     const problem = libraryProblem(entries);
@@ -17,7 +17,7 @@ function openLibrary(file = OWN_LIBRARY) {
     }
     return {
         entries,
-        /** The entry with this uuid, or with this id of its data; undefined when there is none. */
+        /** Returns the entry with this uuid or this id in its data, or undefined. */
         find: (key) => entries.find(({ uuid, itemData }) => key === uuid || key === itemData.id),
     };
 }
@@ -41,12 +41,12 @@ function libraryProblem(entries) {
     return '';
 }
 
-/** The library's entry as it stands in a citation, with what only this citation says of it. */
+/** Returns the citation item for an entry, with the `details` of this citation. */
 function citationItem({ uuid, itemData }, details = {}) {
     return { id: itemData.id, uris: [`urn:uuid:${uuid}`], itemData, ...details };
 }
 
-/** "Knuth 1984, Literate Programming": how a person recognises an entry. */
+/** Describes an entry for a person, such as "Knuth 1984, Literate Programming". */
 function describeEntry({ itemData }) {
     const names = (itemData.author || itemData.editor || [])
         .map((name) => name.family || name.literal || name.given);

@@ -19,11 +19,11 @@ const USAGE = `usage: node main.js [OPTION]...
   --recent URL      a recent style; may be given several times
   --library FILE    the library (default: library.json beside this program)
   --csl-dir FOLDER  where "styles" and "locales" are (default: the environment variable
-                    TESSARON_CSL_DIR, else /usr/share/citation-style-language)
+                    TESSARON_CSL_DIR, otherwise /usr/share/citation-style-language)
   --answer JSON     the answer to the next dialog; may be given several times
   --answers FILE    answers to the dialogs after that, one line of JSON each
   --interactive     ask the dialogs on this terminal
-  --faults FILE     how to misbehave, by path
+  --faults FILE     faults by path, for tests
   --log FILE        append a line of JSON for each request
   --validate        check each request and reply against the contract of the API, and print
                     violations and warnings to standard error

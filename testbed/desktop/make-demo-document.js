@@ -1,7 +1,7 @@
 'use strict';
 
-// Writes demo-document.json: a short text with citations of works of the library, as a document
-// would hold it that was last formatted long ago. Run it again after a change of the library.
+// Writes demo-document.json: a short text with citations of library entries and outdated formatted
+// texts. Run it again after a change of the library.
 
 const fs = require('node:fs');
 const path = require('node:path');
@@ -11,7 +11,7 @@ const { citationItem, openLibrary } = require('./library');
 
 const page = (locator) => ({ label: 'page', locator });
 
-// Each: the sentence, the text that stands in the document now, the works with their details.
+// Each entry: the sentence, the citation's text in the document, the works with their details.
 const CITATIONS = [
     ['DNA is a double helix', '[1]', [['watson-crick-1953']]],
     ['Information can be measured in bits', '(old)', [['shannon-1948', page('379')]]],

@@ -2,8 +2,8 @@
 
 // Formatted texts are written in a small HTML subset: <i>, <b>, <sup>, <sub> and
 // <span style="font-variant:small-caps;">, with &amp; &lt; &gt; for those three characters.
-// Between reading and writing, a text is a list of runs { text, italic, bold, smallCaps, sup, sub }
-// with only those attributes that are on.
+// In memory, a text is a list of runs { text, italic, bold, smallCaps, sup, sub }. A run has only
+// those attributes that are set.
 
 const SUBSET = [
     ['italic', '<i>', '</i>'],
@@ -15,8 +15,8 @@ const SUBSET = [
 
 const OPENING = new Map(SUBSET.map(([name, open]) => [open, { [name]: true }]));
 
-// What the CSL processor writes beyond the subset. It has "normal" tags too, where a style nests
-// italics in italics; they only mean something to the tags around them.
+// Tags of the CSL processor outside the subset. The "normal" tags switch an attribute off, for
+// example where a style nests italics in italics.
 const PROCESSOR_OPENING = new Map([
     ...OPENING,
     ['<em>', { italic: true }],
@@ -31,14 +31,14 @@ const PROCESSOR_ENTITIES = { '&#38;': '&', '&#60;': '<', '&#62;': '>' };
 
 const TOKENS = /<\/?[a-z][^<>]*>|&#?\w+;|[^<>&]+|[<>&]/g;
 
-/** The runs of a text in the subset, or null when the text is not in it: it is plain text then. */
+/** Returns the runs of a text in the subset, or null if the text is not in the subset. */
 function parseMarkup(text) {
     return readRuns(text, OPENING, ENTITIES, true);
 }
 
-/** The runs of what the CSL processor's HTML output says. Tags without a run of their own go. */
+/** Returns the runs of the CSL processor's HTML. Unknown tags are removed. */
 function parseProcessorHtml(html) {
-    // A label set in the margin ("[1]") is parted from its entry by a tab, other blocks by a blank.
+    // A tab separates a label in the margin ("[1]") from its entry. A space separates other blocks.
     const flat = html
         .replace(/<div class="csl-right-inline">/g, '\t')
         .replace(/<\/?div[^>]*>/g, ' ')
@@ -92,7 +92,7 @@ function attributes(run) {
     return SUBSET.map(([name]) => name).filter((name) => run[name]);
 }
 
-/** The text of some runs in the subset. A tag stays open over neighbours that share it. */
+/** Writes runs in the subset. A tag stays open across adjacent runs that share it. */
 function writeMarkup(runs) {
     const tags = Object.fromEntries(SUBSET.map(([name, open, close]) => [name, { open, close }]));
     let text = '';
@@ -119,7 +119,7 @@ function escapeText(text) {
     return text.replace(/&/g, '&amp;').replace(/</g, '&lt;').replace(/>/g, '&gt;');
 }
 
-/** The runs of a text that a person may have typed: markup where it reads as such, else plain. */
+/** Returns the runs of a text that a person may have typed, which may be plain text. */
 function parseAnyText(text) {
     return parseMarkup(text) || [{ text }];
 }

@@ -35,20 +35,20 @@ const ROUTES = {
         app.formatAll, fieldCodeAndText),
 };
 
-/** The route of a request; an ApiError when the API has none for this path and method. */
+/** Returns the route of a request. Throws an ApiError if the API has no such path or method. */
 function findRoute(method, path) {
     const route = Object.hasOwn(ROUTES, path) && ROUTES[path];
     if (!route) {
         throw new ApiError(404, `The path ${path} is not known here.`);
     }
     if (route.method !== method) {
-        throw new ApiError(405, `The path ${path} answers to ${route.method}, not to ${method}.`,
+        throw new ApiError(405, `The path ${path} accepts ${route.method}, not ${method}.`,
             {}, { Allow: route.method });
     }
     return route;
 }
 
-/** Throws an ApiError unless the body of a request has all that its route needs. */
+/** Throws an ApiError if the body of a request lacks a key or has a value of the wrong type. */
 function checkBody(route, body) {
     if (!isObject(body)) {
         throw new ApiError(400, 'The body of the request is not a JSON object.');

@@ -12,9 +12,9 @@ const { checkBody, findRoute } = require('./routes');
 const BODY_LIMIT_BYTES = 256 * 1024 * 1024;
 
 /**
- * The HTTP server of an application's local API, not yet listening. `logFile` gets a line of JSON
- * for each request; `faultFile` says how to misbehave. `observe` is called with each request
- * { method, path, contentType, body } and its reply { status, body }; the bodies are text.
+ * Creates the HTTP server of an application's local API. It does not listen yet. A line of JSON for
+ * each request is appended to `logFile`. `faultFile` holds the faults. `observe` is called with each
+ * request { method, path, contentType, body } and its reply { status, body }. The bodies are text.
  */
 function createServer(app, options = {}) {
     const { logFile, faultFile, bodyLimitBytes = BODY_LIMIT_BYTES, observe = () => {} } = options;
@@ -66,7 +66,7 @@ function failure(error) {
     return { status: 500, body: { error: `Tessaron Desktop failed: ${reason}` } };
 }
 
-/** { text } of a request's body, { error } when it cannot be taken, { gone } when it broke off. */
+/** Reads a request's body: { text }, { error } if it is refused, { gone } if the client is gone. */
 async function receive(request, limit) {
     const pieces = [];
     let size = 0;

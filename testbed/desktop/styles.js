@@ -1,7 +1,7 @@
 'use strict';
 
-// The CSL styles and locales installed on this machine. A style's id is its URL; its file has the
-// URL's last part as name. A dependent style only names the parent that it looks like.
+// The CSL styles and locales installed on this machine. A style's id is its URL, and the last part
+// of the URL is the name of its file. A dependent style only names the parent that formats it.
 
 const fs = require('node:fs');
 const path = require('node:path');
@@ -15,14 +15,14 @@ function openStyles(folder = process.env.TESSARON_CSL_DIR || DEFAULT_FOLDER) {
     const known = new Map();
     return {
         folder,
-        /** { id, title, parent, xml } of an installed style; undefined when there is none. */
+        /** Returns { id, title, parent, xml } of an installed style, or undefined. */
         find(id) {
             if (!known.has(id)) {
                 known.set(id, readStyle(folder, id));
             }
             return known.get(id);
         },
-        /** The text of a locale's file, or false, which the CSL processor takes as "none". */
+        /** Returns the text of a locale's file, or false, as the CSL processor expects. */
         locale(language) {
             return /^[A-Za-z-]+$/.test(language)
                 && readIfThere(path.join(folder, 'locales', `locales-${language}.xml`));
@@ -30,7 +30,7 @@ function openStyles(folder = process.env.TESSARON_CSL_DIR || DEFAULT_FOLDER) {
     };
 }
 
-/** The style that does the formatting for `id`: itself or its parent. An ApiError says why not. */
+/** Returns the style that formats `id`: itself or its parent. Throws an ApiError without one. */
 function resolveStyle(styles, id) {
     const style = styles.find(id);
     if (!style) {

@@ -15,11 +15,11 @@ const FROM_UUID = '/testMethods/citationCluster/getFromUuid';
 const kuhn = clusterOf([['kuhn-1962']]);
 const truss = clusterOf([['truss-2003']]);
 
-test('there are fifteen paths', () => {
+test('has fifteen paths', () => {
     assert.strictEqual(Object.keys(ROUTES).length, 15);
 });
 
-test('the application says its process id', async (t) => {
+test('returns its process id', async (t) => {
     const api = await startApi(t);
     const { status, body, headers } = await api.get('/tessaronDesktopInfo');
     assert.strictEqual(status, 200);
@@ -28,7 +28,7 @@ test('the application says its process id', async (t) => {
         { processId: process.pid, caller: null, focusAllowedTo: null });
 });
 
-test('the word processor that called last is remembered', async (t) => {
+test('remembers the last word processor', async (t) => {
     const api = await startApi(t);
     for (const version of ['15', '16.1']) {
         const request = { wordProcessor: 'Word', version };
@@ -39,7 +39,7 @@ test('the word processor that called last is remembered', async (t) => {
 });
 
 for (const processId of [0, 4711]) {
-    test(`process ${processId} may allow the focus`, async (t) => {
+    test(`accepts process ${processId} as the one that allows the focus`, async (t) => {
         const api = await startApi(t);
         assert.strictEqual((await api.post('/allowSetFocus', { processId })).status, 200);
         const { body } = await api.get('/tessaronDesktopInfo');
@@ -47,7 +47,7 @@ for (const processId of [0, 4711]) {
     });
 }
 
-test('account, uuid and selected style are those it was started with', async (t) => {
+test('returns the account, uuid and style that it was started with', async (t) => {
     const settings = { account: 'α@example.org', uuid: 'u-1', selectedStyle: styleUrl('nature') };
     const api = await startApi(t, { settings });
     assert.deepStrictEqual((await api.get('/userAccount')).body, { account: 'α@example.org' });
@@ -56,7 +56,7 @@ test('account, uuid and selected style are those it was started with', async (t)
         { citationStyleId: styleUrl('nature') });
 });
 
-test('recent styles have their titles', async (t) => {
+test('returns recent styles with their titles', async (t) => {
     const settings = { recentStyles: [styleUrl('ieee'), styleUrl('nature-genetics')] };
     const api = await startApi(t, { settings });
     assert.deepStrictEqual((await api.get('/citationStyles/default')).body, {
@@ -67,12 +67,12 @@ test('recent styles have their titles', async (t) => {
     });
 });
 
-test('a style that is not installed cannot be among the settings', async (t) => {
+test('rejects settings with a style that is not installed', async (t) => {
     const settings = { recentStyles: [styleUrl('no-such-style')] };
     await assert.rejects(startApi(t, { settings }), /no-such-style" is not installed/);
 });
 
-test('a work is found by its uuid', async (t) => {
+test('finds a work by its uuid', async (t) => {
     const api = await startApi(t);
     const { uuid, itemData } = library.find('soseki-1914');
     const { status, body } = await api.post(FROM_UUID, { documentUuid: uuid });
@@ -84,7 +84,7 @@ test('a work is found by its uuid', async (t) => {
 });
 
 for (const documentUuid of ['', 'kuhn-1962', '00000000-0000-0000-0000-000000000000']) {
-    test(`no work has the uuid "${documentUuid}"`, async (t) => {
+    test(`finds no work with the uuid "${documentUuid}"`, async (t) => {
         const api = await startApi(t);
         const { status, body } = await api.post(FROM_UUID, { documentUuid });
         assert.strictEqual(status, 404);
@@ -92,7 +92,7 @@ for (const documentUuid of ['', 'kuhn-1962', '00000000-0000-0000-0000-0000000000
     });
 }
 
-test('citations are merged in their order', async (t) => {
+test('merges citations in order', async (t) => {
     const api = await startApi(t);
     const citationClusters = [truss, kuhn].map((cluster) => ({ fieldCode: fieldCode(cluster) }));
     const { status, body } = await api.post(MERGE, { citationClusters });
@@ -103,7 +103,7 @@ test('citations are merged in their order', async (t) => {
 
 const shown = { previouslyFormattedCitation: '(Kuhn, 1962)' };
 
-test('an edit by hand is recorded, kept and undone', async (t) => {
+test('records, keeps and undoes an edit by hand', async (t) => {
     const api = await startApi(t);
     const code = fieldCode({ ...kuhn, tessaron: shown });
     const recorded = await api.post(UPDATE, { fieldCode: code, formattedText: 'as Kuhn & co say' });
@@ -121,14 +121,14 @@ test('an edit by hand is recorded, kept and undone', async (t) => {
     assert.strictEqual(again.body.citationClusters[0].formattedText, '(Kuhn, 1962)');
 });
 
-test('a text that nobody edited leaves the cluster as it is', async (t) => {
+test('leaves the cluster of an unedited text unchanged', async (t) => {
     const api = await startApi(t);
     const cluster = { ...kuhn, tessaron: shown };
     const request = { fieldCode: fieldCode(cluster), formattedText: '(Kuhn, 1962)' };
     assert.deepStrictEqual((await api.post(UPDATE, request)).body, { citationCluster: cluster });
 });
 
-test('there may be nothing to undo', async (t) => {
+test('undoes nothing without error', async (t) => {
     const api = await startApi(t);
     const { status, body } = await api.post(UNDO, { fieldCode: fieldCode(kuhn) });
     assert.strictEqual(status, 200);
@@ -178,7 +178,7 @@ const WRONG_BODIES = [
         'Citation 1 has no "fieldCode".'],
 ];
 for (const [url, request, sentence] of WRONG_BODIES) {
-    test(`${url} refuses ${JSON.stringify(request).slice(0, 60)}`, async (t) => {
+    test(`${url} rejects ${JSON.stringify(request).slice(0, 60)}`, async (t) => {
         const api = await startApi(t);
         const { status, body } = await api.post(url, request);
         assert.strictEqual(status, 400);
@@ -196,7 +196,7 @@ const UNREADABLE = [
     [BATCH, { ...batch, citationClusters: [{ ...entry, fieldCode: '{}' }, entry] }, 0],
 ];
 for (const [url, request, citationIndex] of UNREADABLE) {
-    test(`${url} refuses a field code that cannot be read`, async (t) => {
+    test(`${url} rejects an unreadable field code`, async (t) => {
         const api = await startApi(t);
         const { status, body } = await api.post(url, request);
         assert.strictEqual(status, 422);
@@ -210,18 +210,18 @@ const GETS = Object.keys(ROUTES).filter((path) => ROUTES[path].method === 'GET')
 const json = { 'Content-Type': 'application/json' };
 
 const MALFORMED = [
-    ['nothing', ''],
-    ['a text', 'hello'],
+    ['empty body', ''],
+    ['word', 'hello'],
     ['JSON cut off', '{"fieldCode":"x"'],
     ['invalid UTF-8', Buffer.from([0x7b, 0xff, 0x7d])],
-    ['a byte-order mark', '\ufeff{}'],
+    ['byte order mark', '\ufeff{}'],
     ['a list', '[]'],
     ['null', 'null'],
     ['a number', '5'],
     ['JSON in a text', '"{}"'],
 ];
 for (const path of POSTS) {
-    test(`${path} refuses what is no JSON object`, async (t) => {
+    test(`${path} rejects a body that is not a JSON object`, async (t) => {
         const api = await startApi(t);
         for (const [name, text] of MALFORMED) {
             const { status, body } = await api.send({ method: 'POST', url: path, text });
@@ -229,7 +229,7 @@ for (const path of POSTS) {
             assert.match(body.error, /^The body of the request is (malformed|not )/, name);
         }
     });
-    test(`${path} refuses other content types`, async (t) => {
+    test(`${path} rejects other content types`, async (t) => {
         const api = await startApi(t);
         for (const headers of [{}, { 'Content-Type': 'text/plain' },
             { 'Content-Type': 'application/x-www-form-urlencoded' },
@@ -244,7 +244,7 @@ for (const path of POSTS) {
 
 for (const [allowed, path] of [...GETS.map((path) => ['GET', path]),
     ...POSTS.map((path) => ['POST', path])]) {
-    test(`${path} answers to ${allowed} only`, async (t) => {
+    test(`${path} accepts ${allowed} only`, async (t) => {
         const api = await startApi(t);
         for (const method of ['GET', 'POST', 'PUT', 'DELETE', 'PATCH', 'OPTIONS']) {
             if (method !== allowed) {
@@ -252,7 +252,7 @@ for (const [allowed, path] of [...GETS.map((path) => ['GET', path]),
                 const { status, body, headers } = await api.send(request);
                 assert.strictEqual(status, 405);
                 assert.strictEqual(headers.allow, allowed);
-                assert.match(body.error, new RegExp(`not to ${method}`));
+                assert.match(body.error, new RegExp(`not ${method}`));
             }
         }
     });
@@ -260,7 +260,7 @@ for (const [allowed, path] of [...GETS.map((path) => ['GET', path]),
 
 for (const url of ['/', '/tessarondesktopinfo', '/tessaronDesktopInfo/', '//tessaronDesktopInfo',
     '/citation', '/constructor', '/__proto__', '/%2e%2e/']) {
-    test(`the path ${url} is not known`, async (t) => {
+    test(`rejects the path ${url}`, async (t) => {
         const api = await startApi(t);
         const { status, body } = await api.get(url);
         assert.strictEqual(status, 404);
@@ -268,7 +268,7 @@ for (const url of ['/', '/tessarondesktopinfo', '/tessaronDesktopInfo/', '//tess
     });
 }
 
-test('the content type may name a character set', async (t) => {
+test('accepts a content type with a character set', async (t) => {
     const api = await startApi(t);
     const headers = { 'Content-Type': 'Application/JSON; charset=utf-8' };
     const text = '{"processId":1}';
@@ -276,7 +276,7 @@ test('the content type may name a character set', async (t) => {
     assert.strictEqual(status, 200);
 });
 
-test('a body beyond the limit is refused, and one at the limit is not', async (t) => {
+test('rejects a body above the limit and accepts one at the limit', async (t) => {
     const text = '{"processId":1}';
     const api = await startApi(t, { bodyLimitBytes: text.length });
     const send = (body) => api.send({ method: 'POST', url: '/allowSetFocus', text: body });
@@ -286,7 +286,7 @@ test('a body beyond the limit is refused, and one at the limit is not', async (t
     assert.strictEqual(body.error, 'The body of the request is larger than 15 bytes.');
 });
 
-test('a fault of its own is a 500 with a sentence', async (t) => {
+test('reports an internal error as a 500 with a sentence', async (t) => {
     const api = await startApi(t);
     api.app.library = undefined;
     const { status, body } = await api.post(FROM_UUID, { documentUuid: 'x' });

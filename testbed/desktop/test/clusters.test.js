@@ -14,13 +14,13 @@ const data = (more) => item({ itemData: { type: 'book', ...more } });
 
 const READABLE = [
     ['as the bridge writes it', fieldCode({ citationItems: [ITEM] })],
-    ['with blanks around', ` ${fieldCode({ citationItems: [ITEM] })} `],
+    ['with spaces around it', ` ${fieldCode({ citationItems: [ITEM] })} `],
     ['with two spaces in its name', fieldCode({ citationItems: [ITEM] }).replace(' ', '  ')],
     ['with two spaces before its JSON', fieldCode({ citationItems: [ITEM] }).replace(' {', '  {')],
     ['with a switch before its JSON',
         fieldCode({ citationItems: [ITEM] }).replace(' {', ' \\* MERGEFORMAT {')],
     ['with numbers as texts of a work', data({ volume: 12, title: 1984 })],
-    ['with keys that nobody knows', data({ custom: { a: [1] }, nothing: null })],
+    ['with unknown keys', data({ custom: { a: [1] }, nothing: null })],
     ['with a literal name', data({ author: [{ literal: 'UNESCO' }] })],
     ['with a raw date', data({ issued: { raw: '1963' } })],
 ];
@@ -35,7 +35,7 @@ const UNREADABLE = [
     ['text after the JSON', `ADDIN CSL_CITATION {${ITEMS}} x`, /malformed/],
     ['a raw line break in a text', `ADDIN CSL_CITATION {"a":"\n",${ITEMS}}`, /malformed/],
     ['the key of the prototype', `ADDIN CSL_CITATION {"__proto__":{},${ITEMS}}`, /"__proto__"/],
-    ['nesting without end', `ADDIN CSL_CITATION ${'['.repeat(200000)}`, /nested too deeply/],
+    ['very deep nesting', `ADDIN CSL_CITATION ${'['.repeat(200000)}`, /nested too deeply/],
     ['null', 'ADDIN CSL_CITATION null', /not an object/],
     ['a list', 'ADDIN CSL_CITATION []', /not an object/],
     ['a number beyond 2^53', 'ADDIN CSL_CITATION 9007199254740993', /not an object/],
@@ -80,7 +80,7 @@ for (const [name, code, reason] of UNREADABLE) {
     });
 }
 
-test('what is not understood passes through as it came', () => {
+test('passes unknown values through unchanged', () => {
     const json = '{"a":9007199254740993,"b":-9223372036854775808,"c":18446744073709551615,"d":0.1,'
         + `"e":1e400,"f":"\\ud83d","g":"\\u0000\ufeff",${ITEMS},"h":[[],{},null,true]}`;
     const cluster = clusters.readFieldCode(`ADDIN CSL_CITATION ${json}`);
@@ -91,7 +91,7 @@ test('what is not understood passes through as it came', () => {
         { previouslyFormattedCitation: 'x', plainTextFormattedCitation: 'x' });
 });
 
-test('a merged citation has all works, and the first citation counts for the rest', () => {
+test('merges all works and takes the rest from the first citation', () => {
     const first = { a: 1, citationItems: [{ id: 1 }], tessaron: { manualFormatting: 'x', own: 1 } };
     const second = { a: 2, b: 2, citationItems: [{ id: 2 }, { id: 3 }], tessaron: { own: 2 } };
     assert.deepStrictEqual(clusters.mergeClusters([first, second]), {
@@ -102,7 +102,7 @@ test('a merged citation has all works, and the first citation counts for the res
 
 const FORMATTED = { previouslyFormattedCitation: 'A <i>b</i> &amp; c' };
 const EDITED = [
-    ['the text as it was put there', FORMATTED, 'A <i>b</i> &amp; c', false],
+    ['the same text', FORMATTED, 'A <i>b</i> &amp; c', false],
     ['the same text read as plain text', FORMATTED, 'A b & c', false],
     ['another word', FORMATTED, 'A b & d', true],
     ['a word added in markup', FORMATTED, 'A <i>b</i> &amp; c d', true],
@@ -117,7 +117,7 @@ const EDITED = [
 ];
 
 for (const [name, tessaron, text, expected] of EDITED) {
-    test(`sees whether a person edited: ${name}`, () => {
+    test(`detects an edit by hand: ${name}`, () => {
         assert.strictEqual(clusters.isEdited({ tessaron }, text), expected);
     });
 }

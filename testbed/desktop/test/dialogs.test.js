@@ -26,7 +26,7 @@ const updateRequest = { fieldCode: fieldCode(clusterOf([['kuhn-1962']])), format
 const styleRequest = { currentStyleUrl: styleUrl('apa') };
 const titles = ({ body }) => body.citationCluster.citationItems.map((item) => item.itemData.title);
 
-test('a chosen citation is a new cluster of the chosen works', async (t) => {
+test('returns a new cluster of the chosen works', async (t) => {
     const items = [{ uuid: 'truss-2003', label: 'page', locator: '12', prefix: 'see ' },
         { uuid: library.find('kuhn-1962').uuid }];
     const answer = { dialog: 'chooseCitation', items };
@@ -40,7 +40,7 @@ test('a chosen citation is a new cluster of the chosen works', async (t) => {
     assert.deepStrictEqual(first.properties, { noteIndex: 0 });
 });
 
-test('an edited citation has other works and no text of the old ones', async (t) => {
+test('replaces the works and removes the recorded texts', async (t) => {
     const answer = { dialog: 'editCitation', items: [{ uuid: 'truss-2003' }] };
     const api = await startApi(t, { answers: [answer] });
     const { status, body } = await api.post(EDIT, editRequest);
@@ -49,7 +49,7 @@ test('an edited citation has other works and no text of the old ones', async (t)
         clusterOf([['truss-2003']], { tessaron: { own: 1 }, unknown: 1 }));
 });
 
-test('a chosen style is selected and the most recent one', async (t) => {
+test('selects the chosen style and lists it first', async (t) => {
     const chosen = styleUrl('nature-genetics');
     const api = await startApi(t, { answers: [{ dialog: 'chooseStyle', style: chosen }] });
     assert.deepStrictEqual((await api.post(STYLE, styleRequest)).body,
@@ -61,7 +61,7 @@ test('a chosen style is selected and the most recent one', async (t) => {
 });
 
 for (const [keep, expected] of [[true, 'Kuhn!'], [false, undefined]]) {
-    test(`an edit by hand is kept or not: the answer is ${keep}`, async (t) => {
+    test(`keeps an edit by hand if the answer is true: ${keep}`, async (t) => {
         const api = await startApi(t, { answers: [{ dialog: 'updateCitation', keep }] });
         const { body } = await api.post(UPDATE, updateRequest);
         assert.strictEqual((body.citationCluster.tessaron || {}).manualFormatting, expected);
@@ -76,7 +76,7 @@ const CANCELS = [
         { citationCluster: clusterOf([['kuhn-1962']]) }],
 ];
 for (const [name, dialog, url, request, expected] of CANCELS) {
-    test(`${name} can be cancelled`, async (t) => {
+    test(`cancels ${name}`, async (t) => {
         const api = await startApi(t, { answers: [{ dialog, cancel: true }] });
         const { status, body } = await api.post(url, request);
         assert.strictEqual(status, 200);
@@ -85,33 +85,33 @@ for (const [name, dialog, url, request, expected] of CANCELS) {
 }
 
 for (const [name, , url, request, expected] of CANCELS.slice(0, 3)) {
-    test(`${name} without an answer is cancelled`, async (t) => {
+    test(`cancels ${name} without an answer`, async (t) => {
         const api = await startApi(t);
         assert.deepStrictEqual((await api.post(url, request)).body, expected);
     });
 }
 
-test('updating without an answer keeps the edit', async (t) => {
+test('keeps the edit if updating has no answer', async (t) => {
     const api = await startApi(t);
     const { body } = await api.post(UPDATE, updateRequest);
     assert.strictEqual(body.citationCluster.tessaron.manualFormatting, 'Kuhn!');
 });
 
-test('no works chosen is the same as cancelled', async (t) => {
+test('treats an empty choice as cancelled', async (t) => {
     const answers = ['chooseCitation', 'editCitation'].map((dialog) => ({ dialog, items: [] }));
     const api = await startApi(t, { answers });
     assert.deepStrictEqual((await api.post(CHOOSE, {})).body, CANCELLED);
     assert.deepStrictEqual((await api.post(EDIT, editRequest)).body, CANCELLED);
 });
 
-test('a text that nobody edited opens no dialog', async (t) => {
+test('opens no dialog for an unedited text', async (t) => {
     const api = await startApi(t, { answers: [{ dialog: 'chooseCitation', cancel: true }] });
     const cluster = clusterOf([['kuhn-1962']], { tessaron: { previouslyFormattedCitation: 'K' } });
     const request = { fieldCode: fieldCode(cluster), formattedText: 'K' };
     assert.strictEqual((await api.post(UPDATE, request)).status, 200);
 });
 
-test('the answers in the file come after those given, and may be added later', async (t) => {
+test('uses the answers of the file after the given ones, also if added later', async (t) => {
     const answersFile = path.join(temporaryFolder(t), 'answers');
     const line = (uuid) => JSON.stringify({ dialog: 'chooseCitation', items: [{ uuid }] });
     fs.writeFileSync(answersFile, `${line('truss-2003')}\n\n`);
@@ -136,7 +136,7 @@ const WRONG_ANSWERS = [
         /"locator"/],
 ];
 for (const [name, line, reason] of WRONG_ANSWERS) {
-    test(`a scripted answer with ${name} is a 500 with a sentence`, async (t) => {
+    test(`reports a scripted answer with ${name} as a 500 with a sentence`, async (t) => {
         const answersFile = path.join(temporaryFolder(t), 'answers');
         fs.writeFileSync(answersFile, line);
         const api = await startApi(t, { answersFile });
@@ -146,14 +146,14 @@ for (const [name, line, reason] of WRONG_ANSWERS) {
     });
 }
 
-test('a file of answers that is not there is a 500 with a sentence', async (t) => {
+test('reports a missing file of answers as a 500 with a sentence', async (t) => {
     const api = await startApi(t, { answersFile: path.join(temporaryFolder(t), 'none') });
     const { status, body } = await api.post(CHOOSE, {});
     assert.strictEqual(status, 500);
     assert.match(body.error, /no such file/);
 });
 
-test('a scripted style that is not installed is a 500 with a sentence', async (t) => {
+test('reports a scripted style that is not installed as a 500 with a sentence', async (t) => {
     const api = await startApi(t, { answers: [{ dialog: 'chooseStyle', style: 'apa' }] });
     const { status, body } = await api.post(STYLE, styleRequest);
     assert.strictEqual(status, 500);

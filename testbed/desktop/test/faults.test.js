@@ -22,7 +22,7 @@ async function startSpoilt(t, faults) {
     return { ...api, spoil, faultFile, logged };
 }
 
-test('other paths are not touched, and the file is read again', async (t) => {
+test('changes only the named path and reads the file again', async (t) => {
     const api = await startSpoilt(t, { '/userUuid': { status: 503 } });
     assert.strictEqual((await api.get('/userAccount')).status, 200);
     assert.strictEqual((await api.get('/userUuid')).status, 503);
@@ -31,7 +31,7 @@ test('other paths are not touched, and the file is read again', async (t) => {
 });
 
 for (const status of [201, 204, 302, 404, 500]) {
-    test(`a status of ${status}`, async (t) => {
+    test(`returns the status ${status}`, async (t) => {
         const api = await startSpoilt(t, { '/userUuid': { status } });
         const answer = await api.get('/userUuid');
         assert.strictEqual(answer.status, status);
@@ -42,7 +42,7 @@ for (const status of [201, 204, 302, 404, 500]) {
 }
 
 for (const body of ['', 'not JSON', '[]', '{"citationClusters":5}']) {
-    test(`the body ${JSON.stringify(body)}`, async (t) => {
+    test(`returns the body ${JSON.stringify(body)}`, async (t) => {
         const api = await startSpoilt(t, { [BATCH]: { body } });
         const answer = await api.format('apa', works);
         assert.strictEqual(answer.status, 200);
@@ -50,7 +50,7 @@ for (const body of ['', 'not JSON', '[]', '{"citationClusters":5}']) {
     });
 }
 
-test('a delay', async (t) => {
+test('delays the reply', async (t) => {
     const api = await startSpoilt(t, { '/userUuid': { delayMs: 300 } });
     const start = Date.now();
     assert.strictEqual((await api.get('/userUuid')).status, 200);
@@ -58,7 +58,7 @@ test('a delay', async (t) => {
 });
 
 for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
-    test(`the connection dropped: ${drop}`, async (t) => {
+    test(`closes the connection: ${drop}`, async (t) => {
         const api = await startSpoilt(t, { [BATCH]: { drop } });
         await assert.rejects(api.format('apa', works), { code: 'ECONNRESET' });
         const [request, ...others] = api.logged();
@@ -68,7 +68,7 @@ for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
     });
 }
 
-/** All bytes that the server sends to one GET before it hangs up. */
+/** All bytes that the server sends for one GET before it closes the connection. */
 function rawGet(port, url) {
     return new Promise((resolve, reject) => {
         const pieces = [];
@@ -81,7 +81,7 @@ function rawGet(port, url) {
     });
 }
 
-test('a drop leaves nothing, the headers, or half of the body', async (t) => {
+test('sends nothing, the headers, or half of the body before it closes', async (t) => {
     const api = await startSpoilt(t, {});
     const whole = await rawGet(api.port, '/userUuid');
     const [, body] = whole.split('\r\n\r\n');
@@ -97,7 +97,7 @@ test('a drop leaves nothing, the headers, or half of the body', async (t) => {
 });
 
 for (const [extraCitations, count] of [[-1, 1], [-5, 0], [1, 3]]) {
-    test(`${extraCitations} extra citations`, async (t) => {
+    test(`returns ${extraCitations} extra citations`, async (t) => {
         const api = await startSpoilt(t, { [BATCH]: { extraCitations } });
         const { status, body } = await api.format('apa', works);
         assert.strictEqual(status, 200);
@@ -106,7 +106,7 @@ for (const [extraCitations, count] of [[-1, 1], [-5, 0], [1, 3]]) {
     });
 }
 
-test('an empty bibliography', async (t) => {
+test('returns an empty bibliography', async (t) => {
     const api = await startSpoilt(t, { [BATCH]: { emptyBibliography: true } });
     const { body } = await api.format('apa', works);
     assert.strictEqual(body.bibliography, '');
@@ -120,12 +120,12 @@ const WRONG_FAULTS = [
     ['an unknown fault', { '/userUuid': { explode: true } }],
     ['an unknown place', { '/userUuid': { drop: 'somewhere' } }],
     ['a delay in words', { '/userUuid': { delayMs: 'long' } }],
-    ['a delay into the past', { '/userUuid': { delayMs: -1 } }],
+    ['a negative delay', { '/userUuid': { delayMs: -1 } }],
     ['an impossible status', { '/userUuid': { status: 99 } }],
     ['a body that is an object', { '/userUuid': { body: {} } }],
 ];
 for (const [name, faults] of WRONG_FAULTS) {
-    test(`a fault file with ${name} is a 500 with a sentence`, async (t) => {
+    test(`reports a fault file with ${name} as a 500 with a sentence`, async (t) => {
         const api = await startSpoilt(t, faults);
         const { status, body } = await api.get('/userUuid');
         assert.strictEqual(status, 500);
@@ -135,7 +135,7 @@ for (const [name, faults] of WRONG_FAULTS) {
 
 for (const [name, break_] of [['is malformed', (file) => fs.writeFileSync(file, '{')],
     ['is gone', (file) => fs.rmSync(file)]]) {
-    test(`a fault file that ${name} is a 500 with a sentence`, async (t) => {
+    test(`reports a fault file that ${name} as a 500 with a sentence`, async (t) => {
         const api = await startSpoilt(t, {});
         break_(api.faultFile);
         const { status, body } = await api.get('/userUuid');
@@ -144,7 +144,7 @@ for (const [name, break_] of [['is malformed', (file) => fs.writeFileSync(file, 
     });
 }
 
-test('the log has method, path, headers and body of every request, refused ones too', async (t) => {
+test('logs method, path, headers and body of every request, also of rejected ones', async (t) => {
     const api = await startSpoilt(t, {});
     await api.get('/userUuid?x=1');
     await api.send({ method: 'POST', url: '/nowhere', text: '{"a":"ü"' });

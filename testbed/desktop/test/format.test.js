@@ -41,7 +41,7 @@ for (const [style, kind] of STYLES) {
     }
 }
 
-test('every formatted text is in the documented markup', async (t) => {
+test('writes every text in the documented markup', async (t) => {
     const api = await startApi(t);
     for (const [style] of STYLES) {
         const answer = await api.format(style, wholeLibrary);
@@ -51,7 +51,7 @@ test('every formatted text is in the documented markup', async (t) => {
     }
 });
 
-test('the cluster knows the text and the plain text, and keeps all else', async (t) => {
+test('records the text and the plain text in the cluster and keeps the rest', async (t) => {
     const api = await startApi(t);
     const cluster = clusterOf([['watson-crick-1953']], { unknown: { a: [1, null] },
         tessaron: { own: 'kept' } });
@@ -69,7 +69,7 @@ test('the cluster knows the text and the plain text, and keeps all else', async 
     }]);
 });
 
-test('integers beyond 2^53 come back as they went', async (t) => {
+test('keeps integers above 2^53', async (t) => {
     const api = await startApi(t);
     const code = fieldCode(clusterOf([['truss-2003']], { big: 0 }))
         .replace('"big":0', '"big":[9007199254740993,-9223372036854775808,18446744073709551615]');
@@ -77,7 +77,7 @@ test('integers beyond 2^53 come back as they went', async (t) => {
     assert.ok(answer.text.includes('[9007199254740993,-9223372036854775808,18446744073709551615]'));
 });
 
-test('formatting what was formatted changes nothing', async (t) => {
+test('changes nothing when it formats twice', async (t) => {
     const api = await startApi(t);
     const once = await api.format('chicago-fullnote-bibliography', demoClusters);
     const again = await api.format('chicago-fullnote-bibliography',
@@ -85,14 +85,14 @@ test('formatting what was formatted changes nothing', async (t) => {
     assert.strictEqual(again.text, once.text);
 });
 
-test('the same author and year get letters in the order of the titles', async (t) => {
+test('distinguishes the same author and year by letters in title order', async (t) => {
     const api = await startApi(t);
     const answer = await api.format('apa', [clusterOf([['knuth-1984-texbook']]),
         clusterOf([['knuth-1984-literate']])]);
     assert.deepStrictEqual(texts(answer), ['(Knuth, 1984b)', '(Knuth, 1984a)']);
 });
 
-test('numbers follow the order of the citations', async (t) => {
+test('numbers works in the order of the citations', async (t) => {
     const api = await startApi(t);
     const answer = await api.format('ieee', [clusterOf([['truss-2003']]),
         clusterOf([['kuhn-1962']]), clusterOf([['truss-2003']])]);
@@ -105,10 +105,10 @@ const NOTES = [
     ['counted in the document', [1, 2, 3]],
     ['all missing', [0, 0, 0]],
     ['left from before a note was moved', [7, 3, 1]],
-    ['that are no numbers', ['x', null, {}]],
+    ['that are not numbers', ['x', null, {}]],
 ];
 for (const [name, numbers] of NOTES) {
-    test(`a second note on a work is short, with note numbers ${name}`, async (t) => {
+    test(`shortens the second note on a work, with note numbers ${name}`, async (t) => {
         const api = await startApi(t);
         const works = ['kuhn-1962', 'truss-2003', 'kuhn-1962'];
         const style = 'chicago-fullnote-bibliography';
@@ -119,7 +119,7 @@ for (const [name, numbers] of NOTES) {
     });
 }
 
-test('two citations in the same note stay in it', async (t) => {
+test('keeps two citations in the same note', async (t) => {
     const api = await startApi(t);
     const clusters = [note('kuhn-1962', 1), note('kuhn-1962', 1), note('truss-2003', 2)];
     const style = 'modern-humanities-research-association';
@@ -127,7 +127,7 @@ test('two citations in the same note stay in it', async (t) => {
     assert.deepStrictEqual(texts(answer), askDirectly(style, clusters).citations);
 });
 
-test('a dependent style is formatted as its parent, and the parent is reported', async (t) => {
+test('formats a dependent style as its parent and returns the parent', async (t) => {
     const api = await startApi(t);
     const dependent = await api.format('nature-genetics', demoClusters);
     const parent = await api.format('nature', demoClusters);
@@ -135,7 +135,7 @@ test('a dependent style is formatted as its parent, and the parent is reported',
     assert.strictEqual(dependent.text, parent.text);
 });
 
-test('small capitals, superscript, subscript, bold and italics all occur', async (t) => {
+test('uses small capitals, superscript, subscript, bold and italics', async (t) => {
     const api = await startApi(t);
     const seen = [];
     for (const style of ['antiquity', 'nature']) {
@@ -146,7 +146,7 @@ test('small capitals, superscript, subscript, bold and italics all occur', async
     }
 });
 
-test('the same id in two citations does not make two works one', async (t) => {
+test('does not merge different works with the same id', async (t) => {
     const api = await startApi(t);
     const work = (title) => ({
         citationItems: [{ id: 'ITEM-1', itemData: { id: 'ITEM-1', type: 'book', title } }],
@@ -155,7 +155,7 @@ test('the same id in two citations does not make two works one', async (t) => {
     assert.deepStrictEqual(texts(answer), ['[1]', '[2]', '[1]']);
 });
 
-test('the same URI under two ids makes one work', async (t) => {
+test('treats one URI with two ids as one work', async (t) => {
     const api = await startApi(t);
     const work = (id, title) => ({
         citationItems: [{ id, uris: ['urn:x:1'], itemData: { id, type: 'book', title } }],
@@ -165,7 +165,7 @@ test('the same URI under two ids makes one work', async (t) => {
     assert.match(answer.body.bibliography, /New/);
 });
 
-test('a text edited by hand stays', async (t) => {
+test('keeps a text edited by hand', async (t) => {
     const api = await startApi(t);
     const edits = ['(<i>Kuhn</i> &amp; co)', '(<i>Kuhn</i> & co)', ''];
     const clusters = edits.map((manualFormatting) =>
@@ -180,7 +180,7 @@ test('a text edited by hand stays', async (t) => {
         [...edits, undefined]);
 });
 
-test('control characters in a title do not reach the document', async (t) => {
+test('removes control characters of a title from the texts', async (t) => {
     const api = await startApi(t);
     const itemData = { type: 'book', title: 'One\u0013\u0001two\r\nthree\tfour' };
     const answer = await api.format('ieee', [{ citationItems: [{ itemData }] }]);
@@ -189,7 +189,7 @@ test('control characters in a title do not reach the document', async (t) => {
         /\u0013\u0001two\r\nthree\tfour/);
 });
 
-test('no citations give no bibliography', async (t) => {
+test('returns no bibliography without citations', async (t) => {
     const api = await startApi(t);
     const { status, body } = await api.format('apa', []);
     assert.strictEqual(status, 200);
@@ -197,7 +197,7 @@ test('no citations give no bibliography', async (t) => {
         { citationStyleUrl: styleUrl('apa'), citationClusters: [], bibliography: '' });
 });
 
-test('a style without a bibliography gives an empty one', async (t) => {
+test('returns an empty bibliography for a style without one', async (t) => {
     const api = await startApi(t);
     const answer = await api.format('bluebook-law-review', [clusterOf([['kuhn-1962']])]);
     assert.strictEqual(answer.status, 200);
@@ -209,7 +209,7 @@ const UNKNOWN_STYLES = ['', 'apa', 'http://www.zotero.org/styles/no-such-style',
     'http://www.zotero.org/styles/../styles/apa', 'http://example.org/styles/apa',
     'http://www.zotero.org/styles/', '../../../etc/passwd'];
 for (const citationStyleUrl of UNKNOWN_STYLES) {
-    test(`the style "${citationStyleUrl}" is not installed`, async (t) => {
+    test(`rejects the style "${citationStyleUrl}", which is not installed`, async (t) => {
         const api = await startApi(t);
         const request = { citationStyleUrl, citationClusters: [], tempDirectory: '' };
         const { status, body } = await api.post(BATCH, request);
@@ -219,7 +219,7 @@ for (const citationStyleUrl of UNKNOWN_STYLES) {
     });
 }
 
-test('a citation that cannot be read is named', async (t) => {
+test('returns the index of an unreadable citation', async (t) => {
     const api = await startApi(t);
     const good = clusterOf([['kuhn-1962']]);
     const clusters = [good, good, 'ADDIN CSL_CITATION {"a":', good];
@@ -230,10 +230,10 @@ test('a citation that cannot be read is named', async (t) => {
 });
 
 for (const index of [0, 1, 7, 8]) {
-    test(`citation ${index} is named when the CSL processor cannot format it`, async (t) => {
+    test(`returns the index ${index} of a citation that the CSL processor cannot format`, async (t) => {
         const api = await startApi(t);
         const clusters = wholeLibrary.slice(0, 9);
-        // The processor looks the language up in an object of its own, prototype and all.
+        // The processor looks the language up in an object, including its prototype.
         const { itemData: good } = library.find('kuhn-1962');
         const itemData = { ...good, title: 'Other', language: 'constructor' };
         clusters[index] = { citationItems: [{ itemData }] };
@@ -244,7 +244,7 @@ for (const index of [0, 1, 7, 8]) {
     });
 }
 
-test('a thousand citations of a thousand works take seconds', async (t) => {
+test('formats a thousand citations of a thousand works within seconds', async (t) => {
     const api = await startApi(t);
     const clusters = Array.from({ length: 1000 }, (_, i) => ({
         citationItems: [{

@@ -13,7 +13,7 @@ const { send, styleUrl, temporaryFolder } = require('./support/api');
 
 const MAIN = path.join(__dirname, '..', 'main.js');
 
-/** Starts the program and waits for the line that says where it listens. */
+/** Starts the program and waits until it listens. */
 async function start(t, options = []) {
     const child = spawn(process.execPath, [MAIN, '--port', '0', ...options]);
     t.after(() => child.kill('SIGKILL'));
@@ -23,14 +23,14 @@ async function start(t, options = []) {
     return { child, port: Number(port), get: (url) => send(Number(port), { method: 'GET', url }) };
 }
 
-test('it says where it listens and who it is', async (t) => {
+test('prints where it listens and returns its process id', async (t) => {
     const { child, get } = await start(t);
     const { body } = await get('/tessaronDesktopInfo');
     assert.strictEqual(body.processId, child.pid);
 });
 
 for (const signal of ['SIGTERM', 'SIGINT']) {
-    test(`${signal} ends it cleanly, an idle connection or not`, async (t) => {
+    test(`ends with status 0 on ${signal}, also with an idle connection`, async (t) => {
         const { child, port } = await start(t);
         const socket = net.connect(port, '127.0.0.1');
         await once(socket, 'connect');
@@ -40,7 +40,7 @@ for (const signal of ['SIGTERM', 'SIGINT']) {
     });
 }
 
-test('it is not reached from outside', async (t) => {
+test('accepts no connection from outside the machine', async (t) => {
     const outside = Object.values(os.networkInterfaces()).flat()
         .find(({ internal, family }) => !internal && family === 'IPv4');
     if (!outside) {
@@ -53,7 +53,7 @@ test('it is not reached from outside', async (t) => {
     assert.strictEqual(error.code, 'ECONNREFUSED');
 });
 
-test('its options reach the API', async (t) => {
+test('passes its options to the API', async (t) => {
     const log = path.join(temporaryFolder(t), 'log');
     const { port, get } = await start(t, ['--account', 'a@b', '--uuid', 'u', '--log', log,
         '--style', styleUrl('nature'), '--recent', styleUrl('ieee'), '--recent', styleUrl('apa'),
@@ -72,7 +72,7 @@ test('its options reach the API', async (t) => {
     assert.strictEqual(fs.readFileSync(log, 'utf8').trim().split('\n').length, 5);
 });
 
-test('a person is asked on its terminal', async (t) => {
+test('asks a person on the terminal', async (t) => {
     const { child, port } = await start(t, ['--interactive']);
     const answer = send(port, {
         method: 'POST', url: '/citationStyle/choose/interactive', text: '{"currentStyleUrl":""}',
@@ -87,7 +87,7 @@ test('a person is asked on its terminal', async (t) => {
     assert.deepStrictEqual((await answer).body, { citationStyleUrl: styleUrl('ieee') });
 });
 
-test('styles and locales may be elsewhere', async (t) => {
+test('reads styles and locales from another folder', async (t) => {
     const folder = temporaryFolder(t);
     const result = spawnSync(process.execPath, [MAIN, '--port', '0', '--csl-dir', folder]);
     assert.match(String(result.stderr), new RegExp(`is not installed in ${folder}`));
@@ -96,14 +96,14 @@ test('styles and locales may be elsewhere', async (t) => {
     assert.match(String(other.stderr), new RegExp(`is not installed in ${folder}`));
 });
 
-test('a port that is taken is an error', async (t) => {
+test('reports a port that is in use', async (t) => {
     const { port } = await start(t);
     const result = spawnSync(process.execPath, [MAIN, '--port', String(port)]);
     assert.strictEqual(result.status, 2);
     assert.match(String(result.stderr), /cannot listen: .*EADDRINUSE/);
 });
 
-test('it explains itself', () => {
+test('prints its usage', () => {
     const result = spawnSync(process.execPath, [MAIN, '--help']);
     assert.strictEqual(result.status, 0);
     assert.match(String(result.stdout), /^usage: /);
@@ -122,19 +122,19 @@ const WRONG_OPTIONS = [
     ['a port that is a word', () => ['--port', 'http'], /"http" is not a port number\./],
     ['a port that is negative', () => ['--port=-1'], /"-1" is not a port number\./],
     ['a port that is too large', () => ['--port', '65536'], /"65536" is not a port number\./],
-    ['an answer that is no JSON', () => ['--answer', 'yes'], /JSON/],
-    ['an answer to no dialog', () => ['--answer', '{"dialog":"x"}'], /"dialog" must be one of/],
+    ['an answer that is not JSON', () => ['--answer', 'yes'], /JSON/],
+    ['an answer to an unknown dialog', () => ['--answer', '{"dialog":"x"}'], /"dialog" must be one of/],
     ['a style that is not installed', () => ['--style', 'x'], /"x" is not installed/],
     ['a recent style that is not installed', () => ['--recent', ''], /"" is not installed/],
-    ['a library that is not there', (folder) => ['--library', `${folder}/x`], /no such file/],
+    ['a library that does not exist', (folder) => ['--library', `${folder}/x`], /no such file/],
     ['a library that is malformed', badLibrary('['), /JSON/],
-    ['a library that is no list', badLibrary('{}'), /It is not a list\./],
+    ['a library that is not a list', badLibrary('{}'), /It is not a list\./],
     ['a library with an entry without uuid', badLibrary('[{}]'), /Entry 1: It has no "uuid"\./],
     ['a library with an entry without data', badLibrary('[{"uuid":"a"}]'), /no "itemData"/],
     ['a library with a uuid twice', badLibrary(`[${entry},${entry}]`), /Entry 2: Another entry/],
 ];
 for (const [name, options, reason] of WRONG_OPTIONS) {
-    test(`it does not start with ${name}`, (t) => {
+    test(`does not start with ${name}`, (t) => {
         const all = [MAIN, '--port', '0', ...options(temporaryFolder(t))];
         const result = spawnSync(process.execPath, all, { timeout: 10000 });
         assert.strictEqual(result.status, 2);

@@ -61,14 +61,14 @@ for (const [name, text] of NOT_MARKUP) {
     });
 }
 
-test('keeps a tag open over neighbours that share it', () => {
+test('keeps a tag open across adjacent runs that share it', () => {
     const runs = [
         { text: 'a', italic: true }, { text: '&', italic: true, sup: true }, { text: 'c' },
     ];
     assert.strictEqual(markup.writeMarkup(runs), '<i>a<sup>&amp;</sup></i>c');
 });
 
-test('the plain text has neither tags nor escapes', () => {
+test('returns plain text without tags and escapes', () => {
     const runs = markup.parseMarkup('<i>Eats, Shoots &amp; Leaves</i><sup>2</sup>');
     assert.strictEqual(markup.plainText(runs), 'Eats, Shoots & Leaves2');
 });

@@ -26,7 +26,7 @@ function clusterOf(works, more = {}) {
     return { citationID: 'c1', citationItems, properties: { noteIndex: 0 }, ...more };
 }
 
-/** What is wrong with a reply of the stand-in, as lines. */
+/** Returns the violations of the contract in a reply, as lines. */
 function replyProblems({ path: url, body: requestBody }, reply) {
     return operationOf(contract, url)
         ? checkReply(contract, { path: url, requestBody }, reply)
@@ -76,7 +76,7 @@ function batchRequest(style, clusters) {
     };
 }
 
-/** { status, headers, text, body }: `body` is the parsed text. Rejects when the server hangs up. */
+/** { status, headers, text, body }: `body` is the parsed text. Rejects if the server closes the connection. */
 function send(port, { method, url, text, headers = { 'Content-Type': 'application/json' } }) {
     return new Promise((resolve, reject) => {
         const options = { host: '127.0.0.1', port, method, path: url, headers, agent: false };
