@@ -7,8 +7,7 @@ import re
 import subprocess
 from pathlib import Path
 
-HERE = Path(__file__).resolve().parent
-CSL = Path("/usr/share/citation-style-language")
+ASK = Path(__file__).resolve().parents[1] / "desktop" / "ask-citeproc.js"
 TAGS = {"i": "i", "em": "i", "b": "b", "sup": "superscript", "sub": "subscript"}
 STYLES = {
     "font-style:normal;": ("i", False),
@@ -21,20 +20,23 @@ STYLES = {
 
 
 def ask(style, clusters):
-    question = {
-        "style": (CSL / "styles" / f"{style}.csl").read_text(encoding="utf-8"),
-        "locales": str(CSL / "locales"),
-        "clusters": clusters,
-    }
-    answer = _run(json.dumps(question))
+    """Citations and bibliography. Each citation is in a note, and a work's first URI is its id."""
+    numbered = [
+        {
+            "citationItems": [{**item, "id": item["uris"][0]} for item in cluster["citationItems"]],
+            "properties": {"noteIndex": number},
+        }
+        for number, cluster in enumerate(clusters, start=1)
+    ]
+    answer = _run(style, json.dumps({"citationClusters": numbered}))
     return [letters(t) for t in answer["citations"]], [letters(t) for t in answer["bibliography"]]
 
 
 @functools.lru_cache(maxsize=None)
-def _run(question):
+def _run(style, document):
     done = subprocess.run(
-        ["node", str(HERE / "ask_processor.js")],
-        input=question.encode("ascii"),
+        ["node", str(ASK), style],
+        input=document.encode("ascii"),
         stdout=subprocess.PIPE,
         check=True,
         timeout=120,

@@ -5,11 +5,26 @@ const path = require('node:path');
 
 const SCRIPT = path.join(__dirname, '..', '..', 'ask-citeproc.js');
 
-/** What the CSL processor says of a document when it is asked without the application. */
+/** How the CSL processor alone formats a document, in the markup of the stand-in. */
 function askDirectly(styleName, citationClusters) {
     const input = JSON.stringify({ citationClusters });
     const options = { input, maxBuffer: 1 << 30 };
-    return JSON.parse(execFileSync(process.execPath, [SCRIPT, styleName], options));
+    const answer = JSON.parse(execFileSync(process.execPath, [SCRIPT, styleName], options));
+    return {
+        citations: answer.citations.map(toMarkup),
+        bibliography: answer.bibliography.map(toMarkup),
+    };
+}
+
+function toMarkup(html) {
+    return html
+        .replace(/\s*<div class="csl-right-inline">/g, '\t')
+        .replace(/[ \n]*<\/?div[^>]*>[ \n]*/g, ' ')
+        .replace(/ *\t */g, '\t')
+        .trim()
+        .replace(/&#38;/g, '&amp;')
+        .replace(/&#60;/g, '&lt;')
+        .replace(/&#62;/g, '&gt;');
 }
 
 module.exports = { askDirectly };
