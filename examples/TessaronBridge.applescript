@@ -1,25 +1,14 @@
--- ONLY MACOS CAN RUN THIS. It has not been run by us.
+-- ONLY MACOS CAN RUN THIS. It has not been run by us. TessaronBridge.sh, which does the work, has.
 --
--- Word runs these handlers for a macro (AppleScriptTask), outside Word's sandbox, when they are here:
---   mkdir -p ~/Library/"Application Scripts"/com.microsoft.Word
---   osacompile -o ~/Library/"Application Scripts"/com.microsoft.Word/TessaronBridge.scpt TessaronBridge.applescript
+-- Word's AppleScriptTask runs this handler outside Word's sandbox. README.md has the installation.
 
--- The one program that can be started from here. A macro must not name it: the macros of every
--- document can call these handlers.
-property bridge : "/Applications/Your Product.app/Contents/Helpers/tessaron-word-bridge"
-
--- request: the command, a line feed, the folder. Returns the process id at once; the bridge goes on.
-on startBridge(request)
-	set {commandName, folderPath} to paragraphs of request
-	return do shell script quoted form of bridge & " " & quoted form of commandName & " " & quoted form of folderPath & " </dev/null >/dev/null 2>&1 & echo $!"
-end startBridge
-
--- Returns "true" or "false". The name is looked at because ids are given again.
-on bridgeRuns(processId)
+-- Returns the output of TessaronBridge.sh for the request.
+on callBridge(request)
 	try
-		do shell script "/bin/ps -o comm= -p " & quoted form of processId & " | /usr/bin/grep -q tessaron-word-bridge"
-		return "true"
-	on error
-		return "false"
+		set libraryFolder to POSIX path of (path to library folder from user domain)
+		set shellScript to libraryFolder & "Application Scripts/com.microsoft.Word/TessaronBridge.sh"
+		return do shell script "/bin/sh " & quoted form of shellScript & " " & quoted form of request
+	on error message
+		return "error: " & message
 	end try
-end bridgeRuns
+end callBridge

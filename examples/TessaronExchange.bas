@@ -1,107 +1,157 @@
 Attribute VB_Name = "TessaronExchange"
 Option Explicit
+Option Private Module
 
-' One command through the bridge: the argument file, the wait, the results.
+' Layer 1 of 3: one command through the bridge. Writes the argument file, starts the bridge, waits,
+' checks the status and reads the results.
 '
-' Nothing in this module needs Word. What depends on the platform stands in a module beside it,
-' which must have these three (TessaronWord has them for Word on macOS):
-'   StartBridge(commandName, folder) As String   starts the bridge and returns its process id
-'   BridgeRuns(processId) As Boolean             whether that process is still there
-'   Pause()                                      waits for some 50 milliseconds
+' This module needs nothing of Word. The platform is in another module (TessaronWord for Word on
+' macOS), which must have these procedures:
+'   TessaronCallScript(request) As String  runs TessaronBridge.sh with the request, returns its output
+'   TessaronPause(milliseconds)            waits; the user can go on working meanwhile
+'   TessaronTemporaryFolder() As String    where folders for the runs can be made, without a slash at its end
 
-Public Const BridgeFailed As Long = 20001
+' The number of every error that the example raises. The description is a message for the user.
+Public Const TessaronFailed As Long = 20001
 
 Private Const ArgumentFile As String = "/mac-word-plugin-args.txt"
 Private Const ResultFile As String = "/mac-word-plugin-results.txt"
 Private Const ReadyFile As String = "/mac-word-plugin-result-ready.txt"
 
-' Runs one command in `folder` (without a slash at its end) and returns its results as an array of
-' texts, counted from 0. Raises BridgeFailed, with a message for the user, when there are none.
-' Whether the command itself succeeded is told by the results.
-Public Function RunCommand(commandName As String, folder As String, arguments As Variant) As Variant
-    ' Old files would look like the answer.
-    DeleteFile folder & ReadyFile
-    DeleteFile folder & ResultFile
-    WriteText folder & ArgumentFile, JoinList(arguments)
-    WaitForAnswer folder, StartBridge(commandName, folder), SecondsFor(commandName)
-    CheckStatus folder
-    RunCommand = SplitList(ReadText(folder & ResultFile))
+Private Const NormalSeconds As Long = 30
+
+Private runNumber As Long
+Private cancelRequested As Boolean
+Private traceMode As String
+
+' Runs one command and returns its results as an array of texts, counted from 0. Raises
+' TessaronFailed if the bridge did not answer. If the bridge answered, only the results show
+' whether the command itself succeeded.
+Public Function TessaronRunCommand(commandName As String, arguments As Variant) As Variant
+    Dim folder As String, processId As String, message As String
+    folder = NewFolder()
+    On Error GoTo Failed
+    TessaronWriteText folder & ArgumentFile, TessaronJoinList(arguments)
+    processId = CallScript("start" & vbLf & commandName & vbLf & folder & vbLf & traceMode)
+    TessaronWaitForAnswer folder, processId, TessaronSecondsFor(commandName)
+    TessaronCheckStatus folder
+    TessaronRunCommand = TessaronSplitList(TessaronReadText(folder & ResultFile))
+    RemoveFolder folder
+    Exit Function
+Failed:
+    message = Err.Description
+    Resume CleanUp ' an error raised inside an error handler could not be handled
+CleanUp:
+    On Error GoTo 0
+    RemoveFolder folder
+    Err.Raise TessaronFailed, "TessaronExchange", message
 End Function
 
-' How long a command may take. 0: as long as it likes, because the user may have a dialog open.
-Public Function SecondsFor(commandName As String) As Long
+' The time limit of a command in seconds. 0 means no limit, because the command can open a dialog.
+Public Function TessaronSecondsFor(commandName As String) As Long
     Select Case commandName
         Case "getFieldCodeFromCitationEditor", "getCitationStyleFromDialog", _
              "formatCitationsAndBibliography", "checkManualFormatAndGetFieldCode"
-            SecondsFor = 0
+            TessaronSecondsFor = 0
         Case Else
-            SecondsFor = 30
+            TessaronSecondsFor = NormalSeconds
     End Select
 End Function
 
-' Returns when the ready file is there. Raises BridgeFailed when the bridge ended without it, or
-' after `seconds`, unless they are 0.
-Public Sub WaitForAnswer(folder As String, processId As String, seconds As Long)
-    Dim started As Date, running As Boolean, look As Integer
-    started = Now
-    running = True
-    Do
-        ' Looking for a file is cheap, asking for a process is not.
-        For look = 1 To 20
-            If FileExists(folder & ReadyFile) Then Exit Sub
-            Pause
-        Next look
-        ' It had ended before those looks.
-        If Not running Then Fail "The connection to Tessaron ended without an answer."
-        If seconds > 0 And DateDiff("s", started, Now) >= seconds Then
+' Returns when the ready file is there. Raises TessaronFailed if the bridge ended without it, if
+' the user cancelled, or after `seconds` (0: no limit). The last two end the bridge.
+Public Sub TessaronWaitForAnswer(folder As String, processId As String, seconds As Long)
+    Dim waited As Long, lastCheck As Long, interval As Long
+    Do Until FileExists(folder & ReadyFile)
+        If cancelRequested Then
+            StopBridge folder, processId
+            Fail "Cancelled. If a dialog of Tessaron is still open, its answer will be ignored."
+        End If
+        If seconds > 0 And waited >= seconds * 1000 Then
+            StopBridge folder, processId
             Fail "Tessaron did not answer within " & seconds & " seconds."
         End If
-        running = BridgeRuns(processId)
+        ' Looking for a file is cheap, asking for a process is not.
+        If waited - lastCheck >= 1000 Then
+            lastCheck = waited
+            If Not BridgeRuns(folder, processId) Then
+                ' The bridge may have written its answer after the last look.
+                If FileExists(folder & ReadyFile) Then Exit Sub
+                Fail "The connection to Tessaron ended without an answer."
+            End If
+        End If
+        interval = TessaronPauseAfter(waited)
+        TessaronPause interval
+        waited = waited + interval
     Loop
 End Sub
 
-' Raises BridgeFailed unless the results file is there and as long as the ready file says.
-Public Sub CheckStatus(folder As String)
+' The pause between two looks for the answer, in milliseconds. It grows while a dialog is open.
+Public Function TessaronPauseAfter(waited As Long) As Long
+    TessaronPauseAfter = waited \ 10
+    If TessaronPauseAfter < 50 Then TessaronPauseAfter = 50
+    If TessaronPauseAfter > 2000 Then TessaronPauseAfter = 2000
+End Function
+
+' Ends the current wait. Called by the macro TessaronCancel, which the user can run during the wait.
+Public Sub TessaronRequestCancel(requested As Boolean)
+    cancelRequested = requested
+End Sub
+
+' Switches the trace of the requests: "" (off), "requests" or "bodies". Returns the trace file.
+Public Function TessaronSetTrace(mode As String) As String
+    TessaronSetTrace = CallScript("trace-file")
+    traceMode = mode
+End Function
+
+Public Function TessaronTraceMode() As String
+    TessaronTraceMode = traceMode
+End Function
+
+' Raises TessaronFailed unless the results file exists and is as long as the ready file says.
+Public Sub TessaronCheckStatus(folder As String)
     Dim status As String
-    status = ReadText(folder & ReadyFile)
+    status = TessaronReadText(folder & ReadyFile)
     If status = "-1" Then Fail "The answer of Tessaron could not be written. Is the disk full?"
     If Not FileExists(folder & ResultFile) Then Fail "The answer of Tessaron is missing."
     If status <> CStr(FileLen(folder & ResultFile)) Then Fail "The answer of Tessaron is incomplete."
 End Sub
 
-' A list is its texts with U+0001 between them, so no text may hold that.
-Public Function JoinList(texts As Variant) As String
+' A list is its texts separated by U+0001, so no text may contain that character.
+Public Function TessaronJoinList(texts As Variant) As String
     Dim i As Long
     For i = LBound(texts) To UBound(texts)
         If InStr(texts(i), ChrW(1)) > 0 Then
-            Fail "A text holds the character U+0001, which cannot be passed on."
+            Fail "A text contains the character U+0001, which cannot be passed on."
         End If
     Next i
-    JoinList = Join(texts, ChrW(1))
+    TessaronJoinList = Join(texts, ChrW(1))
 End Function
 
-Public Function SplitList(text As String) As Variant
+Public Function TessaronSplitList(text As String) As Variant
     If text = "" Then
-        SplitList = Array("") ' where Split gives an array of nothing
+        TessaronSplitList = Array("") ' Split would return an array without elements
     Else
-        SplitList = Split(text, ChrW(1))
+        TessaronSplitList = Split(text, ChrW(1))
     End If
 End Function
 
-' The files are UTF-16, little-endian, without a byte-order mark: the bytes of a VBA text.
-Public Sub WriteText(path As String, text As String)
+' The files are UTF-16, little-endian, without a byte order mark: the bytes of a VBA string.
+Public Sub TessaronWriteText(path As String, text As String)
     Dim bytes() As Byte, handle As Integer
-    DeleteFile path ' or the rest of a longer file would stay
+    DeleteFile path ' Open does not truncate
     handle = FreeFile
     Open path For Binary Access Write As #handle
     If text <> "" Then
         bytes = text
+        ' A reader drops U+FEFF at the start of a file. A second one keeps the text's own.
+        If Left(text, 1) = ChrW(&HFEFF) Then bytes = ChrW(&HFEFF) & text
         Put #handle, , bytes
     End If
     Close #handle
 End Sub
 
-Public Function ReadText(path As String) As String
+Public Function TessaronReadText(path As String) As String
     Dim bytes() As Byte, handle As Integer
     If FileLen(path) = 0 Then Exit Function
     ReDim bytes(FileLen(path) - 1)
@@ -109,11 +159,50 @@ Public Function ReadText(path As String) As String
     Open path For Binary Access Read As #handle
     Get #handle, , bytes
     Close #handle
-    ReadText = bytes
+    TessaronReadText = bytes
 End Function
 
+' A folder for each run: a late answer to one run is never read by the next.
+Private Function NewFolder() As String
+    Dim path As String
+    Do
+        runNumber = runNumber + 1
+        path = TessaronTemporaryFolder() & "/tessaron-" & CLng(Date) & "-" & CLng(Timer * 100) & "-" & runNumber
+    Loop While FileExists(path)
+    MkDir path
+    NewFolder = path
+End Function
+
+' A folder that cannot be removed now is removed by TessaronBridge.sh after a day.
+Private Sub RemoveFolder(folder As String)
+    Dim file As Variant
+    On Error Resume Next
+    For Each file In Array(ArgumentFile, ResultFile, ReadyFile, "/bridge-process")
+        DeleteFile folder & CStr(file)
+    Next file
+    RmDir folder
+End Sub
+
+Private Function BridgeRuns(folder As String, processId As String) As Boolean
+    BridgeRuns = CallScript("running" & vbLf & processId & vbLf & folder) = "true"
+End Function
+
+Private Sub StopBridge(folder As String, processId As String)
+    CallScript "end" & vbLf & processId & vbLf & folder
+End Sub
+
+Private Function CallScript(request As String) As String
+    CallScript = TessaronCallScript(request)
+    If Left(CallScript, 7) = "error: " Then Fail Mid(CallScript, 8)
+End Function
+
+' Dir(path) would be simpler, but it ends a listing that the caller has begun with Dir.
 Private Function FileExists(path As String) As Boolean
-    FileExists = Dir(path) <> ""
+    Dim attributes As Long
+    attributes = -1
+    On Error Resume Next
+    attributes = GetAttr(path)
+    FileExists = attributes >= 0
 End Function
 
 Private Sub DeleteFile(path As String)
@@ -121,5 +210,5 @@ Private Sub DeleteFile(path As String)
 End Sub
 
 Private Sub Fail(message As String)
-    Err.Raise BridgeFailed, "TessaronExchange", message
+    Err.Raise TessaronFailed, "TessaronExchange", message
 End Sub

@@ -1,58 +1,154 @@
 Option Explicit
 
-' Plays the macro's platform for TessaronExchange, and runs what the file SCENARIO says: one step a
-' line, its parts separated by tabs. Texts are written as their UTF-16 units in hexadecimal, lists
-' with commas between texts. OUTCOME gets one line for each step, lists with their length in front.
+' The platform for the example's modules, and the runner of the tests. Waits for the file SCENARIO,
+' runs its steps and writes the file OUTCOME, until a scenario is "quit". A step is a line, its parts
+' separated by tabs; its outcome is a line too. Texts in both are UTF-16 code units in hexadecimal;
+' lists have commas between texts, and in the outcome their length first.
+
+Private messages As String
+Private currentCommand As String
+Private callProgram As String
+Private temporaryFolder As String
+Private ended As Boolean
 
 Sub Main
-    Dim steps As Integer, line As String
-    steps = FreeFile
-    Open Environ("SCENARIO") For Input As #steps
-    Do While Not EOF(steps)
-        Line Input #steps, line
-        Report Outcome(Split(line, Chr(9)))
+    Do Until ended
+        If FileExists(Environ("SCENARIO")) Then RunScenario Environ("SCENARIO"), Environ("OUTCOME")
+        Wait 10
     Loop
-    Close #steps
     StarDesktop.terminate
 End Sub
 
+Sub RunScenario(scenario As String, outcomes As String)
+    Dim steps As Integer, results As Integer, line As String
+    steps = FreeFile
+    Open scenario For Input As #steps
+    results = FreeFile
+    Open outcomes & "-new" For Output As #results
+    Do While Not EOF(steps)
+        Line Input #steps, line
+        line = Outcome(Split(line, Chr(9))) ' which uses files too
+        Print #results, line
+    Loop
+    Close #steps
+    Close #results
+    Kill scenario
+    Name outcomes & "-new" As outcomes
+End Sub
+
 Function Outcome(parts As Variant) As String
+    Dim result As String
     On Error GoTo Failed
-    Select Case parts(0)
-        Case "write": WriteText parts(1), JoinList(FromHexList(parts(2)))
-        Case "read": Outcome = HexList(SplitList(ReadText(parts(1))))
-        Case "check": CheckStatus parts(1)
-        Case "wait": WaitForAnswer parts(1), parts(1) & "/running", CLng(parts(2))
-        Case "seconds": Outcome = CStr(SecondsFor(parts(1)))
-        Case "run": Outcome = HexList(RunCommand(parts(1), parts(2), FromHexList(parts(3))))
-        Case Else: Err.Raise 1, "", "no such step"
-    End Select
-    Outcome = "ok " & Outcome
+    result = StepOfExchange(parts)
+    If result = "no such step" Then result = StepOfDocument(parts)
+    Outcome = "ok " & result
     Exit Function
 Failed:
     Outcome = "error " & Err.Number & " " & Err.Description
 End Function
 
-Sub Report(text As String)
+Function StepOfExchange(parts As Variant) As String
+    Select Case parts(0)
+        Case "quit": ended = True
+        Case "use"
+            callProgram = parts(1)
+            temporaryFolder = parts(2)
+        Case "write": TessaronWriteText parts(1), TessaronJoinList(FromHexList(parts(2)))
+        Case "read": StepOfExchange = HexList(TessaronSplitList(TessaronReadText(parts(1))))
+        Case "check": TessaronCheckStatus parts(1)
+        Case "wait": TessaronWaitForAnswer parts(1), parts(2), CLng(parts(3))
+        Case "pause": StepOfExchange = CStr(TessaronPauseAfter(CLng(parts(1))))
+        Case "seconds": StepOfExchange = CStr(TessaronSecondsFor(parts(1)))
+        Case "run": StepOfExchange = HexList(TessaronRunCommand(parts(1), FromHexList(parts(2))))
+        Case "cancel": TessaronRequestCancel parts(1) = "true"
+        Case "trace": StepOfExchange = TessaronSetTrace(parts(1))
+        Case "list": StepOfExchange = ListedAround(parts(1), parts(2))
+        Case Else: StepOfExchange = "no such step"
+    End Select
+End Function
+
+Function StepOfDocument(parts As Variant) As String
+    Select Case parts(0)
+        Case "load": LoadDocument TessaronReadText(parts(1))
+        Case "save": TessaronWriteText parts(1), SavedDocument()
+        Case "select": SelectPieces CLng(parts(1)), CLng(parts(2)), CLng(parts(3)), CLng(parts(4))
+        Case "prepare": PrepareDocument parts(1), parts(2)
+        Case "put": PutFile parts(1), parts(2), False
+        Case "append": PutFile parts(1), parts(2), True
+        Case "do"
+            messages = ""
+            TessaronDo parts(1)
+            StepOfDocument = HexText(messages)
+        Case "switch trace"
+            messages = ""
+            TessaronSwitchTrace
+            StepOfDocument = HexText(messages)
+        Case "cancel macro"
+            messages = ""
+            TessaronCancelMacro
+            StepOfDocument = HexText(messages)
+        Case "runs": StepOfDocument = HexText(WrittenRuns(TessaronRunsOfMarkup(FromHex(parts(1)))))
+        Case "word runs": StepOfDocument = HexText(WrittenRuns(TessaronWordRuns(FromHex(parts(1)), Chr(13))))
+        Case "markup": StepOfDocument = HexText(TessaronMarkupOfRuns(TessaronRunsOfMarkup(FromHex(parts(1)))))
+        Case "same": StepOfDocument = CStr(TessaronSameText(FromHex(parts(1)), FromHex(parts(2))))
+        Case "member": StepOfDocument = HexText(TessaronJsonMember(FromHex(parts(1)), FromHex(parts(2))))
+        Case "text": StepOfDocument = HexText(TessaronJsonText(FromHex(parts(1))))
+        Case "citation": StepOfDocument = CStr(TessaronHoldsCitation(FromHex(parts(1))))
+        Case "word code": StepOfDocument = HexText(TessaronWordCode(FromHex(parts(1))))
+        Case Else: Err.Raise 1, "", "no such step"
+    End Select
+End Function
+
+' Runs a command in the middle of a listing of a folder with Dir.
+Function ListedAround(folder As String, commandName As String) As String
+    ListedAround = Dir(folder & "/*")
+    TessaronRunCommand commandName, Array("")
+    ListedAround = ListedAround & " " & Dir
+End Function
+
+Sub PutFile(path As String, line As String, atEnd As Boolean)
     Dim handle As Integer
     handle = FreeFile
-    Open Environ("OUTCOME") For Append As #handle
-    Print #handle, text
+    If atEnd Then Open path For Append As #handle Else Open path For Output As #handle
+    Print #handle, line
     Close #handle
 End Sub
 
-Function StartBridge(commandName As String, folder As String) As String
-    StartBridge = folder & "/running"
-    Shell Environ("START_BRIDGE"), 0, commandName & " " & folder, True
-End Function
-
-Function BridgeRuns(processId As String) As Boolean
-    BridgeRuns = Dir(processId) <> ""
-End Function
-
-Sub Pause
-    Wait 50
+Sub Message(text As String)
+    If messages <> "" Then messages = messages & Chr(10)
+    messages = messages & text
 End Sub
+
+' The platform that TessaronExchange needs
+
+' `callProgram` runs TessaronBridge.sh with the text of the first file as its argument
+' and its output in the second file.
+Function TessaronCallScript(request As String) As String
+    Dim handle As Integer, path As String, printed As String
+    If Left(request, 6) = "start" & Chr(10) Then currentCommand = Split(request, Chr(10))(1)
+    path = Environ("SCENARIO") & "-call"
+    handle = FreeFile
+    Open path For Output As #handle
+    Print #handle, request
+    Close #handle
+    Shell callProgram, 0, path & " " & path & "-output", True
+    handle = FreeFile
+    Open path & "-output" For Input As #handle
+    If Not EOF(handle) Then Line Input #handle, printed
+    Close #handle
+    TessaronCallScript = printed
+End Function
+
+Sub TessaronPause(milliseconds As Long)
+    DuringWait currentCommand
+    Wait milliseconds
+End Sub
+
+Function TessaronTemporaryFolder() As String
+    TessaronTemporaryFolder = temporaryFolder
+End Function
+
+' Texts as hexadecimal code units
 
 Function HexList(texts As Variant) As String
     Dim i As Long
