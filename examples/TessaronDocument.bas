@@ -113,8 +113,8 @@ Public Sub TessaronSwitchTrace()
     If TessaronTraceMode() <> "" Then
         path = TessaronSetTrace("")
         TessaronSay "The trace is off. It is in " & path & "."
-    ElseIf TessaronAsk("The trace will list each request to Tessaron. Should it also contain the texts of " & _
-            "your documents? Then do not send it to anyone who may not read them.") Then
+    ElseIf TessaronAsk("The trace will list each request to Tessaron. Should it also contain " & _
+            "the texts of your documents? Then do not send it to anyone who may not read them.") Then
         path = TessaronSetTrace("bodies")
         TessaronSay "The trace is on, with the texts of your documents. It is in " & path & "."
     Else
@@ -152,7 +152,7 @@ End Function
 Private Function AskDialog(commandName As String, argument As String) As String
     AskDialog = AskOne(commandName, argument)
     If AskDialog = "" And Not ApplicationRuns() Then
-        Fail "Tessaron Desktop has ended. Start it, look whether your change arrived, and try again." & Unchanged
+        Fail "Tessaron Desktop has ended. Start it and try again." & Unchanged
     End If
 End Function
 
@@ -181,7 +181,8 @@ Private Sub InsertCitation()
     newCode = Checked(newCode, "the new citation")
     ReadDocument ' the user may have written on
     AddCitation Array(NoField, "", "", TessaronKeptPlace(), newCode, "", False)
-    RefreshOrKeep newCode, "", "Insert the citation without its text? The text comes with the next refresh."
+    RefreshOrKeep newCode, "", _
+        "Insert the citation without its text? The text comes with the next refresh."
 End Sub
 
 Private Sub EditCitation()
@@ -197,7 +198,8 @@ Private Sub EditCitation()
     newCode = Checked(newCode, CitationName(index))
     index = KeptCitation(sent)
     cites(index)(Code) = newCode
-    RefreshOrKeep newCode, sent, "Keep the changed citation with its old text? The new text comes with the next refresh."
+    RefreshOrKeep newCode, sent, _
+        "Keep the changed citation with its old text? The new text comes with the next refresh."
 End Sub
 
 Private Sub RefreshAll()
@@ -225,9 +227,13 @@ End Sub
 
 Private Sub InsertBibliography()
     Dim last As Long
-    If UBound(bibliographies) >= 0 Then Fail "The document already has a bibliography. Run TessaronRefreshAll to renew it."
+    If UBound(bibliographies) >= 0 Then
+        Fail "The document already has a bibliography. Run TessaronRefreshAll to renew it."
+    End If
     If UBound(cites) < 0 Then Fail "Insert a citation first." & Unchanged
-    If CitationAt(SelectedPlace()) <> NoField Then Fail "The bibliography cannot be inside a citation." & Unchanged
+    If CitationAt(SelectedPlace()) <> NoField Then
+        Fail "The bibliography cannot be inside a citation." & Unchanged
+    End If
     TessaronKeepPlace InsertPosition()
     If SelectedPlace()(1) <> 0 Then Fail "The bibliography must be in the main text." & Unchanged
     bibliographies = Array(Array(NoField, "", "", Empty))
@@ -235,7 +241,8 @@ Private Sub InsertBibliography()
 End Sub
 
 Private Sub MergeCitations()
-    Dim first As Long, last As Long, i As Long, codes() As String, edited As Boolean, merged As String
+    Dim first As Long, last As Long, i As Long, codes() As String, edited As Boolean, _
+        merged As String
     SelectedCitations first, last
     If last <= first Then Fail "Select two or more citations that stand side by side." & Unchanged
     ReDim codes(last - first)
@@ -246,7 +253,9 @@ Private Sub MergeCitations()
         If i > first Then CheckNeighbours i - 1, i
     Next i
     If edited Then
-        If Not TessaronAsk("A text that was edited by hand will be lost. Merge the citations?") Then Exit Sub
+        If Not TessaronAsk("A text that was edited by hand will be lost. Merge the citations?") Then
+            Exit Sub
+        End If
     End If
     merged = TessaronRunCommand("mergeFields", codes)(0)
     If merged = "" Then Fail "Tessaron could not merge the citations." & Unchanged
@@ -354,7 +363,8 @@ Private Sub CheckDocument()
     problem = TessaronDocumentProblem()
     If problem <> "" Then Fail problem
     If FingerprintNow() <> fingerprint Then
-        Fail "The citations of the document were changed while Tessaron was working. Try again." & Unchanged
+        Fail "The citations of the document were changed while Tessaron was working. Try again." & _
+            Unchanged
     End If
 End Sub
 
@@ -364,7 +374,8 @@ Private Function DocumentStyle() As String
     DocumentStyle = AskOne("getDesktopCitationStyleId", "")
     ' This command answers a failure with a sentence.
     If DocumentStyle = "" Or Left(DocumentStyle, 37) = "Can't get selected citation style id " Then
-        Fail "Tessaron did not name its citation style. Choose a style in Tessaron Desktop." & Unchanged
+        Fail "Tessaron did not name its citation style. Choose a style in Tessaron Desktop." & _
+            Unchanged
     End If
 End Function
 
@@ -434,7 +445,10 @@ End Function
 Private Function InsertPosition() As Long
     Dim where As Variant, cursor As Variant, i As Long
     where = SelectedPlace()
-    If where(1) < 0 Then Fail "A citation can be in the main text, in text boxes, footnotes and endnotes." & Unchanged
+    If where(1) < 0 Then
+        Fail "A citation can be in the main text, in text boxes, footnotes and endnotes." & _
+            Unchanged
+    End If
     InsertPosition = where(3)
     ' After the mark, the field would be in the next paragraph or table cell.
     If where(2) < where(3) And InStr(vbCr & ChrW(7), Right(TessaronSelection()(1), 1)) > 0 Then
@@ -474,7 +488,8 @@ Private Sub CheckNeighbours(one As Long, other As Long)
     Dim between As String
     between = "a note"
     If cites(one)(Place)(1) = cites(other)(Place)(1) Then
-        between = TessaronTextBetween(CLng(cites(one)(FieldNumber)), CLng(cites(other)(FieldNumber)))
+        between = TessaronTextBetween(CLng(cites(one)(FieldNumber)), _
+            CLng(cites(other)(FieldNumber)))
     End If
     If Replace(Replace(Replace(between, " ", ""), vbTab, ""), ChrW(160), "") <> "" Then
         Fail "There is more than spaces between the selected citations." & Unchanged
@@ -512,7 +527,8 @@ Private Sub RecordEdits()
     Dim i As Long
     For i = 0 To UBound(cites)
         If cites(i)(FieldNumber) <> NoField And Not cites(i)(Discard) Then
-            If cites(i)(Code) = cites(i)(OldCode) And TessaronIsOnlyText(CStr(cites(i)(ShownText))) Then
+            If cites(i)(Code) = cites(i)(OldCode) And _
+                TessaronIsOnlyText(CStr(cites(i)(ShownText))) Then
                 If IsEdited(i) Then cites(i)(Code) = WithRecord(i)
             End If
         End If
@@ -520,18 +536,21 @@ Private Sub RecordEdits()
 End Sub
 
 Private Function WithRecord(index As Long) As String
-    Dim before As String, typed As String
+    Dim before As String, typed As String, recorded As String
     before = cites(index)(OldCode)
-    typed = TessaronSendableText(TessaronMarkupOfRuns(TessaronFieldRuns(CLng(cites(index)(FieldNumber)))))
+    typed = TessaronMarkupOfRuns(TessaronFieldRuns(CLng(cites(index)(FieldNumber))))
+    typed = TessaronSendableText(typed)
     WithRecord = Checked(CStr(TessaronRunCommand("checkManualFormatAndGetFieldCode", _
         Array(before, typed))(0)), CitationName(index))
-    If TessaronSameText(CStr(cites(index)(ShownText)), _
-        TessaronPlainText(TessaronRunsOfMarkup(TessaronManualMarkup(WithRecord)))) Then Exit Function
+    recorded = TessaronPlainText(TessaronRunsOfMarkup(TessaronManualMarkup(WithRecord)))
+    If TessaronSameText(CStr(cites(index)(ShownText)), recorded) Then Exit Function
     ' The user took the style's text in the application's dialog: an older record is gone.
     If TessaronHasManualEdit(before) And Not TessaronHasManualEdit(WithRecord) Then Exit Function
     ' The application failed, or the user cancelled, or there was no older record.
-    If Not TessaronAsk("You have edited the text of " & CitationName(index) & ", and Tessaron has not " & _
-        "recorded that. Replace your text?") Then Fail "The texts were not refreshed." & Unchanged
+    If Not TessaronAsk("You have edited the text of " & CitationName(index) & _
+            ", and Tessaron has not recorded that. Replace your text?") Then
+        Fail "The texts were not refreshed." & Unchanged
+    End If
 End Function
 
 ' The batch
@@ -554,12 +573,14 @@ Private Sub FormatDocument(style As String)
     WriteDocument CStr(results(1)), CStr(results(2))
 End Sub
 
-' A citation that cannot be read stops the refresh: without it, numbers and bibliography would be wrong.
+' A citation that cannot be read stops the refresh. Without it, numbers and bibliography would be
+' wrong.
 Private Sub CheckCodes()
     Dim i As Long
     For i = 0 To UBound(cites)
         If Not TessaronHoldsCitation(CStr(cites(i)(Code))) Then
-            Fail "The field code of " & CitationName(i) & " is damaged. Replace or remove this citation." & Unchanged
+            Fail "The field code of " & CitationName(i) & _
+                " is damaged. Replace or remove this citation." & Unchanged
         End If
     Next i
 End Sub
@@ -575,19 +596,23 @@ Private Function BatchArguments(style As String) As Variant
     BatchArguments = arguments
 End Function
 
-' The text as the application gave it, where the document still shows that: it has the formatting too.
+' If the document still shows the text that the application gave, that text with its formatting.
 Private Function SentText(index As Long) As String
     Dim shown As String
     shown = cites(index)(ShownText)
     SentText = TessaronRecordedMarkup(CStr(cites(index)(Code)))
     If SentText <> "" Then
-        If TessaronSameText(shown, TessaronPlainText(TessaronRunsOfMarkup(SentText))) Then Exit Function
+        If TessaronSameText(shown, TessaronPlainText(TessaronRunsOfMarkup(SentText))) Then
+            Exit Function
+        End If
     End If
     SentText = TessaronMarkupOfText(TessaronSendableText(shown))
 End Function
 
 Private Sub CheckBatch(style As String, results As Variant)
-    If results(0) = "false" And UBound(results) = 1 Then Fail Refusal(style, CStr(results(1))) & Unchanged
+    If results(0) = "false" And UBound(results) = 1 Then
+        Fail Refusal(style, CStr(results(1))) & Unchanged
+    End If
     If results(0) <> "true" Or UBound(results) <> 2 + 4 * (UBound(cites) + 1) Then
         Fail "The answer of Tessaron does not fit the document." & Unchanged
     End If
@@ -626,7 +651,8 @@ Private Sub WriteDocument(style As String, bibliography As String)
     If TessaronStyle() <> style Then TessaronSetStyle style
     TessaronEndChange True
     TessaronNote "Citations refreshed: " & UBound(cites) + 1
-    If unwritten <> "" Then TessaronSay "These were counted, but could not be written, so that they may be out of date." & unwritten
+    If unwritten = "" Then Exit Sub
+    TessaronSay "These were counted but not written. Their texts may be out of date." & unwritten
     Exit Sub
 Failed:
     message = Err.Description
@@ -675,8 +701,11 @@ Private Function WriteCitation(index As Long) As String
     ElseIf Not TessaronIsOnlyText(shown) Then
         WriteCitation = vbLf & NotOnlyText(index)
     Else
-        If cites(index)(Code) <> cites(index)(OldCode) Then TessaronSetCode number, CStr(cites(index)(Code))
-        If shown <> TessaronPlainText(runs) Or cites(index)(Markup) <> TessaronRecordedMarkup(CStr(cites(index)(OldCode))) Then
+        If cites(index)(Code) <> cites(index)(OldCode) Then
+            TessaronSetCode number, CStr(cites(index)(Code))
+        End If
+        If shown <> TessaronPlainText(runs) Or _
+            cites(index)(Markup) <> TessaronRecordedMarkup(CStr(cites(index)(OldCode))) Then
             TessaronSetRuns number, runs
         End If
     End If
@@ -701,7 +730,8 @@ End Function
 ' Messages
 
 Private Function NotOnlyText(index As Long) As String
-    NotOnlyText = UCase(Left(CitationName(index), 1)) & Mid(CitationName(index), 2) & " contains something other than text."
+    NotOnlyText = UCase(Left(CitationName(index), 1)) & Mid(CitationName(index), 2) & _
+        " contains something other than text."
 End Function
 
 Private Function CitationName(index As Long) As String

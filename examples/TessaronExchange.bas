@@ -7,9 +7,10 @@ Option Private Module
 '
 ' This module needs nothing of Word. The platform is in another module (TessaronWord for Word on
 ' macOS), which must have these procedures:
-'   TessaronCallScript(request) As String  runs TessaronBridge.sh with the request, returns its output
+'   TessaronCallScript(request) As String  runs TessaronBridge.sh with the request and returns its
+'                                          output
 '   TessaronPause(milliseconds)            waits; the user can go on working meanwhile
-'   TessaronTemporaryFolder() As String    where folders for the runs can be made, without a slash at its end
+'   TessaronTemporaryFolder() As String    the folder for the runs' folders, without a slash at the end
 
 ' The number of every error that the example raises. The description is a message for the user.
 Public Const TessaronFailed As Long = 20001
@@ -114,7 +115,9 @@ Public Sub TessaronCheckStatus(folder As String)
     status = TessaronReadText(folder & ReadyFile)
     If status = "-1" Then Fail "The answer of Tessaron could not be written. Is the disk full?"
     If Not FileExists(folder & ResultFile) Then Fail "The answer of Tessaron is missing."
-    If status <> CStr(FileLen(folder & ResultFile)) Then Fail "The answer of Tessaron is incomplete."
+    If status <> CStr(FileLen(folder & ResultFile)) Then
+        Fail "The answer of Tessaron is incomplete."
+    End If
 End Sub
 
 ' A list is its texts separated by U+0001, so no text may contain that character.
@@ -167,7 +170,8 @@ Private Function NewFolder() As String
     Dim path As String
     Do
         runNumber = runNumber + 1
-        path = TessaronTemporaryFolder() & "/tessaron-" & CLng(Date) & "-" & CLng(Timer * 100) & "-" & runNumber
+        path = TessaronTemporaryFolder() & "/tessaron-" & CLng(Date) & "-" & CLng(Timer * 100) & _
+            "-" & runNumber
     Loop While FileExists(path)
     MkDir path
     NewFolder = path

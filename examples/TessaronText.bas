@@ -109,7 +109,9 @@ Public Function TessaronJsonMember(json As String, memberKey As String) As Strin
         at = AfterSpace(json, at + 1)
     Loop
     ' Only a whole object counts.
-    If Mid(json, at, 1) = "}" And AfterSpace(json, at + 1) > Len(json) Then TessaronJsonMember = found
+    If Mid(json, at, 1) = "}" And AfterSpace(json, at + 1) > Len(json) Then
+        TessaronJsonMember = found
+    End If
 End Function
 
 ' The text of a JSON string, or "" if it is another value.
@@ -235,7 +237,8 @@ Public Function TessaronMarkupOfRuns(runs As Variant) As String
                 closing = ClosingTags()(tag) & closing
             End If
         Next tag
-        TessaronMarkupOfRuns = TessaronMarkupOfRuns & opening & TessaronMarkupOfText(CStr(runs(i)(0))) & closing
+        TessaronMarkupOfRuns = TessaronMarkupOfRuns & opening & _
+            TessaronMarkupOfText(CStr(runs(i)(0))) & closing
     Next i
 End Function
 
@@ -349,8 +352,8 @@ Public Function TessaronSendableText(text As String) As String
     TessaronSendableText = WithLineBreaks(Holdable(text, False), vbLf)
 End Function
 
-' Whether the text of a field is nothing but text. Writing over a picture (1), a note's reference (2),
-' a comment's anchor (5), a table cell (7), a paragraph (13) or a field (19) would lose it.
+' Whether the text of a field is nothing but text. Writing would lose a picture (1), a note's
+' reference (2), a comment's anchor (5), a table cell (7), a paragraph (13) or a field (19).
 Public Function TessaronIsOnlyText(shown As String) As Boolean
     Dim code As Variant
     For Each code In Array(1, 2, 5, 7, 13, 19)
@@ -363,7 +366,9 @@ Private Function WithLineBreaks(text As String, lineBreak As String) As String
     Dim code As Variant
     WithLineBreaks = Replace(text, vbCr & vbLf, vbLf)
     For Each code In Array(10, 11, 12, 13)
-        If ChrW(code) <> lineBreak Then WithLineBreaks = Replace(WithLineBreaks, ChrW(code), lineBreak)
+        If ChrW(code) <> lineBreak Then
+            WithLineBreaks = Replace(WithLineBreaks, ChrW(code), lineBreak)
+        End If
     Next code
 End Function
 

@@ -245,7 +245,8 @@ Public Function TessaronReadField(number As Long) As Variant
     Dim item As Field, text As String
     Set item = listedFields(number + 1)
     text = ResultText(item)
-    TessaronReadField = Array(item.Code.Text, text, PlaceIn(listedParts(number + 1), StartOf(item), EndOf(item)))
+    TessaronReadField = Array(item.Code.Text, text, PlaceIn(listedParts(number + 1), _
+        StartOf(item), EndOf(item)))
 End Function
 
 ' Range.Text shows a picture as "/", and of a field inside only its text. U+0001 stands for all that
@@ -276,7 +277,8 @@ Private Function EndOf(ByVal item As Field) As Long
 End Function
 
 Public Function TessaronFieldRuns(number As Long) As Variant
-    Dim item As Field, character As Range, runs() As Variant, last As Long, marks As Long, outside As Long
+    Dim item As Field, character As Range, runs() As Variant, last As Long, marks As Long, _
+        outside As Long
     Set item = listedFields(number + 1)
     ReDim runs(0)
     runs(0) = Array("", 0)

@@ -52,7 +52,8 @@ Function SavedDocument() As String
     ReDim parts(UBound(pieces) + 1)
     parts(0) = style
     For i = 0 To UBound(pieces)
-        parts(i + 1) = Join(Array(CStr(pieces(i)(1)), pieces(i)(2), pieces(i)(3), WrittenRuns(pieces(i)(4))), ChrW(&HE001))
+        parts(i + 1) = Join(Array(CStr(pieces(i)(1)), pieces(i)(2), pieces(i)(3), _
+            WrittenRuns(pieces(i)(4))), ChrW(&HE001))
     Next i
     SavedDocument = Join(parts, ChrW(&HE000))
 End Function
@@ -106,7 +107,8 @@ Sub DuringWait(commandName As String)
         Case "": Exit Sub
         Case "delete field": RemovePiece FirstField()
         Case "type in field": SetPiece FirstField(), 4, Array(Array("typed during the wait", 0))
-        Case "type in text": SetPiece 0, 4, Array(Array("typed during the wait. " & PieceText(0), 0))
+        Case "type in text": SetPiece 0, 4, Array(Array("typed during the wait. " & PieceText(0), _
+            0))
         Case "close document": problem = "The document was closed."
         Case "cancel": TessaronCancelMacro
         Case "start another macro": TessaronDo "RefreshAll"
@@ -230,7 +232,8 @@ End Function
 Function TessaronReadField(number As Long) As Variant
     Dim i As Long
     i = FieldIndex(number)
-    TessaronReadField = Array(pieces(i)(3), PieceText(i), PlaceOf(CLng(pieces(i)(1)), StartOf(i), EndOf(i)))
+    TessaronReadField = Array(pieces(i)(3), PieceText(i), PlaceOf(CLng(pieces(i)(1)), StartOf(i), _
+        EndOf(i)))
 End Function
 
 Function TessaronFieldRuns(number As Long) As Variant
@@ -240,11 +243,13 @@ End Function
 Function TessaronSelection() As Variant
     Dim i As Long, last As String
     For i = 0 To UBound(pieces)
-        If pieces(i)(1) = selected(0) And pieces(i)(2) = "text" And StartOf(i) < selected(2) And EndOf(i) >= selected(2) Then
+        If pieces(i)(1) = selected(0) And pieces(i)(2) = "text" And StartOf(i) < selected(2) And _
+            EndOf(i) >= selected(2) Then
             last = Mid(PieceText(i), selected(2) - StartOf(i), 1)
         End If
     Next i
-    TessaronSelection = Array(PlaceOf(CLng(selected(0)), CLng(selected(1)), CLng(selected(2))), last)
+    TessaronSelection = Array(PlaceOf(CLng(selected(0)), CLng(selected(1)), CLng(selected(2))), _
+        last)
 End Function
 
 Function TessaronTextBetween(first As Long, last As Long) As String
@@ -261,7 +266,8 @@ End Function
 Sub TessaronKeepPlace(position As Long)
     Dim i As Long
     For i = 0 To UBound(pieces)
-        If pieces(i)(1) = selected(0) And pieces(i)(2) <> "nested" And StartOf(i) <= position And position <= EndOf(i) Then
+        If pieces(i)(1) = selected(0) And pieces(i)(2) <> "nested" And StartOf(i) <= position And _
+            position <= EndOf(i) Then
             ' At the border of two pieces the text, so that a field beside it can go away.
             If pieces(i)(2) = "text" Or position < EndOf(i) Or i = UBound(pieces) Then
                 keptId = pieces(i)(0)
@@ -307,7 +313,8 @@ Function TessaronAddField(code As String) As Long
     lastId = lastId + 2
     If pieces(i)(2) = "text" Then
         SetPiece i, 4, Array(Array(Left(text, offset), 0))
-        InsertPiece i + 1, Array(lastId - 1, place(1), "text", "", Array(Array(Mid(text, offset + 1), 0)))
+        InsertPiece i + 1, Array(lastId - 1, place(1), "text", "", Array(Array(Mid(text, _
+            offset + 1), 0)))
         i = i + 1
     ElseIf offset > 0 Then
         If offset < LengthOf(i) Then Err.Raise 5, "", "a field inside a field"

@@ -88,10 +88,12 @@ Function StepOfDocument(parts As Variant) As String
             TessaronCancelMacro
             StepOfDocument = HexText(messages)
         Case "runs": StepOfDocument = HexText(WrittenRuns(TessaronRunsOfMarkup(FromHex(parts(1)))))
-        Case "word runs": StepOfDocument = HexText(WrittenRuns(TessaronWordRuns(FromHex(parts(1)), Chr(13))))
+        Case "word runs": StepOfDocument = HexText(WrittenRuns(TessaronWordRuns(FromHex(parts(1)), _
+            Chr(13))))
         Case "markup": StepOfDocument = HexText(TessaronMarkupOfRuns(TessaronRunsOfMarkup(FromHex(parts(1)))))
         Case "same": StepOfDocument = CStr(TessaronSameText(FromHex(parts(1)), FromHex(parts(2))))
-        Case "member": StepOfDocument = HexText(TessaronJsonMember(FromHex(parts(1)), FromHex(parts(2))))
+        Case "member": StepOfDocument = HexText(TessaronJsonMember(FromHex(parts(1)), _
+            FromHex(parts(2))))
         Case "text": StepOfDocument = HexText(TessaronJsonText(FromHex(parts(1))))
         Case "citation": StepOfDocument = CStr(TessaronHoldsCitation(FromHex(parts(1))))
         Case "word code": StepOfDocument = HexText(TessaronWordCode(FromHex(parts(1))))

@@ -7,7 +7,7 @@ import unittest
 import urllib.request
 from pathlib import Path
 
-from office import OFFICE, OfficeCase, from_hex
+from office import HAS_PROGRAMS, OfficeCase, from_hex
 from support import SOURCE, skip, utf16
 
 NODE = shutil.which("node")
@@ -21,8 +21,8 @@ PIECE, PART, RUN, MARKS = "\ue000\ue001\ue002\ue003"
 
 
 def main():
-    if OFFICE is None or NODE is None or not (DESKTOP / "node_modules").exists():
-        skip("LibreOffice (soffice), Node or testbed/desktop/node_modules is missing.")
+    if not HAS_PROGRAMS or NODE is None or not (DESKTOP / "node_modules").exists():
+        skip("LibreOffice (soffice), ps, Node or testbed/desktop/node_modules is missing.")
     unittest.main()
 
 
@@ -225,6 +225,8 @@ FAILURES = {
     "reply cut off": {"drop": "inBody"},
     "reply without JSON": {"body": "no JSON"},
 }
+# The status says success, but there is no value.
+CUT_OFF = ("hangs up after the headers", "reply cut off", "reply without JSON")
 
 
 class ExampleCase(DesktopCase):

@@ -14,6 +14,7 @@ from support import BRIDGE, SOURCE, Case, home_without_application, utf16
 
 EXAMPLES = SOURCE / "examples"
 OFFICE = shutil.which("soffice")
+HAS_PROGRAMS = OFFICE is not None and shutil.which("ps") is not None
 HERE = Path(__file__).parent
 MODULES = [
     *(EXAMPLES / f"Tessaron{name}.bas" for name in ("Exchange", "Text", "Document")),

@@ -1,10 +1,9 @@
 """The example's logic, run by LibreOffice's Basic against the bridge and the application's stand-in."""
 
 import json
-import unittest
 
 from desktop import (
-    APA, BATCH, CARSON, FAILURES, IEEE, KUHN, PREFIX, STYLE_URL, UNCHANGED, UNDO, UPDATE, WORKS,
+    APA, BATCH, CARSON, CUT_OFF, FAILURES, IEEE, KUHN, PREFIX, STYLE_URL, UNCHANGED, UNDO, UPDATE, WORKS,
     ExampleCase, Scenario, anchor, cluster, code_of, field, fields, main, plain, text, texts,
 )  # fmt: skip
 
@@ -231,8 +230,8 @@ class EditByHandTest(ExampleCase):
         document = self.document("(my own words)", "{Citation}")
         cancel = [{"dialog": "updateCitation", "cancel": True}]
         scenarios = [
-            *(Scenario(document, "RefreshAll", answers="n", faults={UPDATE: fault})
-              for fault in FAILURES.values() if fault not in (FAILURES["reply cut off"], FAILURES["reply without JSON"], FAILURES["hangs up after the headers"])),
+            *(Scenario(document, "RefreshAll", answers="n", faults={UPDATE: FAILURES[name]})
+              for name in FAILURES if name not in CUT_OFF),
             Scenario(document, "RefreshAll", answers="n", dialogs=cancel),
         ]  # fmt: skip
         for result in self.run_scenarios(*scenarios):
@@ -241,8 +240,10 @@ class EditByHandTest(ExampleCase):
 
     def test_changes_nothing_after_a_reply_that_was_cut_off(self):
         document = self.document("(my own words)", "{Citation}")
-        cut = [FAILURES[name] for name in ("reply cut off", "reply without JSON", "hangs up after the headers")]
-        for result in self.run_scenarios(*(Scenario(document, "RefreshAll", faults={UPDATE: f}) for f in cut)):
+        results = self.run_scenarios(
+            *(Scenario(document, "RefreshAll", faults={UPDATE: FAILURES[name]}) for name in CUT_OFF)
+        )
+        for result in results:
             self.assert_unchanged(result, 'citation 1 ("(my own words)") contains no citation.')
 
     def test_replaces_the_text_when_the_user_says_so(self):
@@ -280,9 +281,10 @@ class EditByHandTest(ExampleCase):
         document = self.document()
         document[2] = field(self.recorded("(words)", "(words)"), "(words)")
         inside = ((1, 9), )
-        sentences = {**dict.fromkeys(FAILURES, "could not undo the edit"),
-                     **dict.fromkeys(("reply cut off", "reply without JSON", "hangs up after the headers"),
-                                     "contains no citation")}  # fmt: skip
+        sentences = {
+            **dict.fromkeys(FAILURES, "could not undo the edit"),
+            **dict.fromkeys(CUT_OFF, "contains no citation"),
+        }
         results = self.run_scenarios(
             *(Scenario(document, "UndoManualEdit", inside, faults={UNDO: fault}) for fault in FAILURES.values()),
             Scenario(self.document(), "UndoManualEdit", inside),

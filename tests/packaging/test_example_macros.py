@@ -1,6 +1,5 @@
 """The example's macros, run by LibreOffice's Basic against the bridge and the application's stand-in."""
 
-import shutil
 import socket
 import subprocess
 import unittest
@@ -8,7 +7,7 @@ from pathlib import Path
 
 from desktop import (
     APA, BATCH, CARSON, CHOOSE, CHOOSE_KUHN, DARWIN, DESKTOP, EDIT, EDIT_TO_DARWIN, FAILURES, IEEE,
-    KUHN, MERGE, NODE, STYLE, STYLE_URL, ExampleCase, Scenario, anchor, cluster, field, fields, main,
+    KUHN, MERGE, NODE, STYLE, ExampleCase, Scenario, anchor, cluster, field, fields, main,
     plain, text, texts,
 )  # fmt: skip
 from support import BRIDGE

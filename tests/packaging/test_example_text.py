@@ -3,7 +3,7 @@
 import json
 import unittest
 
-from office import OFFICE, OfficeCase, from_hex, in_hex
+from office import HAS_PROGRAMS, OfficeCase, from_hex, in_hex
 from support import skip
 
 CODE = "ADDIN CSL_CITATION "
@@ -149,6 +149,6 @@ class TextTest(OfficeCase):
 
 
 if __name__ == "__main__":
-    if OFFICE is None:
-        skip("LibreOffice (soffice) is not installed.")
+    if not HAS_PROGRAMS:
+        skip("LibreOffice (soffice) or ps is not installed.")
     unittest.main()

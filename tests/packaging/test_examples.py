@@ -10,8 +10,8 @@ import time
 import unittest
 from pathlib import Path
 
-from office import EXAMPLES, FAILED, OFFICE, OfficeCase, answer, from_hex, in_hex
-from support import BRIDGE, SOURCE, Case, skip, utf16
+from office import EXAMPLES, FAILED, HAS_PROGRAMS, OfficeCase, answer, from_hex, in_hex
+from support import SOURCE, Case, skip, utf16
 
 ARGUMENTS, RESULTS, READY = (
     f"mac-word-plugin-{name}.txt" for name in ("args", "results", "result-ready")
@@ -458,6 +458,6 @@ class PartsTest(Case):
 
 
 if __name__ == "__main__":
-    if OFFICE is None:
-        skip("LibreOffice (soffice) is not installed.")
+    if not HAS_PROGRAMS:
+        skip("LibreOffice (soffice) or ps is not installed.")
     unittest.main()
