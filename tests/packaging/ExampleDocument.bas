@@ -11,6 +11,8 @@ Option Explicit
 Private style As String
 Private pieces As Variant ' each an Array(id, story, kind, code, runs)
 Private lastId As Long
+Private starts() As Long ' of each piece, while `startsAreKnown`
+Private startsAreKnown As Boolean
 Private listed As Variant ' ids of the fields
 Private selected As Variant ' story, start, end
 Private keptId As Long ' the kept place is `keptOffset` after the start of this piece
@@ -119,6 +121,7 @@ End Sub
 ' Pieces
 
 Sub AppendPiece(piece As Variant)
+    startsAreKnown = False
     ReDim Preserve pieces(UBound(pieces) + 1)
     pieces(UBound(pieces)) = piece
 End Sub
@@ -147,6 +150,7 @@ End Sub
 
 Sub SetPiece(index As Long, part As Long, value As Variant)
     Dim piece As Variant
+    startsAreKnown = False
     piece = pieces(index)
     piece(part) = value
     pieces(index) = piece
@@ -159,6 +163,9 @@ Function FirstField() As Long
 End Function
 
 Function IndexOf(id As Long) As Long
+    ' The document counts its pieces from 1 when it is loaded.
+    If id <= UBound(pieces) Then IndexOf = id - 1
+    If pieces(IndexOf)(0) <> id Then IndexOf = 0
     Do While pieces(IndexOf)(0) <> id
         IndexOf = IndexOf + 1
     Loop
@@ -178,15 +185,21 @@ Function LengthOf(index As Long) As Long
 End Function
 
 Function StartOf(index As Long) As Long
-    Dim i As Long
-    If pieces(index)(2) = "nested" Then
-        StartOf = StartOf(index - 1) + Len(pieces(index - 1)(3)) + 2
-        Exit Function
-    End If
-    For i = 0 To index - 1
-        If pieces(i)(1) = pieces(index)(1) Then StartOf = StartOf + LengthOf(i)
-    Next i
+    If Not startsAreKnown Then FindStarts
+    StartOf = starts(index)
 End Function
+
+Sub FindStarts
+    Dim i As Long, story As Long, ends(9) As Long
+    ReDim starts(UBound(pieces))
+    For i = 0 To UBound(pieces)
+        story = pieces(i)(1) + 1 ' from -1
+        starts(i) = ends(story)
+        If pieces(i)(2) = "nested" Then starts(i) = starts(i - 1) + Len(pieces(i - 1)(3)) + 2
+        ends(story) = ends(story) + LengthOf(i)
+    Next i
+    startsAreKnown = True
+End Sub
 
 Function EndOf(index As Long) As Long
     EndOf = StartOf(index) + LengthOf(index)
@@ -196,6 +209,8 @@ End Function
 Function PlaceOf(story As Long, first As Long, last As Long) As Variant
     Dim anchor As Long, i As Long
     anchor = first
+    PlaceOf = Array(first, 0, first, last)
+    If story = 0 Then Exit Function
     For i = 0 To UBound(pieces)
         If pieces(i)(2) = "anchor" And pieces(i)(3) = CStr(story) Then anchor = StartOf(i)
     Next i

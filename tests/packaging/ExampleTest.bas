@@ -11,9 +11,15 @@ Private callProgram As String
 Private temporaryFolder As String
 Private ended As Boolean
 
+' Ends after five minutes without a scenario too: a test that is killed cannot say "quit".
 Sub Main
-    Do Until ended
-        If FileExists(Environ("SCENARIO")) Then RunScenario Environ("SCENARIO"), Environ("OUTCOME")
+    Dim idle As Long
+    Do Until ended Or idle = 30000
+        idle = idle + 1
+        If FileExists(Environ("SCENARIO")) Then
+            RunScenario Environ("SCENARIO"), Environ("OUTCOME")
+            idle = 0
+        End If
         Wait 10
     Loop
     StarDesktop.terminate
@@ -62,7 +68,6 @@ Function StepOfExchange(parts As Variant) As String
         Case "run": StepOfExchange = HexList(TessaronRunCommand(parts(1), FromHexList(parts(2))))
         Case "cancel": TessaronRequestCancel parts(1) = "true"
         Case "trace": StepOfExchange = TessaronSetTrace(parts(1))
-        Case "list": StepOfExchange = ListedAround(parts(1), parts(2))
         Case Else: StepOfExchange = "no such step"
     End Select
 End Function
@@ -99,13 +104,6 @@ Function StepOfDocument(parts As Variant) As String
         Case "word code": StepOfDocument = HexText(TessaronWordCode(FromHex(parts(1))))
         Case Else: Err.Raise 1, "", "no such step"
     End Select
-End Function
-
-' Runs a command in the middle of a listing of a folder with Dir.
-Function ListedAround(folder As String, commandName As String) As String
-    ListedAround = Dir(folder & "/*")
-    TessaronRunCommand commandName, Array("")
-    ListedAround = ListedAround & " " & Dir
 End Function
 
 Sub PutFile(path As String, line As String, atEnd As Boolean)

@@ -55,7 +55,7 @@ class Office:
         new = self.scenario.with_suffix(".new")
         new.write_text("".join("\t".join(map(str, step)) + "\n" for step in steps))
         new.rename(self.scenario)
-        deadline = time.monotonic() + 180
+        deadline = time.monotonic() + 400
         while not self.outcome.exists():
             # LibreOffice also stops for good at an error that no handler takes.
             if self.process.poll() is not None or time.monotonic() > deadline:

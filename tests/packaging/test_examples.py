@@ -213,13 +213,6 @@ class ExchangeTest(OfficeCase):
         self.assertTrue(outcome.startswith(f"{FAILED}The bridge is not at {self.bridge}."), outcome)
         self.assertEqual(self.folders(), [])
 
-    def test_leaves_a_listing_of_the_caller_alone(self):
-        for name in "abc":
-            (self.exchange / name).touch()
-        (outcome,) = self.basic(("list", self.exchange, "isTessaronRunning"))
-        first, second = outcome.removeprefix("ok ").split()
-        self.assertEqual(len({first, second} & set("abc")), 2, outcome)
-
     def test_trace_goes_to_a_private_file(self):
         run = ("run", "getUserUuid", in_hex([""]))
         outcomes = self.basic(("trace", "requests"), run)
@@ -417,6 +410,12 @@ class PartsTest(Case):
         self.assertGreater(len(names), 60)
         self.assertEqual([name for name in names if not name.startswith("Tessaron")], [])
         self.assertEqual(len({name.lower() for name in names}), len(names))
+
+    def test_leaves_a_listing_of_the_caller_alone(self):
+        # Word has one listing, which every Dir changes. LibreOffice cannot show that.
+        for name, text in self.modules().items():
+            code = "".join(line.split("'")[0] for line in text.splitlines(keepends=True))
+            self.assertNotRegex(code, r"\bDir\b", name)
 
     def test_every_procedure_says_whether_it_is_public(self):
         for name, text in self.modules().items():
