@@ -3,7 +3,6 @@
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
-#include <QTextCodec>
 #include <QtEndian>
 
 #include <algorithm>
@@ -40,12 +39,12 @@ QStringList readList(QFile* file)
     readChunk(file, &chunk);
     int start = chunk.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
     while (!chunk.isEmpty()) {
-        for (int end; (end = chunk.indexOf(QChar(argsFileSeparator), start)) >= 0;
+        for (int end; (end = int(chunk.indexOf(QChar(argsFileSeparator), start))) >= 0;
              start = end + 1) {
-            list.append(started + chunk.midRef(start, end - start));
+            list.append(started + chunk.mid(start, end - start));
             started.clear();
         }
-        started += chunk.midRef(start);
+        started += chunk.mid(start);
         readChunk(file, &chunk);
         start = 0;
     }
@@ -100,9 +99,9 @@ private:
 
 } // namespace
 
-QTextCodec* argsFileCodec()
+const ArgsFileCodec* argsFileCodec()
 {
-    QTextCodec* const codec = QTextCodec::codecForName("UTF-16LE");
+    const ArgsFileCodec* const codec = ArgsFileCodec::codecForName("UTF-16LE");
     if (codec == nullptr) {
         qWarning() << "Unable to load args file codec";
     }

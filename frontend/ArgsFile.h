@@ -1,9 +1,9 @@
 #pragma once
 
+#include "frontend/TextCodec.h"
+
 #include <QString>
 #include <QStringList>
-
-class QTextCodec;
 
 /// Reading and writing the files that the macro and the bridge exchange. Their format is described
 /// in docs/macro-guide.md.
@@ -13,7 +13,7 @@ constexpr ushort argsFileSeparator = 0x0001;
 
 /// Returns the codec "UTF-16LE", which Qt owns. Logs a warning and returns null if Qt has none.
 /// The files are read and written without it; they are refused if it is missing.
-QTextCodec* argsFileCodec();
+const ArgsFileCodec* argsFileCodec();
 
 /// Returns the strings in the list file at `path`; an empty file holds one empty string. Ignores a
 /// leading byte order mark and an odd last byte. Sets `*success` to whether the whole file was

@@ -1,8 +1,7 @@
 #include "frontend/ProcessSetup.h"
 
 #include "apiclient/QtNetworkClient.h"
-
-#include <QTextCodec>
+#include "frontend/TextCodec.h"
 
 #include <csignal>
 #include <cstdio>
@@ -75,7 +74,7 @@ QByteArray startProcessSetup()
 void finishProcessSetup(const QByteArray& formerLocale)
 {
     setLocale(formerLocale);
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    useUtf8FileNames();
 }
 
 void printLine(const char* text)

@@ -12,8 +12,8 @@ QString clusterToFieldCode(const QVariantMap& response)
 
 QVariantMap jsonFromFieldCode(const QString& fieldCode)
 {
-    const int first = fieldCode.indexOf(QLatin1Char('{'));
-    const int last = fieldCode.lastIndexOf(QLatin1Char('}'));
+    const auto first = fieldCode.indexOf(QLatin1Char('{'));
+    const auto last = fieldCode.lastIndexOf(QLatin1Char('}'));
     if (first < 0 || last < 0) {
         return {};
     }

@@ -18,6 +18,13 @@ QString noSuchCitation()
     return QStringLiteral("no such citation");
 }
 
+/// Returns the list in `value`; empty for a value of any other type. In Qt 6, QVariant::toList()
+/// turns a string into the list of its characters.
+QVariantList listFrom(const QVariant& value)
+{
+    return value.userType() == QMetaType::QVariantList ? value.toList() : QVariantList();
+}
+
 } // namespace
 
 PluginComServer::PluginComServer(QObject* parent)
@@ -61,7 +68,7 @@ QString PluginComServer::getFieldCodeFromCitationEditor(const QString& currentFi
         return {};
     }
     const QVariantMap cluster = response.value(QStringLiteral("citationCluster")).toMap();
-    if (cluster.value(QStringLiteral("citationItems")).toList().isEmpty()) {
+    if (listFrom(cluster.value(QStringLiteral("citationItems"))).isEmpty()) {
         return currentFieldCode;
     }
     return clusterToFieldCode(response);
@@ -140,14 +147,14 @@ int PluginComServer::getRecentStyles(QStringList& styleIds, QStringList& styleNa
     styleNames.clear();
     QVariantMap response;
     if (apiClient->getRequest(QStringLiteral("/citationStyles/default"), &response) == 200) {
-        const QVariantList styles = response.value(QStringLiteral("citationStyles")).toList();
+        const QVariantList styles = listFrom(response.value(QStringLiteral("citationStyles")));
         for (const QVariant& style : styles) {
             const QVariantMap entry = style.toMap();
             styleIds.append(entry.value(QStringLiteral("url")).toString());
             styleNames.append(entry.value(QStringLiteral("title")).toString());
         }
     }
-    return styleIds.size();
+    return int(styleIds.size());
 }
 
 QString PluginComServer::getDesktopCitationStyleId()
@@ -208,7 +215,7 @@ void PluginComServer::addCitation(const QString& fieldCode, const QString& forma
 
 bool PluginComServer::formatCitationsAndBibliography()
 {
-    const int submittedCount = citations.size();
+    const auto submittedCount = citations.size();
     formattedCitations.clear();
     m_lastErrorCitationIndex = -1;
 
@@ -225,7 +232,7 @@ bool PluginComServer::formatCitationsAndBibliography()
     }
 
     citationStyle = response.value(QStringLiteral("citationStyleUrl")).toString();
-    QVariantList clusters = response.take(QStringLiteral("citationClusters")).toList();
+    QVariantList clusters = listFrom(response.take(QStringLiteral("citationClusters")));
     storeFormattedCitations(std::move(clusters));
     formattedBibliography = response.value(QStringLiteral("bibliography")).toString();
 

@@ -56,7 +56,7 @@ require_on_macos() {
         command -v "$tool" >/dev/null || complete=false
     done
     if ! $complete || [ -z "${CMAKE_PREFIX_PATH:-}" ] || [ -z "${TESSARON_CSL_DIR:-}" ]; then
-        die "Please install Qt 5.15, CMake, ninja, Node and a Python 3 with lxml and python-docx, and set CMAKE_PREFIX_PATH to Qt's folder, TESTBED_PYTHON to that Python, and TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
+        die "Please install Qt 5.15 or 6, CMake, ninja, Node and a Python 3 with lxml and python-docx, and set CMAKE_PREFIX_PATH to Qt's folder, TESTBED_PYTHON to that Python, and TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
     fi
 }
 

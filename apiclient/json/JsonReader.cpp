@@ -1,9 +1,11 @@
 #include "apiclient/json/JsonUtils.h"
 
+#include <QLocale>
 #include <QVarLengthArray>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -254,7 +256,7 @@ private:
         scratch.clear();
         for (;;) {
             const int plainLength = int(next - start);
-            const int oldSize = scratch.size();
+            const int oldSize = int(scratch.size());
             scratch.resize(oldSize + plainLength);
             std::copy(start, next, scratch.data() + oldSize);
             if (next == end) {
@@ -416,8 +418,9 @@ private:
     bool toDouble(const Unit* start, QVariant* value)
     {
         bool converted = false;
-        const double number = textFrom(start, next - start).toLatin1().toDouble(&converted);
-        *value = converted || *start != '-' ? number : -number;
+        // QByteArray::toDouble() returns 0 in Qt 6 for what is out of range.
+        const double number = QLocale::c().toDouble(textFrom(start, next - start), &converted);
+        *value = std::copysign(number, *start == '-' ? -1.0 : 1.0);
         // The grammar is valid, so a failed conversion means out of range. Underflow is 0.
         return converted || number == 0.0;
     }
@@ -442,14 +445,14 @@ namespace JsonUtils {
 QVariant parse(const QByteArray& json)
 {
     const int markLength = json.startsWith("\xEF\xBB\xBF") ? 3 : 0;
-    return read(
-        reinterpret_cast<const uchar*>(json.constData()) + markLength, json.size() - markLength);
+    return read(reinterpret_cast<const uchar*>(json.constData()) + markLength,
+        int(json.size()) - markLength);
 }
 
 QVariant parseText(const QString& json)
 {
     const int markLength = json.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
-    return read(json.utf16() + markLength, json.size() - markLength);
+    return read(json.utf16() + markLength, int(json.size()) - markLength);
 }
 
 } // namespace JsonUtils

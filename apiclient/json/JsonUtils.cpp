@@ -7,7 +7,7 @@ QVariant getValueAtPath(const QVariantMap& map, const QString& path)
     const QVariantMap* current = &map;
     int keyStart = 0;
     for (;;) {
-        const int keyEnd = path.indexOf(QLatin1Char('.'), keyStart);
+        const int keyEnd = int(path.indexOf(QLatin1Char('.'), keyStart));
         const auto found =
             current->constFind(path.mid(keyStart, keyEnd < 0 ? -1 : keyEnd - keyStart));
         if (found == current->constEnd()) {

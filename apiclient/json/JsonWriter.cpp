@@ -46,7 +46,7 @@ template <typename Text> class Writer {
 public:
     explicit Writer(const Text& prefix)
         : text(prefix)
-        , used(prefix.size())
+        , used(int(prefix.size()))
     {
         text.resize(used + initialSize);
     }

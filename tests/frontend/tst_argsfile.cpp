@@ -3,7 +3,6 @@
 #include "tests/support/Texts.h"
 
 #include <QRandomGenerator>
-#include <QTextCodec>
 #include <QtTest>
 
 namespace {
@@ -45,10 +44,11 @@ private:
 
 void tst_ArgsFile::codecIsUtf16LittleEndian()
 {
-    QTextCodec* const codec = argsFileCodec();
+    const ArgsFileCodec* const codec = argsFileCodec();
     QVERIFY(codec != nullptr);
     QCOMPARE(codec->name(), QByteArray("UTF-16LE"));
     QCOMPARE(argsFileCodec(), codec);
+    QVERIFY(ArgsFileCodec::codecForName("no such codec") == nullptr);
     QCOMPARE(int(argsFileSeparator), 1);
 }
 
@@ -111,7 +111,7 @@ void tst_ArgsFile::readsList()
 
 void tst_ArgsFile::readsLikeCodec()
 {
-    QTextCodec* const codec = QTextCodec::codecForName("UTF-16LE");
+    const ArgsFileCodec* const codec = argsFileCodec();
     QRandomGenerator random(20260101);
     for (int round = 0; round < 500; ++round) {
         QByteArray bytes(random.bounded(40), '\0');

@@ -2,11 +2,11 @@
 
 #include "apiclient/json/JsonUtils.h"
 #include "tests/fuzz/Check.h"
+#include "tests/support/Utf8.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSet>
-#include <QTextCodec>
 
 #include <algorithm>
 #include <cstring>
@@ -64,18 +64,6 @@ bool agrees(const QVariant& ours, const QJsonValue& qts)
         // As doubles, because Qt rounds large integers.
         return qts.isDouble() && ours.toDouble() == qts.toDouble();
     }
-}
-
-/// The text of `bytes`, with a U+FEFF at its start. No value if they are not valid UTF-8.
-std::optional<QString> decoded(const QByteArray& bytes)
-{
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString text =
-        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
-    if (state.invalidChars != 0 || state.remainingChars != 0) {
-        return {};
-    }
-    return text;
 }
 
 /// Whether a key occurs twice anywhere in `json`, which has no escape sequences.
@@ -159,7 +147,7 @@ void checkSurvivesWriting(const QVariant& value)
 void checkJsonProperties(const QByteArray& json)
 {
     const QVariant value = JsonUtils::parse(json);
-    const auto text = decoded(json);
+    const auto text = textFromUtf8(json);
     if (!text) {
         check(!value.isValid(), "rejects invalid UTF-8");
         return;

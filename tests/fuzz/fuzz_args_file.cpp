@@ -6,7 +6,6 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTextCodec>
 
 namespace {
 
@@ -26,7 +25,7 @@ QByteArray padding(uint8_t choice)
 /// The list in `bytes`, decoded by Qt.
 QStringList expectedList(const QByteArray& bytes)
 {
-    return QTextCodec::codecForName("UTF-16LE")->toUnicode(bytes).split(QChar(argsFileSeparator));
+    return argsFileCodec()->toUnicode(bytes).split(QChar(argsFileSeparator));
 }
 
 QByteArray readBytes(const QString& path)
@@ -79,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // Split at another character, so that the strings may contain the separator.
     const QString text =
-        QString::fromUtf16(reinterpret_cast<const ushort*>(bytes.constData()), bytes.size() / 2);
+        QString::fromUtf16(reinterpret_cast<const char16_t*>(bytes.constData()), bytes.size() / 2);
     checkWriting(folder.filePath(QStringLiteral("written")), text.split(QLatin1Char('|')));
     return 0;
 }

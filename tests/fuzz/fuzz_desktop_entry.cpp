@@ -4,10 +4,10 @@
 
 #include "service/DesktopEntry.h"
 #include "tests/fuzz/Check.h"
+#include "tests/support/Utf8.h"
 
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTextCodec>
 
 #include <algorithm>
 
@@ -48,9 +48,7 @@ QByteArray asKeyValue(QByteArray value)
 
 bool isUtf8(const QByteArray& bytes)
 {
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
-    return state.invalidChars + state.remainingChars == 0;
+    return textFromUtf8(bytes).has_value();
 }
 
 void checkQuoting(const QList<QByteArray>& arguments)

@@ -3,19 +3,16 @@
 #include "service/FieldCode.h"
 #include "tests/fuzz/Check.h"
 #include "tests/fuzz/JsonProperties.h"
-
-#include <QTextCodec>
+#include "tests/support/Utf8.h"
 
 namespace {
 
 QString textFrom(const QByteArray& bytes)
 {
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString text =
-        QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &state);
-    return state.invalidChars + state.remainingChars == 0
-        ? text
-        : QString::fromUtf16(reinterpret_cast<const ushort*>(bytes.constData()), bytes.size() / 2);
+    const std::optional<QString> text = textFromUtf8(bytes);
+    return text ? *text
+                : QString::fromUtf16(
+                    reinterpret_cast<const char16_t*>(bytes.constData()), bytes.size() / 2);
 }
 
 } // namespace

@@ -14,7 +14,7 @@ import sys
 import unittest
 from pathlib import Path
 
-from support import BUILD, CMAKE, SOURCE, WORK, Case, run, skip
+from support import BUILD, CMAKE, QT_MAJOR, SOURCE, WORK, Case, run, skip
 
 sys.path.insert(0, str(Path(__file__).resolve().parent / "darwin"))
 import sdk  # noqa: E402
@@ -34,7 +34,7 @@ def set_up():
     try:
         llvm = sdk.llvm_folder("clang++")
         zig = sdk.install_zig(TOOLCHAIN)
-        qt = sdk.make_qt(WORK / "qt", os.environ["QT_HEADERS"].split(":")[0],
+        qt = sdk.make_qt(WORK / "qt", min(os.environ["QT_HEADERS"].split(":"), key=len),
             dict(pair.split("=") for pair in os.environ["QT_LIBRARIES"].split(":")),
             os.environ["QT_MOC"], os.environ["QT_VERSION"])  # fmt: skip
     except sdk.Missing as missing:
@@ -58,11 +58,10 @@ def build(architecture):
     folder = WORK / architecture
     # A program that an earlier build left must not count as built.
     shutil.rmtree(folder, ignore_errors=True)
-    major = os.environ["QT_VERSION"].split(".")[0]
     run(
         CMAKE, "-S", SOURCE, "-B", folder, "-G", os.environ["GENERATOR"],
         f"-DCMAKE_TOOLCHAIN_FILE={HERE / 'darwin' / 'toolchain.cmake'}",
-        f"-DCMAKE_OSX_ARCHITECTURES={architecture}", f"-DQt{major}_DIR={WORK / 'qt'}",
+        f"-DCMAKE_OSX_ARCHITECTURES={architecture}", f"-DBRIDGE_QT={QT_MAJOR}", f"-DQt{QT_MAJOR}_DIR={WORK / 'qt'}",
         "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0 -DNDEBUG", "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON",
         env=environment(architecture),
     )  # fmt: skip

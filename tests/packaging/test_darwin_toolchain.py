@@ -136,11 +136,11 @@ class SkipTest(Case):
         )  # fmt: skip
         return done.returncode, done.stdout
 
-    def test_skipped_with_its_reason(self):
-        self.assertEqual(self.skip(BRIDGE_TEST_REQUIRED=""), (77, "Skipped: no toolchain.\n"))
+    def test_is_skipped_with_its_reason(self):
+        self.assertEqual(self.skip(BRIDGE_TEST_REQUIRED="test_darwin"), (77, "Skipped: no toolchain.\n"))
 
-    def test_fails_where_it_is_required(self):
-        status, output = self.skip(BRIDGE_TEST_REQUIRED="1")
+    def test_fails_if_it_is_required(self):
+        status, output = self.skip(BRIDGE_TEST_REQUIRED="-c")
         self.assertEqual((status, "no toolchain." in output), (1, True))
 
 

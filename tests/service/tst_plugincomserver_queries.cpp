@@ -154,6 +154,7 @@ void tst_PluginComServer_Queries::listsTheRecentStyles_data()
         "||||t");
     row("values of other types", R"([{"url":1,"title":true},{"url":{"u":1},"title":["t"]}])", "1|",
         "true|");
+    row("fractions", R"([{"url":0.1,"title":-1e300}])", "0.1", "-1e+300");
     row("empty list", "[]", "", "");
     row("object in place of the list", R"({"url":"u","title":"t"})", "", "");
     row("string in place of the list", R"("u")", "", "");

@@ -1,6 +1,6 @@
 #include "tests/support/Batch.h"
 
-#include <QTextCodec>
+#include "tests/support/Utf8.h"
 
 namespace {
 
@@ -87,14 +87,12 @@ QByteArray Batch::reply(Generator* generator) const
 
 QString Batch::wrongRequest(const QByteArray& body, const QString& folder) const
 {
-    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    const QString json =
-        QTextCodec::codecForName("UTF-8")->toUnicode(body.constData(), body.size(), &state);
-    if (state.invalidChars != 0 || state.remainingChars != 0) {
+    const std::optional<QString> json = textFromUtf8(body);
+    if (!json) {
         return QStringLiteral("the request is not UTF-8");
     }
     bool ok = false;
-    const JsonValue request = readJson(json, &ok);
+    const JsonValue request = readJson(*json, &ok);
     if (!ok) {
         return QStringLiteral("the request is not JSON");
     }

@@ -14,6 +14,7 @@
 
 namespace {
 
+#if QT_VERSION_MAJOR < 6
 class PreparedProcess : public QProcess {
 public:
     explicit PreparedProcess(const std::function<void()>& preparation)
@@ -32,6 +33,15 @@ protected:
 private:
     const std::function<void()> prepare;
 };
+#else
+class PreparedProcess : public QProcess {
+public:
+    explicit PreparedProcess(const std::function<void()>& preparation)
+    {
+        setChildProcessModifier(preparation);
+    }
+};
+#endif
 
 /// The test's environment without the variables that change what Qt logs.
 QProcessEnvironment plainEnvironment()

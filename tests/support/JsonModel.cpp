@@ -60,7 +60,7 @@ private:
     bool take(const char* wanted)
     {
         const QLatin1String characters(wanted);
-        if (text.midRef(at, characters.size()) != characters) {
+        if (QStringView(text).mid(at, characters.size()) != characters) {
             return false;
         }
         at += characters.size();
