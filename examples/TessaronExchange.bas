@@ -54,6 +54,9 @@ Public Function TessaronSecondsFor(commandName As String) As Long
         Case "getFieldCodeFromCitationEditor", "getCitationStyleFromDialog", _
              "formatCitationsAndBibliography", "checkManualFormatAndGetFieldCode"
             TessaronSecondsFor = 0
+        Case "launchTessaron"
+            ' macOS may wait for the application before the bridge does.
+            TessaronSecondsFor = 120
         Case Else
             TessaronSecondsFor = NormalSeconds
     End Select

@@ -14,8 +14,11 @@ from pathlib import Path
 ROOT = Path(os.environ.get("REPO_ROOT") or Path(__file__).resolve().parents[2])
 MACRO = ROOT / "testbed" / "macro" / "macro"
 DESKTOP = ROOT / "testbed" / "desktop" / "main.js"
+ON_MAC = sys.platform == "darwin"
 STYLE_URL = "http://www.zotero.org/styles/"
 APA, IEEE = STYLE_URL + "apa", STYLE_URL + "ieee"
+
+from mac_settings import Settings  # noqa: E402
 
 sys.path.insert(0, str(ROOT / "testbed" / "samples"))
 from make_samples import SAMPLES, make  # noqa: E402,F401 (imported by the tests)
@@ -34,16 +37,23 @@ class Home:
     def __init__(self, test):
         self.folder = Path(tempfile.mkdtemp(prefix="testbed-e2e-"))
         _at_end(test, lambda: shutil.rmtree(self.folder))
-        self.environment = {
-            **os.environ,
-            "BRIDGE": bridge(),
-            "XDG_CONFIG_HOME": str(self.folder / "config"),
-            "XDG_DATA_HOME": str(self.folder / "data"),
-            "XDG_DATA_DIRS": str(self.folder / "no-data"),
-        }
+        self.environment = {**os.environ, "BRIDGE": bridge()}
         self.test = test
+        if ON_MAC:
+            # No variable redirects the settings there.
+            self.settings = Settings()
+            _at_end(test, self.settings.restore)
+            return
+        self.environment.update(
+            XDG_CONFIG_HOME=str(self.folder / "config"),
+            XDG_DATA_HOME=str(self.folder / "data"),
+            XDG_DATA_DIRS=str(self.folder / "no-data"),
+        )
 
     def set_port(self, port):
+        if ON_MAC:
+            self.settings.set_port(port)
+            return
         settings = self.folder / "config" / "tessaron.com" / "Tessaron Desktop.conf"
         settings.parent.mkdir(parents=True, exist_ok=True)
         settings.write_text(f"[%General]\nhttpServerPort={port}\n")

@@ -461,6 +461,26 @@ class InterruptedTest(MacCase):
         self.assertEqual(self.port(), "integer 1")
 
 
+class EndToEndTest(MacCase):
+    def test_end_to_end_tests_restore_the_port(self):
+        self.remember(1)
+        code = (
+            "import sys, unittest; sys.platform = 'darwin'\n"
+            "EDIT = 'test_one_citation.OneCitation.test_edits_in_the_dialog'\n"
+            "unittest.main(None, argv=['e2e', 'test_launch', EDIT])"
+        )
+        done = subprocess.run(
+            [SOURCE / "testbed" / "macro" / "python", "-c", code],
+            cwd=SOURCE / "testbed" / "e2e", env={**self.environment(), "BRIDGE": str(BRIDGE)},
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, encoding="utf-8",
+        )  # fmt: skip
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.assertRegex(done.stdout, r"OK \(skipped=2\)")
+        ports = [call.split()[-1] for call in self.calls() if call.startswith("defaults write ")]
+        self.assertEqual((len(ports), ports[-1]), (2, "1"))
+        self.assertEqual(self.port(), "integer 1")
+
+
 class ContainerTest(MacCase):
     def test_word_was_never_started(self):
         report = self.attempt()
@@ -477,6 +497,6 @@ class ContainerTest(MacCase):
 if __name__ == "__main__":
     if REAL_APPLICATION.exists():
         skip(f"{REAL_APPLICATION} is installed and would be started instead of the stand-in.")
-    if not (SOURCE / "testbed" / "desktop" / "node_modules").is_dir() or not shutil.which("node"):
+    if not (SOURCE / "testbed" / "node_modules").is_dir() or not shutil.which("node"):
         skip("Node or the test bed's modules are missing. Run ./test, which installs both.")
     unittest.main()
