@@ -445,6 +445,14 @@ class PartsTest(Case):
             with self.subTest(name):
                 self.assertEqual(types(name, modules["TessaronWord"]), types(name, double))
 
+    def test_procedures_named_in_the_readme_exist(self):
+        table = (EXAMPLES / "README.md").read_text().split("## Where each step")[1].split("\n## ")[0]
+        named = {n for row in table.splitlines() if "|" in row for n in re.findall(r"`(\w+)`", row)}
+        defined = re.findall(r"^\w+ (?:Sub|Function) (\w+)", "".join(self.modules().values()), re.M)
+        defined += re.findall(r"^(\w+)\(\)", (EXAMPLES / "TessaronBridge.sh").read_text(), re.M)
+        self.assertGreater(len(named), 25)
+        self.assertEqual(named - set(defined), set())
+
     def test_macros_call_what_the_logic_performs(self):
         modules = self.modules()
         called = re.findall(r'TessaronDo "(\w+)"', modules["TessaronMacros"])
