@@ -1,0 +1,242 @@
+"""tools/build-qt with a small stand-in of Qt's source: bad input, failures, interruptions."""
+
+import os
+import shutil
+import signal
+import subprocess
+import time
+import unittest
+
+from support import SOURCE, Case, files_below, skip
+
+TOOL = SOURCE / "tools" / "build-qt"
+STAMP = "build-qt.txt"
+
+# Writes makefiles with the targets of Qt's. "make slow" reports its start and then takes long.
+CONFIGURE = r"""#!/bin/sh
+set -e
+for argument; do printf '%s\n' "$argument"; done > options
+mkdir -p src/corelib
+install='@mkdir -p $(INSTALL_ROOT)/usr/local/qt-static/lib; echo code > $(INSTALL_ROOT)/usr/local/qt-static/lib/libQt5Core.a'
+printf 'sub-src-qmake_all sub-qmake-qmake-aux-pro-install_subtargets install_mkspecs:\n\t@true\n' > Makefile
+{
+    printf 'sub-corelib:\n\t%s\n' "$COMPILE"
+    for module in bootstrap moc rcc network testlib; do printf 'sub-%s:\n\t@true\n' $module; done
+    for module in bootstrap moc rcc corelib network testlib; do
+        printf 'sub-%s-install_subtargets:\n\t%s\n' $module "$install"
+    done
+} > src/Makefile
+"""
+
+
+class BuildQtTest(Case):
+    def setUp(self):
+        self.folder = self.temporary_folder()
+        self.prefix = self.folder / "qt"
+        self.work = self.folder / "qt.build"
+        self.source = self.folder / "qtbase"
+        self.programs = self.folder / "programs"  # these come first on PATH
+        self.programs.mkdir()
+        self.make_source("5.15.8")
+
+    def make_source(self, version):
+        (self.source / "src").mkdir(parents=True)
+        (self.source / ".qmake.conf").write_text(f"MODULE_VERSION = {version}\n")
+        (self.source / "configure").write_text(CONFIGURE)
+        (self.source / "configure").chmod(0o755)
+        for name in ("LICENSE.LGPL3", "LICENSE.GPL3"):
+            (self.source / name).write_text("text\n")
+
+    def program(self, name, script):
+        path = self.programs / name
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+
+    def start(self, *arguments, compile="@true", **options):
+        return subprocess.Popen(
+            [str(TOOL), *map(str, arguments)],
+            cwd=self.folder,
+            env={**os.environ, "PATH": f"{self.programs}:{os.environ['PATH']}", "COMPILE": compile},
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+            encoding="utf-8", start_new_session=True, **options,
+        )  # fmt: skip
+
+    def build(self, *arguments, status=0, **options):
+        process = self.start(*arguments, **options)
+        output, _ = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, status, output)
+        return output
+
+    def assertRefuses(self, sentence, *arguments, status=1, **options):
+        output = self.build(*arguments, status=status, **options)
+        self.assertIn(sentence, output.splitlines()[-1])
+        self.assertFalse((self.prefix / STAMP).exists(), "Half a build would be taken for whole.")
+
+
+class PrefixTest(BuildQtTest):
+    def test_no_argument(self):
+        self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build(status=2))
+
+    def test_empty_prefix(self):
+        self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build("", self.source, status=2))
+
+    def test_whitespace_in_the_prefix(self):
+        for prefix in ("with space", "with\ttab", "with\nnewline"):
+            self.assertRefuses("contains whitespace. Please choose another PREFIX",
+                               prefix, self.source)  # fmt: skip
+
+    def test_whitespace_in_the_source(self):
+        self.assertRefuses("Please choose another PREFIX or SOURCE", "qt", "qt base")
+
+    def test_prefix_is_a_file(self):
+        self.prefix.write_text("mine")
+        self.assertRefuses("is not a folder. Please choose another PREFIX", "qt", self.source)
+        self.assertEqual(self.prefix.read_text(), "mine")
+
+    def test_prefix_contains_something_else(self):
+        self.prefix.mkdir()
+        (self.prefix / "thesis").write_text("mine")
+        self.assertRefuses("Please choose a new or an empty folder", "qt", self.source)
+        self.assertEqual(files_below(self.prefix), ["thesis"])
+
+    def test_prefix_cannot_be_written(self):
+        self.assertRefuses("Please choose a PREFIX in a folder that you can write to",
+                           "/proc/qt", self.source)  # fmt: skip
+
+    def test_another_build_of_the_same_prefix(self):
+        self.work.mkdir()
+        (self.work / "pid").write_text(str(os.getpid()))
+        self.assertRefuses("Please wait until it has ended", "qt", self.source)
+
+    def test_empty_folder_is_filled(self):
+        self.prefix.mkdir()
+        self.build("qt", self.source)
+        self.assertTrue((self.prefix / STAMP).exists())
+
+
+class SourceTest(BuildQtTest):
+    def test_folder_is_missing(self):
+        self.assertRefuses("is not an unpacked qtbase 5.15", "qt", "nowhere")
+
+    def test_folder_is_something_else(self):
+        (self.source / ".qmake.conf").unlink()
+        self.assertRefuses("Please give the folder of the module qtbase", "qt", self.source)
+
+    def test_other_version(self):
+        for version in ("5.12.8", "5.150.0", "6.4.2", "5.1"):
+            shutil.rmtree(self.source)
+            self.make_source(version)
+            self.assertRefuses("The bridge is built with 5.15", "qt", self.source)
+
+    def test_no_source_package(self):
+        self.program("apt-get", "echo 'E: Unable to find a source package'; exit 100")
+        self.assertRefuses("please give an unpacked qtbase 5.15 as SOURCE", "qt")
+
+    def test_damaged_source_package(self):
+        self.program("apt-get", "case $* in *update) ;; *) echo damaged > qtbase_5.15.8.dsc ;; esac")
+        self.assertRefuses("The source package is damaged. Please remove", "qt")
+
+    def test_system_configuration_is_not_used_for_the_download(self):
+        self.program("apt-get", f'echo "$*" >> {self.folder}/calls; exit 100')
+        self.build("qt", status=1)
+        for call in (self.folder / "calls").read_text().splitlines():
+            for setting in ("Dir::Etc::SourceList=/dev/null", f"Dir::Etc::SourceParts={self.work}",
+                            f"Dir::State::Lists={self.work}", f"Dir::Cache={self.work}"):  # fmt: skip
+                self.assertIn(setting, call)
+
+
+class BuildTest(BuildQtTest):
+    def test_complete_prefix_is_not_built_again(self):
+        self.build("qt", self.source)
+        self.assertFalse(self.work.exists())
+        output = self.build("qt", self.source, compile="@false")
+        self.assertIn("there is nothing to do", output)
+
+    def test_changed_source_is_built(self):
+        self.build("qt", self.source)
+        before = (self.prefix / STAMP).read_text()
+        (self.source / "src" / "more.cpp").write_text("int more;\n")
+        self.assertNotIn("nothing to do", self.build("qt", self.source))
+        self.assertNotEqual((self.prefix / STAMP).read_text(), before)
+
+    def test_other_compiler_builds_again(self):
+        self.build("qt", self.source)
+        self.program("g++", "echo another compiler")
+        self.assertNotIn("nothing to do", self.build("qt", self.source))
+        self.assertIn("compiler: another compiler\n", (self.prefix / STAMP).read_text())
+
+    def test_failed_build_keeps_the_old_prefix(self):
+        self.build("qt", self.source)
+        before = (self.prefix / STAMP).read_text()
+        (self.source / "src" / "more.cpp").write_text("int more;\n")
+        output = self.build("qt", self.source, compile="@echo no such header; false", status=1)
+        self.assertIn("no such header", output)
+        self.assertIn('"Compiling" failed. The end of', output.splitlines()[-1])
+        self.assertEqual((self.prefix / STAMP).read_text(), before)
+
+    def test_shows_what_it_does_and_how_long_it_takes(self):
+        output = self.build("qt", self.source)
+        self.assertIn("== 3 of 5: Configuring (usually 2 minutes)", output)
+        self.assertIn("== 4 of 5: Compiling (usually 5 minutes on two cores)", output)
+
+    def test_disk_with_too_little_space(self):
+        self.program("df", "echo header; echo disk 9 9 1000 9% /")
+        self.assertRefuses("Please free some space", "qt", self.source)
+
+    def test_disk_becomes_full(self):
+        self.assertRefuses("The disk is full. Please free some space", "qt", self.source,
+                           compile="@echo No space left on device; false")  # fmt: skip
+
+    def test_bearer_management_is_left_out(self):
+        self.build("qt", self.source, compile="@cp ../options $(HOME)/options")
+        options = (self.prefix / STAMP).read_text()
+        for option in ("-static", "-no-gui", "-no-feature-bearermanagement"):
+            self.assertIn(f"option: {option}\n", options)
+
+
+class InterruptionTest(BuildQtTest):
+    SLOW = "@echo $$$$ > $(CURDIR)/started; exec sleep 300"
+
+    def interrupt(self, number):
+        process = self.start("qt", self.source, compile=self.SLOW)
+        started = self.work / "build" / "src" / "started"
+        deadline = time.monotonic() + 30
+        while not (started.exists() and started.read_text().strip()):
+            self.assertLess(time.monotonic(), deadline, "The build did not start.")
+            time.sleep(0.05)
+        if number == signal.SIGKILL:
+            os.killpg(process.pid, number)
+        else:
+            process.send_signal(number)
+        output, _ = process.communicate(timeout=30)
+        return output, int(started.read_text())
+
+    def assertStartsAgain(self):
+        self.assertFalse(self.prefix.exists())
+        self.build("qt", self.source)
+        self.assertEqual((self.prefix / "lib" / "libQt5Core.a").read_text(), "code\n")
+
+    def test_ctrl_c_ends_the_build_and_starts_again(self):
+        output, compiler = self.interrupt(signal.SIGINT)
+        self.assertIn("Run the same command again", output.splitlines()[-1])
+        with self.assertRaises(ProcessLookupError):
+            os.kill(compiler, 0)
+        self.assertStartsAgain()
+
+    def test_termination_ends_the_build_and_starts_again(self):
+        _, compiler = self.interrupt(signal.SIGTERM)
+        with self.assertRaises(ProcessLookupError):
+            os.kill(compiler, 0)
+        self.assertStartsAgain()
+
+    def test_starts_again_after_a_kill(self):
+        _, compiler = self.interrupt(signal.SIGKILL)
+        os.kill(compiler, signal.SIGKILL)
+        self.assertStartsAgain()
+
+
+if __name__ == "__main__":
+    for tool in ("make", "g++", "perl", "dpkg-source"):
+        if shutil.which(tool) is None:
+            skip(f"{tool} is not installed.")
+    unittest.main()
