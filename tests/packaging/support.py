@@ -19,9 +19,35 @@ QT_OPTIONS = [f"-DBRIDGE_QT={QT_MAJOR}", f"-DQt{QT_MAJOR}_DIR={os.environ['QT_DI
 # What the product is made of. The rest of the repository must not be needed to build it.
 PRODUCT = ["CMakeLists.txt", "apiclient", "service", "frontend", "packaging"]
 INSTALLED = ["bin/tessaron-word-bridge", "share/man/man1/tessaron-word-bridge.1"]
+DOCUMENTS = "share/doc/tessaron-word-bridge"
 if (SOURCE / "LICENSE").exists():
     PRODUCT.append("LICENSE")
-    INSTALLED.insert(1, "share/doc/tessaron-word-bridge/copyright")
+    INSTALLED.append(f"{DOCUMENTS}/copyright")
+if os.environ["SELF_CONTAINED"] == "ON":
+    INSTALLED += [
+        f"{DOCUMENTS}/{name}"
+        for name in (
+            "NOTICES.md",
+            "relink/bridge.o",
+            "relink/build-qt.txt",
+            "relink/relink.sh",
+            "licences/LGPL-2.1",
+            "licences/LICENSE.GPL3",
+            "licences/LICENSE.LGPL3",
+            "licences/double-conversion-LICENSE",
+            "licences/forkfd-LICENSE",
+            "licences/libpcre2-copyright",
+            "licences/pcre2-LICENCE",
+            "licences/pcre2-LICENCE-SLJIT",
+            "licences/rfc6234-LICENSE",
+            "licences/sha3-BRG_ENDIAN_LICENSE",
+            "licences/sha3-CC0_LICENSE",
+            "licences/text-UNICODE_LICENSE.txt",
+            "licences/tinycbor-LICENSE",
+            "licences/zlib-LICENSE",
+        )
+    ]
+INSTALLED.sort()
 
 
 def skip(reason):

@@ -37,7 +37,7 @@ class InstallTest(Case):
 
     def test_does_not_know_where_it_is(self):
         program = self.prefix / "bin" / BRIDGE.name
-        self.assertHolds(program, "/mac-word-plugin-args.txt", [self.prefix, "/usr/local"])
+        self.assertHolds(program, "/mac-word-plugin-args.txt", [self.prefix, "/usr/local/bin"])
 
 
 class ManPageTest(Case):

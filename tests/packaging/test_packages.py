@@ -42,12 +42,12 @@ def check_out(place):
         run("git", *command, cwd=place, env=environment())
 
 
-def build(place):
+def build(place, *options):
     check_out(place)
     # With debug information, where folders would show first; the packages are without it.
     configure(
         place, place / "build", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
-        "-DCMAKE_CXX_FLAGS=-g",
+        "-DCMAKE_CXX_FLAGS=-g", *options,
     )  # fmt: skip
     run(CMAKE, "--build", place / "build", "--parallel", os.cpu_count())
 

@@ -1,0 +1,33 @@
+# The option SELF_CONTAINED: a program that needs nothing but the system's C library. Included
+# before the program's folders are added.
+if(NOT SELF_CONTAINED)
+    return()
+endif()
+
+get_target_property(qt_type Qt${QT_MAJOR}::Core TYPE)
+if(NOT qt_type STREQUAL "STATIC_LIBRARY")
+    message(FATAL_ERROR
+        "SELF_CONTAINED needs a static Qt, and ${Qt${QT_MAJOR}_DIR} is a shared one. "
+        "Run tools/build-qt PREFIX, then configure with CMAKE_PREFIX_PATH=PREFIX.")
+endif()
+
+set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+if(APPLE)
+    add_link_options(-Wl,-dead_strip)
+else()
+    # Machine code beside the intermediate code: the tests link with that one, in seconds.
+    set(CMAKE_CXX_COMPILE_OPTIONS_IPO -flto=auto -ffat-lto-objects)
+    add_compile_options(-ffunction-sections -fdata-sections)
+    add_link_options(-static-libstdc++ -static-libgcc -Wl,--gc-sections
+        # The linker replaces every call of this function in an executable, but would still add the
+        # dynamic loader to the libraries that the program needs.
+        -Wl,--defsym=__tls_get_addr=0)
+endif()
+
+# The tests link the libraries without optimising them again for each test.
+macro(self_contained_tests)
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)
+    if(NOT APPLE)
+        add_link_options(-fno-lto)
+    endif()
+endmacro()

@@ -1,0 +1,47 @@
+"""The self-contained program: what it needs where it runs, and what is linked into it."""
+
+import re
+import unittest
+
+from support import BRIDGE, Case, home_without_application, run, utf16
+
+LARGEST_SIZE = 5_000_000  # bytes, stripped
+
+
+class SelfContainedTest(Case):
+    def test_needs_the_c_library_alone(self):
+        needed = re.findall(r"\(NEEDED\).*\[(.+)\]", run("readelf", "--dynamic", "--wide", BRIDGE))
+        self.assertEqual(sorted(needed), ["libc.so.6", "libm.so.6"])
+
+    def test_loads_no_other_library_when_it_runs(self):
+        folder = self.temporary_folder()
+        (folder / "mac-word-plugin-args.txt").write_bytes(b"")
+        log = folder / "loaded"
+        run(
+            BRIDGE, "isTessaronRunning", folder,
+            env={**home_without_application(folder / "config"), "LD_DEBUG": "files",
+                 "LD_DEBUG_OUTPUT": str(log)},
+        )  # fmt: skip
+        self.assertEqual((folder / "mac-word-plugin-results.txt").read_bytes(), utf16("false"))
+        (written,) = folder.glob("loaded.*")
+        loaded = re.findall(r"calling init: (\S+)", written.read_text())
+        names = {path.rsplit("/", 1)[-1] for path in loaded}
+        self.assertLessEqual({"libc.so.6", "libm.so.6"}, names)
+        self.assertLessEqual(names, {"libc.so.6", "libm.so.6", "ld-linux-x86-64.so.2"})
+
+    def test_contains_no_plugin_of_qt(self):
+        symbols = run("nm", "--defined-only", BRIDGE)
+        self.assertIn("QNetworkAccessManager", symbols)
+        # What Q_IMPORT_PLUGIN refers to, and what each plug-in registers itself with.
+        self.assertNotIn("qt_static_plugin_", symbols)
+        self.assertNotIn("qt_plugin_instance", symbols)
+        self.assertNotIn("BearerEngine", symbols)
+
+    def test_is_small(self):
+        stripped = self.temporary_folder() / "stripped"
+        run("strip", "-o", stripped, BRIDGE)
+        self.assertLessEqual(stripped.stat().st_size, LARGEST_SIZE)
+
+
+if __name__ == "__main__":
+    unittest.main()
