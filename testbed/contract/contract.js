@@ -98,12 +98,11 @@ function validate({ ajv }, reference, value) {
 const asViolation = (error, prefix = '') => ({ ...finding(error, prefix), severity: 'violation' });
 const asWarning = (error, prefix = '') => ({ ...finding(error, prefix), severity: 'warning' });
 
-function finding({ instancePath, message, params, data, schemaPath }, prefix) {
+function finding({ instancePath, message, params, data }, prefix) {
     const extra = params.additionalProperty ? ` ("${params.additionalProperty}")`
         : params.allowedValues ? ` (${params.allowedValues.length} values)` : '';
     return {
-        pointer: `${prefix}${instancePath}`, problem: `${message}${extra}`,
-        found: describe(data), rule: schemaPath,
+        pointer: `${prefix}${instancePath}`, problem: `${message}${extra}`, found: describe(data),
     };
 }
 

@@ -25,7 +25,7 @@ const at = (value, pointer) => pointer.split('/').slice(1)
     .reduce((part, key) => part[key.replace(/~1/g, '/')], value);
 const request = (url, body) => {
     const { method } = operationOf(contract, url);
-    return checkRequest(contract, { method, path: url, body: body === undefined ? '' : JSON.stringify(body) });
+    return checkRequest(contract, { method, path: url, body: JSON.stringify(body) });
 };
 const reply = (url, body, status = 200, requestBody = '') =>
     checkReply(contract, { path: url, requestBody }, { status, body: JSON.stringify(body) });
