@@ -20,7 +20,9 @@ def commands():
     """Pairs of a command and the lines that it prints. A block without prompts is one command; for
     what it prints the guide shows nothing, so it is None."""
     pairs = []
-    for language, block in re.findall(r"```(\w+)\n(.*?)```", GUIDE.read_text(), re.DOTALL):
+    blocks = re.findall(r"^( *)```(\w+)\n(.*?)^ *```", GUIDE.read_text(), re.DOTALL | re.MULTILINE)
+    for indentation, language, block in blocks:
+        block = block.replace("\n" + indentation, "\n").removeprefix(indentation)
         if language == "sh":
             pairs.append((block, None))
             continue
@@ -58,7 +60,7 @@ class Guide(EndToEnd):
         shutil.copytree(ROOT, clone, ignore=NOT_CLONED, symlinks=True)
         (clone / "build").mkdir()
         (clone / "build" / "tessaron-word-bridge").symlink_to(bridge())
-        modules = "testbed/desktop/node_modules"
+        modules = "testbed/node_modules"
         (clone / modules).symlink_to(ROOT / modules)
         return clone
 
