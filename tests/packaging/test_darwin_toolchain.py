@@ -145,6 +145,10 @@ class SkipTest(Case):
 
 
 class StubTest(Case):
+    def test_static_qt(self):
+        with self.assertRaisesRegex(sdk.Missing, "Run the test in a build with shared libraries"):
+            sdk.make_qt(self.temporary_folder(), "/", {"QtCore": "/qt/libQt5Core.a"}, "/moc", "5.15.8")
+
     def test_symbols_come_out_as_written(self):
         path = self.temporary_folder() / "lib" / "stub.tbd"
         symbols = {"_a", "__ZN1aC1Ev", "___CFConstantStringClassReference"}

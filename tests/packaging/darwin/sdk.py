@@ -164,6 +164,8 @@ def make_sdk(zig, folder, architecture, libcxx):
 def make_qt(folder, headers, libraries, moc, version):
     """Makes `folder` a Qt for macOS to compile and link with. `libraries` are this machine's, by the
     name of the module. Returns the symbols of each."""
+    if any(".so" not in Path(library).name for library in libraries.values()):
+        raise Missing("The Qt of this build is static. Run the test in a build with shared libraries.")
     folder.mkdir(parents=True, exist_ok=True)
     major, minor = version.split(".")[:2]
     values = {"MAJOR": major, "MINOR": minor, "HEADERS": headers, "MOC": moc}
