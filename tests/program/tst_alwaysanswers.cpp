@@ -6,6 +6,7 @@
 #include "tests/support/TemporaryHome.h"
 #include "tests/support/Texts.h"
 
+#include <QtNetwork/qtnetworkglobal.h>
 #include <QtTest>
 
 #include <sys/resource.h>
@@ -238,9 +239,12 @@ void tst_AlwaysAnswers::answersWithoutThreads_data()
     QTest::addColumn<QString>("result");
     const QString failed = text(
         "Unable to retrieve uuid - error: 0. Server error 'Unable to start the network thread'");
-    QTest::newRow("GET, no process allowed") << QByteArray("getUserUuid") << 1 << failed;
-    QTest::newRow("GET, one process allowed") << QByteArray("getUserUuid") << 2 << failed;
-    QTest::newRow("POST, one process allowed") << QByteArray("mergeFields") << 2 << QString();
+    QTest::newRow("GET, no thread allowed") << QByteArray("getUserUuid") << 1 << failed;
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) && QT_CONFIG(bearermanagement)
+    // Bearer management takes this thread before the request can.
+    QTest::newRow("GET, one thread allowed") << QByteArray("getUserUuid") << 2 << failed;
+#endif
+    QTest::newRow("POST, no thread allowed") << QByteArray("mergeFields") << 1 << QString();
 }
 
 void tst_AlwaysAnswers::answersWithoutThreads()

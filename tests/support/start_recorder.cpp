@@ -44,14 +44,16 @@ void writeSignals(FILE* record)
 
 } // namespace
 
-/// Stands in for the desktop application: `start_recorder RECORD [stay]` writes how it was started
-/// into the file RECORD, which appears when it is complete. With "stay" it then waits to be killed.
+/// Stands in for the desktop application: writes how it was started into a file, which appears when
+/// it is complete. The environment variable RECORD names the file, otherwise the first argument.
+/// With "stay" as the second argument it then waits to be killed.
 int main(int argc, char** argv)
 {
-    if (argc < 2) {
+    const char* const named = std::getenv("RECORD");
+    if (named == nullptr && argc < 2) {
         return 1;
     }
-    const std::string path = argv[1];
+    const std::string path = named != nullptr ? named : argv[1];
     const std::string unfinishedPath = path + ".new";
     FILE* const record = std::fopen(unfinishedPath.c_str(), "w");
     if (record == nullptr) {
