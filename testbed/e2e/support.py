@@ -1,8 +1,10 @@
 """What every end-to-end test uses: a temporary home, the application's stand-in, the macro's."""
 
 import os
+import random
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -29,6 +31,16 @@ def bridge():
     if not os.access(path, os.X_OK):
         raise RuntimeError("The environment variable BRIDGE must name the bridge's executable.")
     return os.path.abspath(path)
+
+
+def free_port():
+    """A free port that no outgoing connection can take before it is used: it is below the ports that
+    systems give to connections."""
+    while True:
+        port = random.randrange(20000, 32000)
+        with socket.socket() as probe:
+            if probe.connect_ex(("127.0.0.1", port)) != 0:
+                return port
 
 
 class Home:

@@ -4,11 +4,10 @@ prints is compared with what the guide shows."""
 import os
 import re
 import shutil
-import socket
 import subprocess
 import unittest
 
-from support import ROOT, EndToEnd, bridge
+from support import ROOT, EndToEnd, bridge, free_port
 
 GUIDE = ROOT / "docs" / "macro-guide.md"
 PORT = "50002"  # the guide's port, which the test replaces by a free one
@@ -43,12 +42,6 @@ def pattern(lines):
     return r"\A" + "".join(parts) + r"\Z"
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return str(probe.getsockname()[1])
-
-
 def files(folder):
     return {path: path.read_bytes() for path in folder.rglob("*") if path.is_file()}
 
@@ -65,7 +58,7 @@ class Guide(EndToEnd):
         return clone
 
     def test_every_block_runs_as_it_is_typed(self):
-        clone, port = self.clone(), free_port()
+        clone, port = self.clone(), str(free_port())
         self.home.set_port(port)
         temporary = self.path("tmp")
         temporary.mkdir()

@@ -2,12 +2,11 @@
 
 import os
 import shutil
-import socket
 import unittest
 from pathlib import Path
 
 import reader
-from support import APA, DESKTOP, ON_MAC, EndToEnd, is_running, make, stop_by_id
+from support import APA, DESKTOP, ON_MAC, EndToEnd, free_port, is_running, make, stop_by_id
 
 FIXED_PATH = Path("/opt/Tessaron Desktop/tessaron-desktop")
 ENTRY = """[Desktop Entry]
@@ -67,12 +66,6 @@ class Launch(EndToEnd):
 
     def test_reports_an_application_that_is_not_installed(self):
         self.assertEqual(self.ok("run", "launchTessaron"), "1: false\n")
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 import contextlib
 import http.server
 import os
+import random
 import shutil
 import socket
 import subprocess
@@ -69,9 +70,12 @@ def agreed(question):
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """A free port that no outgoing connection can take before it is used: it is below the ports that
+    systems give to connections (from 32768 on Linux, from 49152 on macOS)."""
+    while True:
+        port = random.randrange(20000, 32000)
+        if is_free(port):
+            return port
 
 
 def is_free(port):
