@@ -1,4 +1,5 @@
-# What ./demo, ./test and .ci/run share: installing what is missing. Sourced, not run.
+# Functions that ./demo, ./test, .ci/run and the tools share: installing missing packages, building.
+# Sourced, not run.
 
 say() {
     printf '\n== %s\n' "$*"
@@ -17,8 +18,8 @@ as_root() {
     fi
 }
 
-# install_missing PACKAGE[=COMMAND]...: installs the Debian packages that are not there. With a
-# command, it is the command that counts: a Node from elsewhere will do.
+# install_missing PACKAGE[=COMMAND]...: installs the Debian packages that are missing. If COMMAND is
+# given, the package is skipped when the command exists, wherever it came from.
 install_missing() {
     if [ "$(uname)" = Darwin ]; then
         require_on_macos
@@ -43,10 +44,10 @@ install_missing() {
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
         die "These packages are missing. As root, run: apt-get install --no-install-recommends ${missing[*]}"
     fi
-    say "Installing from Debian, on a bare machine some 900 MB: ${missing[*]}"
+    say "Installing Debian packages (about 900 MB on a bare machine): ${missing[*]}"
     { as_root apt-get update -q && as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -q --no-install-recommends "${missing[@]}"; } \
-        || die "The packages could not be installed. Is the network there? Run this again when it is."
+        || die "The packages could not be installed. Check the network connection and run this again."
 }
 
 require_on_macos() {
@@ -56,7 +57,7 @@ require_on_macos() {
         command -v "$tool" >/dev/null || complete=false
     done
     if ! $complete || [ -z "${CMAKE_PREFIX_PATH:-}" ] || [ -z "${TESSARON_CSL_DIR:-}" ]; then
-        die "Please install Qt 5.15 or 6, CMake, ninja, Node and a Python 3 with lxml and python-docx, and set CMAKE_PREFIX_PATH to Qt's folder, TESTBED_PYTHON to that Python, and TESSARON_CSL_DIR to a folder with the CSL project's \"styles\" and \"locales\"."
+        die "Please install Qt 5.15 or 6, CMake, ninja, Node and a Python 3 with lxml and python-docx, and set CMAKE_PREFIX_PATH to Qt's folder, TESTBED_PYTHON to that Python, and TESSARON_CSL_DIR to a folder that contains the CSL project's \"styles\" and \"locales\"."
     fi
 }
 
@@ -66,22 +67,23 @@ testbed_packages=(nodejs=node npm=npm citation-style-language-styles
     citation-style-language-locales python3-lxml python3-docx)
 benchmark_packages=(libcurl4-openssl-dev nlohmann-json3-dev libbenchmark-dev curl=curl)
 
-# configure [CMAKE-OPTION...]: the Release build in build/, as the plain commands make it.
+# configure [CMAKE-OPTION...]: configures the Release build in build/.
 configure() {
     say "Configuring build/"
-    [ ! -e build ] || [ -w build ] || die "build/ belongs to somebody else: remove it, or run this as its owner."
-    # A folder that was configured with another generator keeps it.
+    [ ! -e build ] || [ -w build ] || die "build/ is not writable: it belongs to another user. Remove it, or run this as its owner."
+    # A folder that was configured earlier keeps its generator.
     [ -f build/CMakeCache.txt ] || set -- -G Ninja "$@"
     cmake -S . -B build "$@"
 }
 
-# build [CMAKE-BUILD-OPTION...]
+# build [CMAKE-BUILD-OPTION...]: builds in build/.
 build() {
     say "Building in build/"
     cmake --build build --parallel "$(getconf _NPROCESSORS_ONLN)" "$@"
 }
 
-# The libraries of the test bed, as the lock file says; again only when the lock file has changed.
+# Installs the test bed's libraries in the versions in the lock file. Does nothing if the lock file has
+# not changed.
 install_node_modules() {
     local folder=testbed
     if ! cmp -s "$folder/package-lock.json" "$folder/node_modules/.installed-lock.json"; then

@@ -87,7 +87,7 @@ class GeneratedBuildTest(Case):
                 self.assertIn(f"-mmacosx-version-min={version}", model.flags(target), target)
 
     def test_unknown_system(self):
-        with self.assertRaisesRegex(AssertionError, "No way to start Tessaron Desktop on Haiku"):
+        with self.assertRaisesRegex(AssertionError, "Tessaron Desktop is not implemented on Haiku"):
             configure(SOURCE, self.temporary_folder(), "-DCMAKE_SYSTEM_NAME=Haiku")
 
 

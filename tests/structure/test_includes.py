@@ -1,40 +1,40 @@
-"""Checks that includes point downwards: frontend, service, apiclient, apiclient/json."""
+"""Checks that each layer includes only itself and lower layers."""
 import os
 import pathlib
 import re
 import tempfile
 import unittest
 
-FLOORS = ["apiclient/json", "apiclient", "service", "frontend"]  # from the bottom up
+LAYERS = ["apiclient/json", "apiclient", "service", "frontend"]  # from the lowest to the highest
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
-def floor_of(path):
-    """The position in FLOORS of a file's folder; None for a file of another folder."""
+def layer_of(path):
+    """The position in LAYERS of a file's folder; None for a file in any other folder."""
     folder = os.path.dirname(path)
-    return FLOORS.index(folder) if folder in FLOORS else None
+    return LAYERS.index(folder) if folder in LAYERS else None
 
 
 def problems(root):
-    """A sentence for each include of a floor that does not stay on it or go downwards."""
+    """One message per include that points to a higher layer or outside the layers."""
     found = []
-    for folder in FLOORS:
+    for folder in LAYERS:
         for source in sorted((root / folder).glob("*.*")):
             if source.suffix not in (".h", ".cpp"):
                 continue
             name = source.relative_to(root).as_posix()
             for included in INCLUDE.findall(source.read_text(encoding="utf-8")):
-                floor = floor_of(included)
-                if floor is None or not (root / included).is_file():
-                    found.append(f"{name} includes {included}, which is on no floor")
-                elif floor > floor_of(name):
-                    found.append(f"{name} includes {included}, which is above it")
+                layer = layer_of(included)
+                if layer is None or not (root / included).is_file():
+                    found.append(f"{name} includes {included}, which is not a file of any layer")
+                elif layer > layer_of(name):
+                    found.append(f"{name} includes {included}, which is in a higher layer")
     return found
 
 
 class IncludesTest(unittest.TestCase):
     def check(self, including, line, *others):
-        """The problems of a tree with one file that has one line, and empty other files."""
+        """Returns the problems of a tree with a file of one line, and empty other files."""
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
             for name, text in ((including, line), *((other, "") for other in others)):
@@ -44,27 +44,27 @@ class IncludesTest(unittest.TestCase):
 
     def test_project_includes_point_downwards(self):
         root = pathlib.Path(os.environ["SOURCE_DIR"])
-        for folder in FLOORS:
+        for folder in LAYERS:
             self.assertTrue(list((root / folder).glob("*.cpp")), f"{folder} has no sources")
         self.assertEqual(problems(root), [])
 
     def test_rejects_upward_include(self):
         for line in ('#include "service/A.h"', '  #  include "service/A.h" // why'):
             self.assertEqual(self.check("apiclient/B.cpp", line, "service/A.h"),
-                             ["apiclient/B.cpp includes service/A.h, which is above it"])
+                             ["apiclient/B.cpp includes service/A.h, which is in a higher layer"])
 
     def test_rejects_include_from_json_into_apiclient(self):
         self.assertEqual(len(self.check("apiclient/json/B.h", '#include "apiclient/A.h"',
                                         "apiclient/A.h")), 1)
 
-    def test_rejects_include_outside_the_floors(self):
+    def test_rejects_include_outside_the_layers(self):
         self.assertEqual(len(self.check("service/B.cpp", '#include "tests/support/A.h"',
                                         "tests/support/A.h")), 1)
 
     def test_rejects_include_of_missing_file(self):
         self.assertEqual(len(self.check("service/B.cpp", '#include "apiclient/A.h"')), 1)
 
-    def test_allows_same_floor_and_any_floor_below(self):
+    def test_allows_same_layer_and_all_lower_layers(self):
         for included in ("frontend/A.h", "service/A.h", "apiclient/A.h", "apiclient/json/A.h"):
             self.assertEqual(self.check("frontend/B.cpp", f'#include "{included}"', included), [])
 
