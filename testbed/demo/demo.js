@@ -31,7 +31,7 @@ function startDesktop() {
     const desktop = spawn(process.execPath, [DESKTOP, '--port', port],
         { stdio: ['ignore', 'pipe', 'inherit'] });
     return new Promise((resolve, reject) => {
-        desktop.on('exit', () => reject(new Error('The stand-in of the application did not start.')));
+        desktop.on('exit', () => reject(new Error('The stand-in for the application did not start.')));
         readline.createInterface({ input: desktop.stdout }).once('line', (line) => {
             resolve({ desktop, port: Number(line.split(':').pop()) });
         });
@@ -118,7 +118,7 @@ async function main(bridge, output) {
         fs.rmSync(folder, { recursive: true, force: true });
     });
     try {
-        console.log('\n== Starting a stand-in of Tessaron Desktop');
+        console.log('\n== Starting a stand-in for Tessaron Desktop');
         const started = await startDesktop();
         const { port } = started;
         desktop = started.desktop;

@@ -1,4 +1,4 @@
-"""The stand-in of the application for the tests of the example, and documents for the example."""
+"""The stand-in for the application for the tests of the example, and documents for the example."""
 
 import json
 import shutil

@@ -1,4 +1,4 @@
-"""tools/build-qt with a small stand-in of Qt's source: bad input, failures, interruptions."""
+"""tools/build-qt with a small stand-in for Qt's source: bad input, failures, interruptions."""
 
 import os
 import shutil

@@ -1,5 +1,5 @@
 """The build for macOS, as far as another system can look at it: it is generated and read, and the
-sources for macOS are compiled against stand-ins of the declarations that they use."""
+sources for macOS are compiled against stand-ins for the declarations that they use."""
 
 import json
 import os

@@ -1,4 +1,4 @@
-"""tools/try-on-mac with stand-ins of macOS's commands on PATH. They record what they get."""
+"""tools/try-on-mac with stand-ins for macOS's commands on PATH. They record what they get."""
 
 import os
 import shutil

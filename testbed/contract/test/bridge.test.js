@@ -1,6 +1,6 @@
 'use strict';
 
-// The bridge and the stand-in of the application, checked against the contract while they talk.
+// The bridge and the stand-in for the application, checked against the contract while they talk.
 
 const assert = require('node:assert');
 const fs = require('node:fs');

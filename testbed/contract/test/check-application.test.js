@@ -21,7 +21,7 @@ const verdicts = (output) => output.split('\n').map((line) => /^(ok|DEVIATES) +(
     .filter(Boolean).map(([, verdict, what]) => [verdict, what]);
 const deviating = (output) => verdicts(output).filter(([verdict]) => verdict !== 'ok').map(([, what]) => what);
 
-test('the stand-in of the application satisfies the contract', async (t) => {
+test('the stand-in for the application satisfies the contract', async (t) => {
     const { port } = await startDesktop(t);
     const { status, output, errors } = await check(t, port);
     assert.strictEqual(errors, '');

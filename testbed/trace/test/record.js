@@ -19,7 +19,7 @@ function traceFile(t, text) {
     return file;
 }
 
-/** The trace of all seventeen commands against the stand-in of the application. */
+/** The trace of all seventeen commands against the stand-in for the application. */
 async function recordAllCommands(t) {
     const { port } = await startDesktop(t, ANSWERS);
     const outcomes = await runAllCommands(port, BODIES);

@@ -32,7 +32,7 @@ async function startListening(t, program, options) {
     return { child, port: Number(line.split(':').pop()), errors: () => errors };
 }
 
-/** Starts the stand-in of the application on a free port. */
+/** Starts the stand-in for the application on a free port. */
 function startDesktop(t, options = []) {
     return startListening(t, 'desktop/main.js', ['--port', '0', ...options]);
 }

@@ -5,7 +5,7 @@
 #include <QByteArray>
 #include <QByteArrayList>
 
-/// What the stand-in of Launch Services returns, and the arguments that it received.
+/// What the stand-in for Launch Services returns, and the arguments that it received.
 struct LaunchServices {
     OSStatus pathStatus = 0;
     OSStatus findStatus = 0;
