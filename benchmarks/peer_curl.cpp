@@ -26,7 +26,7 @@ namespace {
 
 constexpr char separator = '\x01';
 
-// UTF-16LE to UTF-8; an unpaired surrogate becomes U+FFFD, a byte-order mark is dropped.
+// UTF-16LE to UTF-8; an unpaired surrogate becomes U+FFFD, a byte order mark is dropped.
 std::string decodeUtf16(const std::string& bytes)
 {
     const auto unit = [&bytes](size_t at) -> unsigned {

@@ -67,18 +67,18 @@ void tst_ArgsFile::readsList_data()
     row("separator at the start", "0100 6100", {QString(), QStringLiteral("a")});
     row("only a separator", "0100", {QString(), QString()});
     row("only three separators", "0100 0100 0100", {QString(), QString(), QString(), QString()});
-    row("byte-order mark", "fffe 6100 0100 6200", {QStringLiteral("a"), QStringLiteral("b")});
-    row("only a byte-order mark", "fffe", {QString()});
-    row("byte-order mark and a separator", "fffe 0100", {QString(), QString()});
-    row("second byte-order mark", "fffe fffe 6100", {textOfUnits({0xfeff, 'a'})});
-    row("byte-order mark inside", "6100 fffe", {textOfUnits({'a', 0xfeff})});
-    row("byte-order mark after a separator", "0100 fffe", {QString(), textOfUnits({0xfeff})});
+    row("byte order mark", "fffe 6100 0100 6200", {QStringLiteral("a"), QStringLiteral("b")});
+    row("only a byte order mark", "fffe", {QString()});
+    row("byte order mark and a separator", "fffe 0100", {QString(), QString()});
+    row("second byte order mark", "fffe fffe 6100", {textOfUnits({0xfeff, 'a'})});
+    row("byte order mark inside", "6100 fffe", {textOfUnits({'a', 0xfeff})});
+    row("byte order mark after a separator", "0100 fffe", {QString(), textOfUnits({0xfeff})});
     row("big-endian mark", "feff 0061", {textOfUnits({0xfffe, 0x6100})});
     row("odd last byte", "6100 62", {QStringLiteral("a")});
     row("odd last byte after a separator", "6100 0100 01", {QStringLiteral("a"), QString()});
     row("one byte", "61", {QString()});
-    row("half a byte-order mark", "ff", {QString()});
-    row("byte-order mark and an odd byte", "fffe 61", {QString()});
+    row("half a byte order mark", "ff", {QString()});
+    row("byte order mark and an odd byte", "fffe 61", {QString()});
     row("U+0000", "6100 0000 6200", {textOfUnits({'a', 0, 'b'})});
     row("U+0000 at the end", "6100 0000", {textOfUnits({'a', 0})});
     row("only U+0000", "0000", {textOfUnits({0})});
@@ -193,8 +193,8 @@ void tst_ArgsFile::writesText_data()
     row("U+0000", textOfUnits({'a', 0, 'b'}), "610000006200");
     row("U+0000 at the end", textOfUnits({'a', 0}), "61000000");
     row("separator", textOfUnits({1}), "0100");
-    row("byte-order mark", textOfUnits({0xfeff}), "fffe");
-    row("byte-order mark before text", textOfUnits({0xfeff, 'a'}), "fffe6100");
+    row("byte order mark", textOfUnits({0xfeff}), "fffe");
+    row("byte order mark before text", textOfUnits({0xfeff, 'a'}), "fffe6100");
     row("unpaired high surrogate", textOfUnits({0xd83d}), "3dd8");
     row("unpaired low surrogate", textOfUnits({0xde00}), "00de");
     row("surrogates in the wrong order", textOfUnits({0xde00, 0xd83d}), "00de3dd8");
@@ -266,7 +266,7 @@ void tst_ArgsFile::readsBackWhatItWrote_data()
     same("text", {QStringLiteral("a"), QStringLiteral("\u0416\u6f22"), QString()});
     same("half an emoji each", {textOfUnits({0xd83d}), textOfUnits({0xde00})});
     same("U+0000 and other controls", {textOfUnits({0}), textOfUnits({2, 0, 10})});
-    same("byte-order mark in the second string", {QStringLiteral("a"), textOfUnits({0xfeff})});
+    same("byte order mark in the second string", {QStringLiteral("a"), textOfUnits({0xfeff})});
 }
 
 void tst_ArgsFile::readsBackWhatItWrote()

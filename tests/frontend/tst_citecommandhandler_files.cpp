@@ -117,7 +117,7 @@ void tst_CiteCommandHandlerFiles::readsArgumentsAndWritesResults_data()
         QTest::newRow(name) << QByteArray::fromHex(hex) << request;
     };
     row("empty file", "", R"({"citationClusters":[{"fieldCode":""}]})");
-    row("byte-order mark and an odd last byte", "fffe610001006200ff",
+    row("byte order mark and an odd last byte", "fffe610001006200ff",
         R"({"citationClusters":[{"fieldCode":"a"},{"fieldCode":"b"}]})");
     row("half an emoji", "3dd8", R"({"citationClusters":[{"fieldCode":"\ud83d"}]})");
 }

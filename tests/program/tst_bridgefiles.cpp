@@ -75,7 +75,7 @@ void tst_BridgeFiles::readsArguments_data()
         QTest::newRow(name) << QByteArray::fromHex(hex) << arguments;
     };
     row("empty file", "", {QString()});
-    row("byte-order mark and an odd last byte", "fffe 6100 0100 6200 63", {text("a"), text("b")});
+    row("byte order mark and an odd last byte", "fffe 6100 0100 6200 63", {text("a"), text("b")});
     row("emoji cut in two, U+0000 and a quote", "3dd8 0100 00de 0100 0000 2200",
         {textOfUnits({0xd83d}), textOfUnits({0xde00}), textOfUnits({0, '"'})});
 }
