@@ -52,7 +52,7 @@ QStringList readList(QFile* file)
     return list;
 }
 
-/// Writes texts to a file as UTF-16LE. Errors are reported by finish().
+/// Writes strings to a file as UTF-16LE. Errors are reported by finish().
 class Utf16Writer {
 public:
     explicit Utf16Writer(QFile* target)

@@ -11,7 +11,7 @@ namespace {
 using Service = PluginComServer;
 using Results = QStringList;
 
-/// A command's arguments by position. A missing argument is an empty text.
+/// A command's arguments by position. A missing argument is an empty string.
 class Arguments {
 public:
     explicit Arguments(const QStringList& texts)
@@ -39,7 +39,7 @@ Results formatCitationsAndBibliography(Service& service, const Arguments& argume
     service.setCitationStyle(arguments[0]);
     service.resetCitations();
     int count = 0;
-    // A last field code without its text is ignored.
+    // Ignores a trailing field code that has no text.
     for (int i = 1; i + 1 < arguments.all.size(); i += 2) {
         service.addCitation(arguments[i], arguments[i + 1]);
         ++count;
@@ -75,7 +75,7 @@ struct Command {
     Results (*run)(Service& service, const Arguments& arguments);
 };
 
-// Every command that the macro knows, with its arguments by position and its results.
+// Maps each command to its operation, its positional arguments and its results.
 // clang-format off
 constexpr Command commands[] = {
     {"setWordProcessor",
@@ -108,6 +108,7 @@ constexpr Command commands[] = {
         [](Service& s, const Arguments&) { return getRecentStyles(s); }},
     {"tessaronProcessId",
         [](Service& s, const Arguments&) { return Results{text(s.tessaronProcessId())}; }},
+    // Always empty: each command runs in a new process, in which no request has failed yet.
     {"lastError",
         [](Service& s, const Arguments&) { return Results{s.lastError()}; }},
     {"getDesktopCitationStyleId",
@@ -125,8 +126,8 @@ CiteCommandHandler* CiteCommandHandler::initWithPluginClient(PluginComServer* se
 
 QString CiteCommandHandler::handleCommand(const QString& command, const QString& folder)
 {
-    // Neither result changes the run: without an argument file the command runs without
-    // arguments, and a failed write is the status "-1".
+    // `success` is ignored: without an argument file the command runs without arguments, and a
+    // failed write returns the status "-1".
     bool success = false;
     const QStringList arguments = readArgsFile(argsFilePath(folder), &success);
     const QStringList results = handleCommandInternal(command, folder, arguments);

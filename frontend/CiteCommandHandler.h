@@ -20,8 +20,8 @@ public:
     QString handleCommand(const QString& command, const QString& folder);
 
     /// Runs `command` and returns its results, or an empty list for an unknown command. Missing
-    /// arguments are empty texts. Surplus arguments are ignored, and so is a field code without
-    /// its text at the end of a batch. Command names are case-sensitive.
+    /// arguments are empty strings. Ignores surplus arguments and a trailing field code that has no
+    /// text. Command names are case-sensitive.
     QStringList handleCommandInternal(
         const QString& command, const QString& folder, const QStringList& arguments);
 

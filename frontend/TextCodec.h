@@ -8,7 +8,7 @@
 
 using ArgsFileCodec = QTextCodec;
 
-/// Makes UTF-8 the encoding of file names, whatever the environment says.
+/// Sets the encoding of file names to UTF-8, regardless of the environment.
 inline void useUtf8FileNames()
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
@@ -20,7 +20,8 @@ inline void useUtf8FileNames()
 #include <QString>
 #include <QStringConverter>
 
-/// What this program uses of QTextCodec, which Qt 6 moved to a compatibility module.
+/// The subset of QTextCodec that the program and its tests use. Qt 6 moved QTextCodec to a
+/// compatibility module.
 class ArgsFileCodec {
 public:
     /// Returns the codec "UTF-16LE"; null for any other name and if Qt does not know that one.
@@ -33,7 +34,7 @@ public:
 
     QByteArray name() const { return QStringConverter::nameForEncoding(QStringConverter::Utf16LE); }
 
-    /// Drops a byte-order mark and an odd last byte.
+    /// Drops a leading byte order mark and an odd last byte.
     QString toUnicode(const QByteArray& bytes) const
     {
         return QStringDecoder(QStringDecoder::Utf16LE)(bytes);

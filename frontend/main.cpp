@@ -15,7 +15,7 @@ int main(int argc, char* argv[])
         qWarning() << "usage: " << argv[0] << " tessaronCommand tempFolderPath";
         return 1;
     }
-    // Copied first: Qt removes from argv what it takes for options of its own.
+    // Copied before QCoreApplication is created, which removes the options it recognises from argv.
     const QString command = QString::fromUtf8(argv[1]);
     const QString folder = QString::fromUtf8(argv[2]);
     const QCoreApplication application(argc, argv);
@@ -27,11 +27,11 @@ int main(int argc, char* argv[])
         (new CiteCommandHandler)->initWithPluginClient(service);
     const QString status = handler->handleCommand(command, folder);
 
-    // Written last: its presence tells the macro that the results are complete. Whether it could be
-    // written changes nothing: the status also goes to standard output.
+    // Written last: the macro waits for this file before it reads the results. A write error is
+    // ignored: the status also goes to standard output.
     bool success = false;
     writeFile(readyFilePath(folder), status, &success);
     printLine(status.toUtf8().constData());
     delete service;
-    return 0;
+    return 0; // Fixed by the interface: the exit status is 0 after a failure too.
 }
