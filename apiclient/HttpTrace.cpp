@@ -15,9 +15,12 @@ namespace {
 Q_LOGGING_CATEGORY(httpLog, "tessaron.http", QtWarningMsg)
 Q_LOGGING_CATEGORY(httpBodyLog, "tessaron.http.body", QtWarningMsg)
 
-// The C library writes a longer line in several pieces, and a line of another process can come
-// between them. The smallest buffer is the one of macOS, 1024 bytes.
+// The C library splits a longer line into several writes, and another process's line can come
+// between them. The smallest buffer is 1024 bytes, on macOS. 980 leaves room for the category's
+// name, which Qt puts before the line, and the newline.
 constexpr int longestLine = 980;
+// Leaves 180 bytes for the keys and the quotes. If the keys or the escape sequences need more, the
+// piece is halved until the line fits, but not below the shortest piece.
 constexpr int longestPiece = 800;
 constexpr int shortestPiece = 25;
 constexpr int longestError = 300;
@@ -39,7 +42,7 @@ bool tracesBodies()
     return named;
 }
 
-/// Up to `size` bytes of `body`, without the start of a UTF-8 character that continues after them.
+/// Returns up to `size` bytes of `body` from `offset`. Never splits a UTF-8 character.
 QByteArray pieceOf(const QByteArray& body, int offset, int size)
 {
     int end = std::min(offset + size, int(body.size()));
@@ -57,10 +60,11 @@ QString lineWith(QVariantMap event, const QByteArray& piece)
     } else {
         event.insert(QStringLiteral("textBase64"), QString::fromLatin1(piece.toBase64()));
     }
+    // In Qt 5, fromUtf8() stops at U+0000. The JSON writer escapes it.
     return QString::fromUtf8(JsonUtils::serialize(event));
 }
 
-/// Prints `event` with as much of `body` as fits into a line, and the rest in lines of its own.
+/// Prints `event` with as much of `body` as fits into a line, and the rest on the following lines.
 void printEvent(int exchange, QVariantMap event, const QByteArray& body)
 {
     const QVariantMap origin{{QStringLiteral("process"), QCoreApplication::applicationPid()},
@@ -100,7 +104,7 @@ void traceRequest(int exchange, const QString& path, const QByteArray& body)
 void traceReply(
     int exchange, const NetworkResponse& response, qint64 elapsedMs, const QString& error)
 {
-    // Part of it may come from the server.
+    // Truncated, because the server may supply part of the text.
     const QString reason = error.left(longestError);
     qCDebug(httpLog).noquote().nospace()
         << response.status << ' ' << response.body.size() << " bytes " << elapsedMs << " ms"

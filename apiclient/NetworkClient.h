@@ -5,27 +5,29 @@
 
 /// The reply to one request.
 struct NetworkResponse {
-    /// The HTTP status code; 0 if the reply had none (no connection, no status line).
+    /// The HTTP status code; 0 if the reply's headers were not received completely.
     int status = 0;
     /// The complete body as received; may be empty.
     QByteArray body;
 };
 
-/// Abstract so that nothing above the transport depends on Qt Network, and tests can pass a fake.
-/// The program uses QtNetworkClient. Performs one blocking HTTP request at a time.
+/// Performs one blocking HTTP request at a time. The class is abstract so that nothing above the
+/// transport depends on Qt Network and tests can pass a fake. The program uses QtNetworkClient.
 class NetworkClient {
 public:
     virtual ~NetworkClient() = default;
 
-    /// Sets the destination of later requests. Returns whether the transport accepts the host.
+    /// Sets the destination of later requests. Returns false if the transport refuses it; later
+    /// requests then return status 0.
     virtual bool connect(const QString& host, quint16 port) = 0;
-    /// Clears host and port.
+    /// Clears host and port. Later requests return status 0 until connect() is called again.
     virtual void disconnect() = 0;
     /// Requests a limit on how long sending and receiving may take.
     virtual void setSendReceiveTimeout(int timeoutMs) = 0;
     /// Sends a GET for the absolute path `path` ("/userUuid") and blocks until the reply is
     /// complete. On failure the status is 0 or the server's, and lastError() has the reason. A
-    /// reply of more than 512 MB is a failure with status 0.
+    /// reply that is cut off in its body keeps its status. A reply of more than 512 MB is a failure
+    /// with status 0.
     virtual NetworkResponse get(const QString& path) = 0;
     /// Sends `body`, a JSON text, in a POST for `path`; otherwise like get().
     virtual NetworkResponse post(const QString& path, const QByteArray& body) = 0;

@@ -20,6 +20,7 @@ PluginApiClient::PluginApiClient(
     // is fixed by the interface, never appears with it.
     constexpr int thirtyMinutesMs = 1800000;
     networkClient->setSendReceiveTimeout(thirtyMinutesMs);
+    // Fixed by the interface: the port is truncated to 16 bits.
     if (!networkClient->connect(host, quint16(port))) {
         qWarning() << "unable to connect to" << host << "using wininet";
     }

@@ -25,14 +25,15 @@ public:
 
     ~PluginApiClient() override;
 
-    /// Sends a GET for `path` and returns the HTTP status, 0 if no server answered. Always
-    /// overwrites `*result` (not null) with the reply's JSON object, or with an empty map if the
-    /// reply is anything else. After any status but 200, lastError() has the reason.
+    /// Sends a GET for `path` and returns the HTTP status, or 0 if no usable reply was received
+    /// (see NetworkClient::get()). Always overwrites `*result` (not null) with the reply's JSON
+    /// object, or with an empty map if the reply is anything else. After any status but 200,
+    /// lastError() has the reason.
     int getRequest(const QString& path, QVariantMap* result);
 
-    /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). The
-    /// application receives it at most once. A body of more than 2 GB of JSON is not sent: the
-    /// status is 0.
+    /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). It reaches
+    /// the application at most once. If the JSON is larger than 2 GB, sends nothing, clears
+    /// `*result`, sets lastError() and returns 0.
     int postRequest(const QString& path, const QVariantMap& body, QVariantMap* result);
 
     /// Returns the JSON object in `body`, or an empty map if it is anything else. For any status
@@ -43,8 +44,8 @@ public:
     /// Replaces the error text, for an error that did not come from a request.
     void setLastError(const QString& message);
 
-    /// The reason of the last failure. A successful request leaves it unchanged, so it is
-    /// meaningful only after a failure.
+    /// The reason of the last failure. A successful request leaves it unchanged, so it is valid
+    /// only after a failure.
     QString lastError() const;
 
 private:

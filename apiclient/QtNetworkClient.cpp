@@ -19,8 +19,8 @@
 namespace {
 
 /// A request body that can be read only once. QNetworkAccessManager repeats a POST by itself if the
-/// connection closes before a status line, and a second POST is a second dialog for the user. It
-/// does not repeat a request whose body cannot be rewound.
+/// connection closes before a status line, and a second POST would open a second dialog. It does
+/// not repeat a request whose body cannot be rewound.
 class OneTimeBody : public QIODevice {
 public:
     explicit OneTimeBody(const QByteArray& content)
@@ -66,10 +66,10 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    // Without both lines Qt would first copy the body into a buffer, which can be rewound.
+    // Without both settings Qt copies the body into a buffer that can be rewound.
     request.setHeader(QNetworkRequest::ContentLengthHeader, bodySize);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    // Qt would answer a 401 by sending the request again, and drop the body of the reply.
+    // By default Qt resends a request after a 401 and discards the reply's body.
     request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     return request;
 }
@@ -78,7 +78,7 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
 /// Appends the received bytes of `reply` to `body`. Returns false if they exceed largestBody.
-bool takeReceived(QNetworkReply* reply, QByteArray* body)
+bool appendReceived(QNetworkReply* reply, QByteArray* body)
 {
     if (body->size() + reply->bytesAvailable() > largestBody) {
         return false;
@@ -105,8 +105,9 @@ int failedThreadStarts()
 
 QtNetworkClient::QtNetworkClient()
 {
-    // Qt would load its connection-management plug-ins for the first manager. They talk to the
-    // system bus, which hangs if it never answers, and start threads. Nothing here needs them.
+    // By default Qt loads its connection-management plug-ins for the first manager. They start
+    // threads and connect to the system bus, which blocks if the bus never replies. Nothing here
+    // needs them.
     QCoreApplication::setLibraryPaths({});
     manager.reset(new QNetworkAccessManager);
     // The application runs on this machine: never use a system proxy.
@@ -118,7 +119,9 @@ QtNetworkClient::~QtNetworkClient() = default;
 
 void QtNetworkClient::countFailedThreadStart()
 {
-    QCoreApplication::instance()->setProperty(failedThreadStartsProperty, failedThreadStarts() + 1);
+    if (QCoreApplication* const application = QCoreApplication::instance()) {
+        application->setProperty(failedThreadStartsProperty, failedThreadStarts() + 1);
+    }
 }
 
 bool QtNetworkClient::connect(const QString& newHost, quint16 newPort)
@@ -154,7 +157,8 @@ QString QtNetworkClient::lastError() const
 NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray& body)
 {
     errorText = QString();
-    // The application may have closed a kept connection by now; a POST sent on it would be lost.
+    // The application may have closed a keep-alive connection in the meantime; a POST sent on it
+    // would be lost.
     manager->clearConnectionCache();
     const QUrl url = requestUrl(host, port, path);
     traceRequest(++exchange, path, body);
@@ -169,16 +173,16 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
             : manager->post(postRequest(url, body.size()), &upload));
     NetworkResponse response;
     bool tooLarge = false;
-    // Taken as it arrives: a long document's reply would otherwise be held in memory twice.
+    // Read as it arrives: a long document's reply would otherwise be held in memory twice.
     QObject::connect(reply.data(), &QNetworkReply::readyRead, [&] {
-        if (!tooLarge && !takeReceived(reply.data(), &response.body)) {
+        if (!tooLarge && !appendReceived(reply.data(), &response.body)) {
             tooLarge = true;
             reply->abort();
         }
     });
-    QObject::connect(reply.data(), SIGNAL(finished()), &loop, SLOT(quit()));
-    // Qt queues the start of a POST. Start it now, so that a thread that fails to start is known to
-    // be this request's.
+    QObject::connect(reply.data(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    // Qt queues the start of a POST. Start it now, so that a failed thread start can be attributed
+    // to this request.
     QCoreApplication::sendPostedEvents(reply.data(), QEvent::MetaCall);
     if (failedThreadStarts() != failuresBefore) {
         // The request would never finish. The next one starts another thread, because it clears
@@ -191,13 +195,14 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     }
 
     errorText = reply->errorString();
-    if (tooLarge || !takeReceived(reply.data(), &response.body)) {
+    if (tooLarge || !appendReceived(reply.data(), &response.body)) {
+        tooLarge = true;
         response = NetworkResponse();
         errorText = QStringLiteral("The reply is larger than 512 MB");
     } else {
         response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     }
-    traceReply(exchange, response, duration.elapsed(),
-        reply->error() == QNetworkReply::NoError ? QString() : reply->errorString());
+    const bool failed = tooLarge || reply->error() != QNetworkReply::NoError;
+    traceReply(exchange, response, duration.elapsed(), failed ? errorText : QString());
     return response;
 }

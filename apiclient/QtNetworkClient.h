@@ -6,9 +6,9 @@
 
 class QNetworkAccessManager;
 
-/// The transport on QNetworkAccessManager. It needs a QCoreApplication and runs a local event loop
-/// for each request. There is no timeout: a request waits as long as a dialog of the application
-/// stays open. Redirects are not followed and proxies are not used.
+/// A NetworkClient that uses QNetworkAccessManager. It needs a QCoreApplication and runs a local
+/// event loop for each request. There is no timeout: a request waits as long as a dialog of the
+/// application stays open. Redirects are not followed and proxies are not used.
 ///
 /// Several clients may have a request in progress at the same time; one client may not be called
 /// while its own request is in progress.
@@ -18,10 +18,11 @@ public:
     QtNetworkClient();
     ~QtNetworkClient() override;
 
-    /// To be called by the process's message filter, on the thread that sends requests, when Qt
-    /// logs that a thread could not be started. Qt reports it in no other way, and the request that
-    /// needs the thread would never finish. That request then returns status 0 without having
-    /// reached the server; the next one works if threads can be started again.
+    /// The process's message filter must call this, on the thread that sends requests, when Qt logs
+    /// that a thread could not be started. Qt reports a failed thread start only as a log message,
+    /// and the request that needs the thread would never finish. That request then returns status 0
+    /// without having reached the server; the next one works if threads can be started again.
+    /// Does nothing if there is no application object, because no request can be running then.
     static void countFailedThreadStart();
 
     /// Stores both. Opens no connection and always returns true, also for an empty host.

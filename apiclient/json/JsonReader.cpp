@@ -197,8 +197,8 @@ private:
         return readString(static_cast<QString*>(value->data()));
     }
 
-    /// A long document repeats its keys and many short values thousands of times. A text shares
-    /// its memory with an equal text that is still in its slot of the cache.
+    /// A long document repeats its keys and many short values thousands of times. A small cache
+    /// lets equal strings share their memory.
     bool readString(QString* text)
     {
         if (!accept('"')) {

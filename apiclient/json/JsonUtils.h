@@ -40,7 +40,7 @@ QVariant parseText(const QString& json);
 QByteArray serialize(const QVariant& value);
 
 /// Writes the same JSON as UTF-16 after `prefix`. Returns a null string (isNull()) if the text
-/// would exceed QString's limit of some thousand million characters.
+/// would exceed QString's limit of about 10^9 code units.
 QString serializeToText(const QVariant& value, const QString& prefix = QString());
 
 } // namespace JsonUtils
