@@ -14,6 +14,6 @@
 /// (kLSApplicationNotFoundErr). If the start failed, it is the errno on Linux and the status on
 /// macOS.
 ///
-/// The caller must check first that the application is not running: opening it again may start a
-/// second copy (Linux) or bring it to the front (macOS).
+/// Call this only if the application is not running. Otherwise it may start a second copy (Linux)
+/// or bring the application to the front (macOS).
 int openDesktopApplication();

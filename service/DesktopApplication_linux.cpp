@@ -15,7 +15,7 @@
 
 namespace {
 
-// The same number as on macOS, so that a macro can recognise it on every platform.
+// kLSApplicationNotFoundErr, as on macOS.
 constexpr int applicationNotFound = -10814;
 
 /// Returns this process's environment without the variables that would make the desktop bring the
@@ -37,8 +37,9 @@ struct SpawnAttributes {
     SpawnAttributes()
     {
         posix_spawnattr_init(&attributes);
-        // A new session, so that the application outlives the bridge and its terminal. No signal
-        // ignored or blocked: a child inherits both, and the bridge ignores some.
+        // Starts a new session, so that the application outlives the bridge and its terminal.
+        // Resets all signals, because a child inherits ignored and blocked signals and the bridge
+        // ignores some.
         posix_spawnattr_setflags(
             &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         sigset_t signalSet;
@@ -83,6 +84,8 @@ int start(const DesktopEntry& entry)
     arguments.push_back(nullptr);
     const SpawnAttributes spawn;
     const SpawnFileActions files(entry.workingDirectory);
+    // The child is not waited for, because this process ends soon. Until then an application that
+    // exits remains a zombie.
     pid_t processId = 0;
     return posix_spawnp(&processId, arguments.front(), &files.actions, &spawn.attributes,
         arguments.data(), environmentWithoutActivation().data());

@@ -6,14 +6,15 @@ namespace {
 
 constexpr char fixedPath[] = "/Applications/Tessaron Desktop.app";
 
-// Fixed by the interface: this exact value. It means hidden, in the background and not in the
-// recent items. The obsolete bits 0x800 and 0x20000 do nothing on current systems and stay.
+// Fixed by the interface: do not change this value. It requests a hidden launch in the background,
+// without an entry in the recent items. The obsolete bits 0x800 and 0x20000 have no effect on
+// current systems and are kept.
 constexpr LSLaunchFlags launchFlags = 0x00120B00;
 
 } // namespace
 
-// These three functions are deprecated but still exported by the newest systems. Their
-// replacements cannot open an application hidden from plain C++.
+// The three Launch Services functions used below are deprecated but still exported by the newest
+// systems. Their replacements cannot open an application hidden from plain C++.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 

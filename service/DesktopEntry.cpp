@@ -85,8 +85,8 @@ std::optional<QByteArray> fieldText(char code, const ExecFields& fields)
     case 'k':
         return fields.entryPath;
     default:
-        // Files, URLs, the deprecated codes, and the icon: it has a value only as a whole
-        // argument.
+        // The codes for files and URLs and the deprecated ones are removed. %i has a value only as
+        // a whole argument.
         return QByteArrayLiteral("fFuUdDnNvmi").contains(code) ? std::optional(QByteArray())
                                                                : std::nullopt;
     }
@@ -173,7 +173,7 @@ QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
         if (!expanded) {
             return {};
         }
-        // Drop an argument that held only a removed field code. A quoted one was meant to be there.
+        // Drop an argument that held only a removed field code. Keep a quoted one.
         if (!expanded->isEmpty() || argument.quoted) {
             command << *expanded;
         }

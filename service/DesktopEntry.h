@@ -6,8 +6,8 @@
 
 #include <optional>
 
-/// freedesktop.org's Desktop Entry specification, as far as it says how to start an application.
-/// Nothing here starts a process.
+/// freedesktop.org's Desktop Entry specification, limited to starting an application. Nothing here
+/// starts a process.
 
 /// How a desktop entry starts its application.
 struct DesktopEntry {

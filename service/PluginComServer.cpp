@@ -50,6 +50,7 @@ QString PluginComServer::lastError()
 QString PluginComServer::getCitationStyleFromDialog(const QString& selectedStyleId)
 {
     QVariantMap response;
+    // Fixed by the interface: the status is ignored.
     apiClient->postRequest(QStringLiteral("/citationStyle/choose/interactive"),
         {{QStringLiteral("currentStyleUrl"), selectedStyleId}}, &response);
     return response.value(QStringLiteral("citationStyleUrl")).toString();
@@ -76,6 +77,7 @@ QString PluginComServer::getFieldCodeFromCitationEditor(const QString& currentFi
 
 QString PluginComServer::getFieldCodeFromUuid(const QString& uuid)
 {
+    // Fixed by the interface: this command uses a test route of the application.
     return postForFieldCode(QStringLiteral("/testMethods/citationCluster/getFromUuid"),
         {{QStringLiteral("documentUuid"), uuid}}, QString());
 }
@@ -176,7 +178,8 @@ QString PluginComServer::getUserUuid()
 }
 
 /// Returns the text under `key` in the reply to a GET. On failure returns `failureMessage` with the
-/// status for %1 and the error for %2. Fixed by the interface: the message takes the value's place.
+/// status for %1 and the error for %2. Fixed by the interface: the message is returned in place of
+/// the value.
 QString PluginComServer::getText(
     const QString& path, const QString& key, const QString& failureMessage)
 {
@@ -231,6 +234,7 @@ bool PluginComServer::formatCitationsAndBibliography()
         return false;
     }
 
+    // Fixed by the interface: a reply without a style replaces the stored one with an empty one.
     citationStyle = response.value(QStringLiteral("citationStyleUrl")).toString();
     QVariantList clusters = listFrom(response.take(QStringLiteral("citationClusters")));
     storeFormattedCitations(std::move(clusters));
@@ -298,7 +302,7 @@ QString PluginComServer::getPreviouslyFormattedCitation(int index)
 
 QString PluginComServer::getFieldCode(int index)
 {
-    // Fixed by the interface: not the text that the other three return.
+    // Fixed by the interface: the two texts differ.
     return citationText(index, &CitationField::fieldCode, QStringLiteral("invalid_index"));
 }
 
@@ -323,6 +327,7 @@ QString PluginComServer::getFormattedBibliography()
 
 bool PluginComServer::isTessaronRunning()
 {
+    // Fixed by the interface: only the low 32 bits of the id count.
     if (desktopProcessId != 0 && kill(pid_t(desktopProcessId), 0) == 0) {
         return true;
     }
@@ -356,5 +361,6 @@ bool PluginComServer::launchTessaron()
     while (waited.elapsed() < longestWaitMs && !isTessaronRunning()) {
         usleep(pauseUs);
     }
+    // Checks once more, because the last check in the loop may have been before the last pause.
     return isTessaronRunning();
 }

@@ -14,7 +14,11 @@
 /// An operation that sends a request blocks until the application has replied; there is no timeout.
 /// If its path ends in "/interactive", that lasts as long as the user keeps the dialog open. A
 /// request succeeds only with HTTP status 200; any other status, or no reply, is a failure. Each
-/// operation's comment states what it returns on failure; lastError() then has the reason.
+/// operation's comment states what it returns on failure. After a failed request lastError() has
+/// the reason. A reply with status 200 that lacks the expected content does not change lastError().
+///
+/// An operation that returns a field code returns "ADDIN CSL_CITATION null" if a reply with status
+/// 200 contains no cluster. The exception is getFieldCodeFromCitationEditor().
 ///
 /// An operation must not be called while another one of the same object is running.
 class PluginComServer : public QObject {
@@ -50,9 +54,9 @@ public Q_SLOTS:
     /// before the first failure. A success leaves it unchanged.
     QString lastError();
 
-    /// Opens the style dialog with `selectedStyleId` selected. Returns the "citationStyleUrl" of
-    /// the reply whatever its status, or an empty string if it has none (failure, or the user chose
-    /// nothing). Does not store the style.
+    /// Opens the style dialog with `selectedStyleId` selected. Returns the reply's
+    /// "citationStyleUrl", regardless of the HTTP status, or an empty string if the reply has none
+    /// (failure, or the user chose nothing). Does not store the style.
     QString getCitationStyleFromDialog(const QString& selectedStyleId);
 
     /// Opens the citation editor for `currentFieldCode`, or the citation chooser if it is empty.
@@ -63,7 +67,7 @@ public Q_SLOTS:
     /// Returns the field code of the library entry `uuid`, or an empty string on failure.
     QString getFieldCodeFromUuid(const QString& uuid);
 
-    /// Informs the application that the process `processId` allows it to take the keyboard focus. A
+    /// Allows the application, on behalf of process `processId`, to take the keyboard focus. A
     /// failure is visible only in lastError().
     void allowSetFocus(int processId);
 
@@ -84,18 +88,20 @@ public Q_SLOTS:
     void setWordProcessor(const QString& processor, const QString& version);
 
     /// Replaces both lists with the URLs and titles of the recent styles, in the application's
-    /// order, and returns their number. On failure both lists are empty and the result is 0.
+    /// order, and returns their number. On failure, and if a reply with status 200 contains no
+    /// list, both lists are empty and the result is 0.
     int getRecentStyles(QStringList& styleIds, QStringList& styleNames);
 
     /// Stores the style of the next batch. Sends nothing.
     void setCitationStyle(const QString& styleId);
 
     /// Returns the stored style: the one that was set, or the one in the last reply to a batch with
-    /// status 200, which replaces it. It becomes empty if that reply named none.
+    /// status 200, which replaces it. It becomes empty if that reply contained none.
     QString getCitationStyleId();
 
     // Fixed by the interface: on failure the following two, and getDesktopCitationStyleId(), return
-    // a message in place of the value.
+    // a message in place of the value. If a reply with status 200 lacks the value, they return an
+    // empty string.
 
     /// Returns the user's account, or on failure a message with the status and the error.
     QString getUserAccount();
@@ -103,26 +109,28 @@ public Q_SLOTS:
     /// Returns the user's id, or on failure a message with the status and the error.
     QString getUserUuid();
 
-    /// Empties the batch. The results of the last one stay.
+    /// Empties the batch. Keeps the results of the previous batch.
     void resetCitations();
 
     /// Adds a citation to the batch: its field code and its current text in the document. The order
     /// of the calls must be the order in the document.
     void addCitation(const QString& fieldCode, const QString& formattedCitation);
 
-    /// Formats the batch and the bibliography with one request. The batch stays, so it can be sent
-    /// again. Returns true only if the reply contains as many citations as were sent and a
+    /// Formats the batch and the bibliography with one request. The batch is kept, so it can be
+    /// sent again. Returns true only if the reply contains as many citations as were sent and a
     /// bibliography that is not empty.
     ///
-    /// Returns false if the request failed. There are then no results, the stored style and the
-    /// bibliography stay as they were, and lastErrorCitationIndex() has the rejected citation. Also
-    /// returns false, after a warning, if a reply with status 200 contains another number of
-    /// citations or no bibliography. Its results and its style are stored nevertheless.
+    /// Returns false if the request failed. The results are then empty, the stored style and
+    /// bibliography are unchanged, and lastErrorCitationIndex() returns the rejected citation.
+    ///
+    /// Logs a warning and returns false if a reply with status 200 contains another number of
+    /// citations or no bibliography. Its results, bibliography and style are stored nevertheless,
+    /// lastErrorCitationIndex() returns -1 and lastError() is unchanged.
     bool formatCitationsAndBibliography();
 
     /// The results of the last batch, by index from 0 in the order of addCitation(). If the index
     /// is out of range, the first three return "no such citation" and getFieldCode() returns
-    /// "invalid_index". Fixed by the interface: two different texts.
+    /// "invalid_index". Fixed by the interface: the two texts differ.
     QString getFormattedCitation(int index);
     QString getPlainTextFormattedCitation(int index);
     QString getPreviouslyFormattedCitation(int index);
@@ -132,17 +140,21 @@ public Q_SLOTS:
     /// named none, 0 if it named something that is not a number.
     int lastErrorCitationIndex();
 
-    /// Returns the bibliography in the last reply to a batch with status 200.
+    /// Returns the bibliography in the last reply to a batch with status 200; empty before the
+    /// first such reply.
     QString getFormattedBibliography();
 
     /// Starts the application unless it is running, and polls its local API for ten seconds.
-    /// Returns whether it is running. If the start itself failed, returns false at once and
-    /// lastError() has the number from openDesktopApplication(). An application that accepts the
-    /// connection but never replies blocks this call.
+    /// Returns whether it is running; false if it does not reply within that time. If the start
+    /// itself failed, returns false at once and lastError() has the number from
+    /// openDesktopApplication(). An application that accepts the connection but never replies
+    /// blocks this call.
     bool launchTessaron();
 
     /// Returns whether the application is running. Sends no request while the process with the last
-    /// known id exists and may be signalled; otherwise asks the application for its id.
+    /// known id exists and may be signalled; otherwise asks the application for its id. A reply
+    /// with status 200 and no process id, or 0, means that it is not running and does not change
+    /// lastError().
     bool isTessaronRunning();
 
     /// Returns the application's process id (its low 32 bits), or 0 if it is not running.
