@@ -3,6 +3,7 @@
 #include "service/FieldCode.h"
 #include "tests/support/BridgeRun.h"
 #include "tests/support/ExchangeFolder.h"
+#include "tests/support/Memory.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 #include "tests/support/Texts.h"
@@ -32,10 +33,7 @@ private Q_SLOTS:
 
 void tst_Largest::init()
 {
-    const QByteArray memory = bytesOf(QStringLiteral("/proc/meminfo"));
-    const QByteArray available = memory.mid(memory.indexOf("MemAvailable:") + 13).trimmed();
-    constexpr int neededGigabytes = 8;
-    if (available.left(available.indexOf(' ')).toLongLong() < neededGigabytes * million) {
+    if (availableGigabytes() < 8) {
         QSKIP("needs 8 GB of memory");
     }
 }

@@ -77,8 +77,8 @@ void tst_OnePost::sendsEachCommandOnce_data()
     QTest::addColumn<MisbehaviourCase>("row");
     // All commands use one transport, so one of them meets every case.
     const QByteArray commandOfAllCases = "checkManualFormatAndGetFieldCode";
-    const QByteArrayList representativeCases{"closed after the request", "reset in mid body",
-        "closed in mid body", "503 Retry-After: 0"};
+    const QByteArrayList representativeCases{"closed after the request", "reset inside the body",
+        "closed inside the body", "503 Retry-After: 0"};
     const QList<MisbehaviourCase> cases = misbehaviourCases();
     const QList<Command> all = commands();
     for (const Command& command : all) {

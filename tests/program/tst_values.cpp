@@ -112,9 +112,9 @@ void tst_Values::modelReadsWhatItWrites()
 {
     for (int i = 0; i < 200; ++i) {
         const JsonValue cluster = randomCluster(&generator, 50, i % 100 == 0 ? 1000 : 1);
-        for (const Writing writing : {Writing::Utf16, Writing::Utf8}) {
+        for (const Encoding encoding : {Encoding::Utf16, Encoding::Utf8}) {
             bool ok = false;
-            QVERIFY(readJson(written(cluster, &generator, writing), &ok) == cluster);
+            QVERIFY(readJson(writeRandomForm(cluster, &generator, encoding), &ok) == cluster);
             QVERIFY(ok);
         }
     }
@@ -136,8 +136,8 @@ void tst_Values::passesValuesUnchanged()
             service.addCitation(batch.fieldCodes.at(i), batch.texts.at(i));
         }
         QVERIFY(service.formatCitationsAndBibliography());
-        QCOMPARE(batch.wrongRequest(server.requests().first().body, QString()), QString());
-        QCOMPARE(batch.wrongResults(resultsOf(service, batch.fieldCodes.size())), QString());
+        QCOMPARE(batch.requestProblem(server.requests().first().body, QString()), QString());
+        QCOMPARE(batch.resultsProblem(resultsOf(service, batch.fieldCodes.size())), QString());
         values += batch.valueCount();
         clusters += batch.fieldCodes.size();
     }

@@ -61,8 +61,8 @@ void tst_ValuesThroughFiles::passesValuesUnchanged()
             ScriptedReply::json(batch.reply(&generator)));
         const BridgeOutcome outcome = runCommand("formatCitationsAndBibliography", folder);
         QCOMPARE(problem(outcome, folder), QByteArray());
-        QCOMPARE(batch.wrongRequest(server.requests().first().body, folder.path()), QString());
-        QCOMPARE(batch.wrongResults(listOf(folder.results())), QString());
+        QCOMPARE(batch.requestProblem(server.requests().first().body, folder.path()), QString());
+        QCOMPARE(batch.resultsProblem(listOf(folder.results())), QString());
         values += batch.valueCount();
     }
     qInfo("%d values in %d clusters", values, runs * 1000);

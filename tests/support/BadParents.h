@@ -2,8 +2,8 @@
 
 #include <QMetaType>
 
-/// What careless parent processes leave to their children. Each function runs in the child just
-/// before it starts the program.
+/// Process state that a badly behaved parent passes to its child. Each function runs in the child
+/// just before it starts the program.
 using Preparation = void (*)();
 Q_DECLARE_METATYPE(Preparation)
 

@@ -35,7 +35,7 @@ Batch Batch::random(Generator* generator, int clusterCount, int size)
 {
     constexpr int deepest = 1000;
     Batch batch;
-    // Not a byte-order mark at the start of the arguments file, where it would be dropped.
+    // Starts with a letter: a byte order mark at the start of the arguments file would be dropped.
     batch.style = QLatin1Char('s') + withoutSeparator(randomText(generator));
     batch.bibliography = QLatin1Char('b') + withoutSeparator(randomText(generator));
     for (int i = 0; i < clusterCount; ++i) {
@@ -46,7 +46,7 @@ Batch Batch::random(Generator* generator, int clusterCount, int size)
         for (auto& entry : own) {
             entry.second = textOf(withoutSeparator(std::get<QString>(entry.second.content)));
         }
-        batch.fieldCodes << prefix + written(cluster, generator, Writing::Utf16);
+        batch.fieldCodes << prefix + writeRandomForm(cluster, generator, Encoding::Utf16);
         batch.texts << withoutSeparator(randomText(generator));
         batch.clusters.push_back(std::move(cluster));
     }
@@ -82,10 +82,10 @@ QByteArray Batch::reply(Generator* generator) const
         JsonValue::Object{{QStringLiteral("citationClusters"), {std::move(list)}},
             {QStringLiteral("citationStyleUrl"), textOf(style)},
             {QStringLiteral("bibliography"), textOf(bibliography)}}};
-    return written(answer, generator, Writing::Utf8).toUtf8();
+    return writeRandomForm(answer, generator, Encoding::Utf8).toUtf8();
 }
 
-QString Batch::wrongRequest(const QByteArray& body, const QString& folder) const
+QString Batch::requestProblem(const QByteArray& body, const QString& folder) const
 {
     const std::optional<QString> json = textFromUtf8(body);
     if (!json) {
@@ -104,31 +104,31 @@ QString Batch::wrongRequest(const QByteArray& body, const QString& folder) const
     const JsonValue expected{JsonValue::Object{{QStringLiteral("citationClusters"), {list}},
         {QStringLiteral("citationStyleUrl"), textOf(style)},
         {QStringLiteral("tempDirectory"), textOf(folder)}}};
-    return request == expected ? QString() : QStringLiteral("the request holds other values");
+    return request == expected ? QString() : QStringLiteral("wrong values in the request");
 }
 
-QString Batch::wrongResults(const QStringList& results) const
+QString Batch::resultsProblem(const QStringList& results) const
 {
     if (results.size() != 3 + 4 * int(clusters.size())) {
-        return QStringLiteral("there are %1 results").arg(results.size());
+        return QStringLiteral("wrong number of results: %1").arg(results.size());
     }
     if (results.mid(0, 3) != QStringList{QStringLiteral("true"), style, bibliography}) {
-        return QStringLiteral("other results before the citations");
+        return QStringLiteral("wrong results before the citations");
     }
     for (std::size_t i = 0; i < clusters.size(); ++i) {
         const QStringList lines = results.mid(3 + 4 * int(i), 4);
         bool ok = false;
         if (!lines.at(0).startsWith(prefix)
             || !(readJson(lines.at(0).mid(prefix.size()), &ok) == clusters[i]) || !ok) {
-            return atCluster("another field code", i) + QStringLiteral(": ") + lines.at(0)
+            return atCluster("wrong field code", i) + QStringLiteral(": ") + lines.at(0)
                 + QStringLiteral(" instead of ") + fieldCodes.at(int(i));
         }
         if (lines.at(1) != texts.at(int(i))) {
-            return atCluster("another text", i);
+            return atCluster("wrong text", i);
         }
         if (lines.at(2) != textAt(clusters[i], "previouslyFormattedCitation")
             || lines.at(3) != textAt(clusters[i], "plainTextFormattedCitation")) {
-            return atCluster("another recorded text", i);
+            return atCluster("wrong recorded text", i);
         }
     }
     return {};

@@ -5,7 +5,7 @@
 #include <QStringList>
 
 /// One batch of random citations: the command's arguments, the expected request and the expected
-/// results. The application of these tests is scripted. It replies with the clusters that it should
+/// results. These tests use a scripted application. It replies with the clusters that it should
 /// have received, each written in another form, so every value passes through the program twice.
 struct Batch {
     QString style;
@@ -23,9 +23,10 @@ struct Batch {
     /// The application's reply, as JSON.
     QByteArray reply(Generator* generator) const;
 
-    /// Returns what is wrong with the request that the application received. Empty if nothing is.
-    QString wrongRequest(const QByteArray& body, const QString& folder) const;
-    /// Returns what is wrong with the results, which are in the order of the results file. Empty if
-    /// nothing is.
-    QString wrongResults(const QStringList& results) const;
+    /// Returns the first difference between the request that the application received and the
+    /// expected one, or an empty string.
+    QString requestProblem(const QByteArray& body, const QString& folder) const;
+    /// Returns the first difference between the results, in the order of the results file, and the
+    /// expected ones, or an empty string.
+    QString resultsProblem(const QStringList& results) const;
 };

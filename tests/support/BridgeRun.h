@@ -9,11 +9,12 @@
 
 class ExchangeFolder;
 
-/// How a bridge is started. The default is the executable in the test's own environment.
+/// How a bridge is started. The default is the executable in the test's own environment without the
+/// QT_* variables, which change what Qt logs.
 struct BridgeStart {
     /// Runs in the new process just before the bridge: sets limits, streams and users.
     std::function<void()> prepare;
-    /// Variables to set in addition to the test's own environment.
+    /// Variables to set in addition to that environment; may include QT_* variables.
     QMap<QString, QString> environment;
     /// The folder to start in; empty for the test's own.
     QString workingDirectory;
@@ -28,13 +29,13 @@ struct BridgeStart {
     static BridgeStart withVariables(const QMap<QString, QString>& environment);
     static BridgeStart inFolder(const QString& workingDirectory);
     static BridgeStart inShell(const QString& shellCommand);
-    /// Starts a copy of the executable, which is put into `folder`, as the user that
-    /// becomeOrdinaryUser() becomes, after `prepare`.
+    /// Copies the executable into `folder`. Starts it as the ordinary user of becomeOrdinaryUser(),
+    /// after running `prepare`.
     static BridgeStart asOrdinaryUser(
         const QString& folder, const std::function<void()>& prepare = {});
 };
 
-/// What a bridge that has ended left.
+/// The outcome of a run.
 struct BridgeOutcome {
     /// The exit status; -1 if it was ended by a signal or by the test, or did not start.
     int exitStatus = -1;
@@ -46,15 +47,15 @@ struct BridgeOutcome {
 QString bridgePath();
 
 /// Runs the bridge with `arguments` until it ends. The test's event loop runs meanwhile, so that
-/// the scripted server answers.
+/// the scripted server can reply.
 BridgeOutcome runBridge(const QStringList& arguments, const BridgeStart& start = {});
 
 /// Runs `command` on `folder`.
 BridgeOutcome runCommand(
     const char* command, const ExchangeFolder& folder, const BridgeStart& start = {});
 
-/// Returns what differs in a run that should have ended with status 0, printed `errors` to standard
-/// error, and left the size of the results file on standard output and in the ready file. Empty if
-/// nothing does.
+/// Checks that the run exited with status 0, printed `errors` to standard error, and wrote the size
+/// of the results file to standard output and the ready file. Returns the first difference, or an
+/// empty string.
 QByteArray problem(const BridgeOutcome& run, const ExchangeFolder& folder,
     const QByteArray& errors = QByteArray());

@@ -88,7 +88,7 @@ void giveToOrdinaryUser(const QString& path)
     const QByteArray parent = QFile::encodeName(QFileInfo(path).path());
     if (chown(QFile::encodeName(path).constData(), ordinaryUser, gid_t(-1)) != 0
         || chmod(parent.constData(), 0755) != 0) {
-        qFatal("Cannot give %s away", qPrintable(path));
+        qFatal("Cannot change the owner of %s", qPrintable(path));
     }
 }
 

@@ -14,8 +14,8 @@ QByteArray inChildProcess(const std::function<QByteArray()>& work);
 /// user. Returns false on failure.
 bool becomeOrdinaryUser();
 
-/// Makes the user that becomeOrdinaryUser() becomes the owner of `path`, and lets that user pass
-/// through its parent folder.
+/// Gives `path` to the ordinary user of becomeOrdinaryUser(), and makes its parent folder
+/// accessible. Does nothing unless this process runs as root.
 void giveToOrdinaryUser(const QString& path);
 
 /// Limits the size of each file that this process writes. Returns false on failure.

@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-/// Records what happens to the names in a folder, from its creation on.
+/// Records what happens to the names in a folder, from the creation of this object on.
 class FolderWatch {
 public:
     explicit FolderWatch(const QString& folder);
@@ -13,7 +13,8 @@ public:
     /// not wait.
     QStringList events() const;
 
-    /// Waits until `name` is created, written to or renamed to. Returns false after ten seconds.
+    /// Waits until `name` is created, written to or renamed to. Returns false after ten seconds
+    /// without any event.
     bool waitFor(const QString& name) const;
 
 private:

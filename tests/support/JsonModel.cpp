@@ -1,6 +1,7 @@
 #include "tests/support/JsonModel.h"
 
-#include <cmath>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,7 +42,7 @@ public:
     JsonValue read(bool* ok)
     {
         JsonValue value = readValue();
-        skipBlanks();
+        skipWhitespace();
         *ok = valid && at == text.size();
         return value;
     }
@@ -49,14 +50,14 @@ public:
 private:
     ushort peek() const { return at < text.size() ? text.at(at).unicode() : ushort(0); }
 
-    void skipBlanks()
+    void skipWhitespace()
     {
         while (peek() == ' ' || peek() == '\t' || peek() == '\r' || peek() == '\n') {
             ++at;
         }
     }
 
-    /// Whether `wanted` comes next, which is passed then.
+    /// Skips `wanted` and returns true if it comes next.
     bool take(const char* wanted)
     {
         const QLatin1String characters(wanted);
@@ -76,7 +77,7 @@ private:
 
     JsonValue readValue()
     {
-        skipBlanks();
+        skipWhitespace();
         if (take("{")) {
             return readObject();
         }
@@ -98,21 +99,21 @@ private:
     JsonValue readObject()
     {
         JsonValue::Object object;
-        skipBlanks();
+        skipWhitespace();
         if (take("}")) {
             return {object};
         }
         while (valid) {
-            skipBlanks();
+            skipWhitespace();
             if (!take("\"")) {
                 return fail();
             }
             const QString key = readString();
-            skipBlanks();
+            skipWhitespace();
             if (!take(":") || !object.emplace(key, readValue()).second) {
                 return fail();
             }
-            skipBlanks();
+            skipWhitespace();
             if (take("}")) {
                 return {std::move(object)};
             }
@@ -126,13 +127,13 @@ private:
     JsonValue readList()
     {
         JsonValue::List list;
-        skipBlanks();
+        skipWhitespace();
         if (take("]")) {
             return {list};
         }
         while (valid) {
             list.push_back(readValue());
-            skipBlanks();
+            skipWhitespace();
             if (take("]")) {
                 return {std::move(list)};
             }

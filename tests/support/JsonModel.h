@@ -33,14 +33,14 @@ QString randomText(Generator* generator);
 JsonValue randomCluster(Generator* generator, int size, int depth);
 
 /// The encoding of a JSON text.
-enum class Writing {
+enum class Encoding {
     Utf16, ///< an unpaired surrogate need not be escaped
     Utf8 ///< an unpaired surrogate has to be escaped
 };
 
 /// Writes `value` in a random one of the forms that JSON allows: whitespace, escape sequences, the
 /// case of hexadecimal digits, exponents. Always escapes U+0001, which separates a file's strings.
-QString written(const JsonValue& value, Generator* generator, Writing writing);
+QString writeRandomForm(const JsonValue& value, Generator* generator, Encoding encoding);
 
 /// Reads a JSON text. Sets `*ok` to false if it is malformed or followed by more.
 JsonValue readJson(const QString& json, bool* ok);

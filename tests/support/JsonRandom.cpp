@@ -92,7 +92,7 @@ JsonValue randomScalar(Generator* generator)
     }
 }
 
-/// A random value; takes from `*budget` what it holds.
+/// Returns a random value. Subtracts the number of its values from `*budget`.
 JsonValue randomValue(Generator* generator, int* budget)
 {
     --*budget;
@@ -107,7 +107,7 @@ JsonValue randomValue(Generator* generator, int* budget)
     }
     if (kind == 1) {
         JsonValue::Object object;
-        for (int i = 0; i<size&& * budget> 0; ++i) {
+        for (int i = 0; (i < size) && (*budget > 0); ++i) {
             object.insert_or_assign(randomKey(generator), randomValue(generator, budget));
         }
         return {std::move(object)};

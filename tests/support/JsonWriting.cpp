@@ -7,9 +7,9 @@ namespace {
 
 class Writer {
 public:
-    Writer(Generator* random, Writing kindOfText)
+    Writer(Generator* random, Encoding outputEncoding)
         : generator(*random)
-        , writing(kindOfText)
+        , encoding(outputEncoding)
     {
     }
 
@@ -36,7 +36,7 @@ private:
         std::snprintf(digits, sizeof digits, oneIn(2) ? "%.17g" : "%.17E", value);
         ascii(digits);
         if (std::strpbrk(digits, ".eE") == nullptr) {
-            ascii(oneIn(2) ? ".0" : "e0"); // else it would be an integer
+            ascii(oneIn(2) ? ".0" : "e0"); // otherwise it would be read as an integer
         }
     }
 
@@ -91,7 +91,7 @@ private:
     void putUnit(QChar unit)
     {
         const bool mustBeEscaped = unit == QLatin1Char('"') || unit == QLatin1Char('\\')
-            || unit.unicode() == 1 || (unit.isSurrogate() && writing == Writing::Utf8);
+            || unit.unicode() == 1 || (unit.isSurrogate() && encoding == Encoding::Utf8);
         if (mustBeEscaped || oneIn(8)) {
             escape(unit);
         } else {
@@ -124,15 +124,15 @@ private:
     void ascii(const char* characters) { json.append(QLatin1String(characters)); }
 
     Generator& generator;
-    const Writing writing;
+    const Encoding encoding;
     QString json;
 };
 
 } // namespace
 
-QString written(const JsonValue& value, Generator* generator, Writing writing)
+QString writeRandomForm(const JsonValue& value, Generator* generator, Encoding encoding)
 {
-    Writer writer(generator, writing);
+    Writer writer(generator, encoding);
     writer.write(value);
     return writer.take();
 }

@@ -73,7 +73,7 @@ int startBridge(const char* command, const ExchangeFolder& folder, bool traced)
     if (child != 0) {
         return child;
     }
-    // Slower than the test, so that a kill comes in time.
+    // Runs at a lower priority than the test, so that the kill arrives before it ends.
     (void)!nice(5);
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);

@@ -14,8 +14,7 @@ struct ExchangeState {
     QByteArray newReady;
 };
 
-/// Returns what is wrong with the files that a killed run left: no moment of a run leaves such
-/// files. Empty if nothing is.
+/// Returns a description if no point of a run could leave these files, otherwise an empty array.
 QByteArray problemAfterKill(const ExchangeFolder& folder, const ExchangeState& state);
 
 /// Writes the old files of `state` into `folder`, and removes those that `state` lacks.

@@ -5,8 +5,8 @@
 
 #include <limits>
 
-/// The memory that programs can still use, in GB, for tests of the largest inputs. Where the system
-/// does not say (only Linux has /proc/meminfo), it counts as unlimited.
+/// Returns the available memory in GB, for tests of the largest inputs. Returns the largest int if
+/// /proc/meminfo is missing.
 inline int availableGigabytes()
 {
     QFile file(QStringLiteral("/proc/meminfo"));

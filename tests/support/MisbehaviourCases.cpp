@@ -25,19 +25,19 @@ QList<Case> casesWithoutStatus()
         {"at once", atOnce, ""},
         {"after the headers", 0, ""},
         {"after the request", request, ""},
-        {"in mid protocol name", request, "HT"},
-        {"in mid status line", request, "HTTP/1.1 20"},
-        {"in mid status line, at once", atOnce, "HTTP/1.1 20"},
+        {"inside the protocol name", request, "HT"},
+        {"inside the status line", request, "HTTP/1.1 20"},
+        {"inside the status line, at once", atOnce, "HTTP/1.1 20"},
         {"after an interim reply", request, "HTTP/1.1 100 Continue\r\n\r\n"},
         {"with bytes that are not HTTP", request, "220 mail ready\r\n"},
         {"with bytes that are not HTTP, at once", atOnce, "220 mail ready\r\n"},
         {"with empty lines", request, "\r\n\r\n\r\n"},
         {"with 5,000 bytes", request, QByteArray(5000, '\xff')},
         {"with a TLS alert", request, QByteArray("\x15\x03\x01\x00\x02\x02\x28", 7)},
-        {"with a TLS greeting", atOnce, "\x16\x03\x03" + QByteArray(120, '\0')},
-        {"with an answer but no HTTP", request, R"({"citationStyleUrl":"zero"})"},
+        {"with a TLS handshake", atOnce, "\x16\x03\x03" + QByteArray(120, '\0')},
+        {"with JSON but no HTTP", request, R"({"citationStyleUrl":"zero"})"},
         {"with a request", request, "POST /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"},
-        {"with a status that is no number", request, "HTTP/1.1 abc OK\r\n\r\n"},
+        {"with a non-numeric status", request, "HTTP/1.1 abc OK\r\n\r\n"},
     };
     QList<Case> cases;
     for (const auto& ending : endings) {
@@ -57,15 +57,16 @@ QList<Case> cutReplies()
         const char* name;
         QByteArray bytes;
     } points[] = {
-        {"in mid headers", ok + "Content-Le"},
+        {"inside the headers", ok + "Content-Le"},
         {"after the reply's headers", ok + "Content-Length: 50\r\n\r\n"},
-        {"in mid body", ok + "Content-Length: 50\r\n\r\n{\"citationStyleUrl\":\"s"},
-        {"in mid chunk", ok + "Transfer-Encoding: chunked\r\n\r\n50\r\n{\"citationStyleUrl\":\"s"},
+        {"inside the body", ok + "Content-Length: 50\r\n\r\n{\"citationStyleUrl\":\"s"},
+        {"inside a chunk",
+            ok + "Transfer-Encoding: chunked\r\n\r\n50\r\n{\"citationStyleUrl\":\"s"},
     };
     QList<Case> cases;
     for (const auto& ending : endings) {
         for (const auto& point : points) {
-            // Without the end of its headers there is no reply.
+            // Incomplete headers do not count as a reply.
             const bool headersEnd = point.bytes.contains("\r\n\r\n");
             cases.append({QByteArray(ending.name) + point.name,
                 {Misbehaviour::wholeBody, point.bytes, ending.ending},
@@ -84,7 +85,7 @@ QByteArray reply(const QByteArray& status, const QByteArray& headers, const QByt
 }
 
 /// Complete replies that may cause a client to send its request again.
-QList<Case> invitations()
+QList<Case> repliesThatInviteRetry()
 {
     const struct {
         const char* status;
@@ -131,7 +132,7 @@ QList<Case> invitations()
 
 QList<MisbehaviourCase> misbehaviourCases()
 {
-    return casesWithoutStatus() + cutReplies() + invitations();
+    return casesWithoutStatus() + cutReplies() + repliesThatInviteRetry();
 }
 
 QList<MisbehaviourCase> cutUploadCases()

@@ -9,7 +9,7 @@
 /// What a server does to its first connection.
 struct Misbehaviour {
     enum Ending {
-        Close, ///< as a program that ends: later bytes are answered with a reset
+        Close, ///< closes the socket, as when a process exits; later bytes get a reset
         HalfClose, ///< closes its own direction and keeps reading
         Reset,
         CloseLater ///< keeps the connection open for a while first
@@ -18,8 +18,8 @@ struct Misbehaviour {
     static constexpr qint64 atOnce = -1;
     static constexpr qint64 wholeBody = std::numeric_limits<qint64>::max();
 
-    /// After how many bytes of the request's body it happens: 0 is after the headers, and atOnce
-    /// before anything is read.
+    /// The number of body bytes after which it happens: 0 is after the headers, and atOnce before
+    /// anything is read.
     qint64 afterBodyBytes = wholeBody;
     /// What is sent first.
     QByteArray bytes;

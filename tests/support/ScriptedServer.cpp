@@ -130,7 +130,7 @@ void ScriptedServer::answer(QTcpSocket* socket, const ReceivedRequest& request)
         return;
     }
     if (reply.endAfterBodyBytes >= 0) {
-        // What may still come is the rest of the body.
+        // Ignore the rest of the body.
         QObject::disconnect(socket, &QTcpSocket::readyRead, this, nullptr);
     }
     socket->flush();

@@ -24,7 +24,7 @@ struct ScriptedReply {
 
     QByteArray bytes;
     Ending ending = KeepOpen;
-    /// Ends the connection after so many bytes of a request's body instead of after all of it;
+    /// Ends the connection after this many bytes of a request's body instead of after all of it;
     /// -1 waits for the whole request.
     qint64 endAfterBodyBytes = -1;
 
@@ -54,7 +54,7 @@ public:
     int connectionCount() const { return connections; }
     int openConnectionCount() const { return openConnections; }
 
-    /// What came after the last whole request of each connection.
+    /// The bytes received after the last complete request of each connection.
     QByteArray strayBytes() const;
 
     /// Returns which scripted replies were not used and which requests were not scripted. Every

@@ -12,19 +12,25 @@ constexpr const char* xdgVariables[] = {
 } // namespace
 
 TemporaryHome::TemporaryHome()
-    : formerHome(qgetenv("HOME"))
 {
-    qputenv("HOME", QFile::encodeName(folder.path()));
+    const auto set = [this](const char* variable, const QString& value) {
+        formerVariables.insert(variable, qgetenv(variable));
+        qputenv(variable, QFile::encodeName(value));
+    };
+    set("HOME", folder.path());
     for (const char* variable : xdgVariables) {
-        qputenv(variable, QFile::encodeName(path(QString::fromLatin1(variable).toLower())));
+        set(variable, path(QString::fromLatin1(variable).toLower()));
     }
 }
 
 TemporaryHome::~TemporaryHome()
 {
-    qputenv("HOME", formerHome);
-    for (const char* variable : xdgVariables) {
-        qunsetenv(variable);
+    for (auto i = formerVariables.constBegin(); i != formerVariables.constEnd(); ++i) {
+        if (i->isNull()) {
+            qunsetenv(i.key().constData());
+        } else {
+            qputenv(i.key().constData(), *i);
+        }
     }
 }
 

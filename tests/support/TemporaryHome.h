@@ -1,11 +1,12 @@
 #pragma once
 
 #include <QByteArray>
+#include <QMap>
 #include <QTemporaryDir>
 
 /// A temporary home folder. While this object exists, every XDG folder of this process and of its
 /// children is inside it, so that they find no settings, data or applications of the user. Only one
-/// may exist at a time.
+/// may exist at a time. The destructor restores the former environment.
 class TemporaryHome {
 public:
     TemporaryHome();
@@ -27,5 +28,5 @@ public:
 
 private:
     QTemporaryDir folder;
-    QByteArray formerHome;
+    QMap<QByteArray, QByteArray> formerVariables; // null: the variable was not set
 };

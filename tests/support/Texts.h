@@ -5,10 +5,10 @@
 
 #include <initializer_list>
 
-/// QString::fromUtf8().
+/// Shorthand for QString::fromUtf8().
 QString text(const char* utf8);
 
-/// Returns `text` as UTF-16LE without a byte-order mark.
+/// Returns `text` as UTF-16LE without a byte order mark.
 QByteArray utf16le(const QString& text);
 
 /// Returns the bytes of a list file: `strings` as UTF-16LE with U+0001 between neighbours.

@@ -7,7 +7,7 @@
 
 /// A server in a separate thread that answers every request with a user id of the chosen length,
 /// for runs that the test kills. The id of length n is the first n letters of one random text, so
-/// that no wrong part of it looks right.
+/// that a truncated or shifted result is never mistaken for a correct one.
 class UuidServer {
 public:
     explicit UuidServer(int longest);

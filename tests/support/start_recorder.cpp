@@ -22,9 +22,9 @@ void writeDescriptors(FILE* record)
         char target[4096] = "";
         const std::string link = std::string("/proc/self/fd/") + entry->d_name;
         if (readlink(link.c_str(), target, sizeof target - 1) >= 0) {
-            const bool isWritable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDWR;
-            std::fprintf(
-                record, "fd %d=%s%s\n", descriptor, target, isWritable ? "" : " in one direction");
+            const bool isReadableAndWritable = (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDWR;
+            std::fprintf(record, "fd %d=%s%s\n", descriptor, target,
+                isReadableAndWritable ? "" : " in one direction");
         }
     }
     closedir(folder);
