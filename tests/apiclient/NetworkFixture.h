@@ -105,12 +105,13 @@ protected:
     QScopedPointer<ScriptedServer> server;
     QScopedPointer<QtNetworkClient> client;
 
-private:
+    /// The messages since setUp(). A test that expects some must clear them.
     static QStringList& messages()
     {
         static QStringList recorded;
         return recorded;
     }
 
+private:
     QtMessageHandler formerHandler = nullptr;
 };

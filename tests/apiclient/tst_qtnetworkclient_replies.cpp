@@ -2,6 +2,7 @@
 #include "tests/apiclient/NetworkFixture.h"
 #include "tests/support/Texts.h"
 
+#include <QLoggingCategory>
 #include <QtTest>
 
 #include <algorithm>
@@ -297,7 +298,12 @@ void tst_QtNetworkClientReplies::limitsTheReply()
     StreamingServer streaming(size, statesLength);
     QVERIFY(streaming.listen(QHostAddress::LocalHost));
     client->connect(text("127.0.0.1"), streaming.serverPort());
+    QLoggingCategory::setFilterRules(text("tessaron.http.debug=true"));
     const NetworkResponse response = client->post(text("/a"), "{}");
+    QLoggingCategory::setFilterRules({});
+    const QString trace = messages().value(1);
+    messages().clear();
+    QCOMPARE(trace.endsWith(text(" ms, The reply is larger than 512 MB")), !accepted);
     QCOMPARE(response.status, accepted ? 200 : 0);
     QCOMPARE(qint64(response.body.size()), accepted ? size : 0);
     QCOMPARE(client->lastError(),
