@@ -2,7 +2,7 @@
 
 /// Finds the desktop application and opens it hidden, without bringing it to the front. The build
 /// chooses the implementation: DesktopApplication_mac.cpp uses Launch Services,
-/// DesktopApplication_linux.cpp follows freedesktop.org's Desktop Entry specification. Both try the
+/// DesktopApplication_linux.cpp follows freedesktop.org's Desktop Entry standard. Both try the
 /// fixed installation path first and then the application's identity (bundle identifier or
 /// desktop-file id).
 ///

@@ -6,7 +6,7 @@
 
 #include <optional>
 
-/// freedesktop.org's Desktop Entry specification, limited to starting an application. Nothing here
+/// freedesktop.org's Desktop Entry standard, limited to starting an application. Nothing here
 /// starts a process.
 
 /// How a desktop entry starts its application.
