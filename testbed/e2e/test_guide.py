@@ -16,8 +16,8 @@ NOT_CLONED = shutil.ignore_patterns(".git", "build*", "node_modules", "__pycache
 
 
 def commands():
-    """Pairs of a command and the lines that it prints. A block without prompts is one command; for
-    what it prints the guide shows nothing, so it is None."""
+    """Pairs of a command and the lines that it prints. A block without prompts is one command
+    whose output the guide does not show; its lines are None."""
     pairs = []
     blocks = re.findall(r"^( *)```(\w+)\n(.*?)^ *```", GUIDE.read_text(), re.DOTALL | re.MULTILINE)
     for indentation, language, block in blocks:
