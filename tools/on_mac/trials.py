@@ -146,7 +146,7 @@ def launched(mac):
 
 
 def stop_stand_in(port):
-    """Ends the process that answers on the port, if it is the stand-in."""
+    """Ends the process that answers on the port, if it is the stand-in, and waits until the port is free."""
     try:
         with urllib.request.urlopen(f"http://127.0.0.1:{port}/tessaronDesktopInfo") as reply:
             process_id = int(json.load(reply)["processId"])
@@ -154,6 +154,9 @@ def stop_stand_in(port):
         return
     if process_id > 0 and f"--port {port}" in run("ps", "-o", "command=", "-p", process_id):
         os.kill(process_id, signal.SIGTERM)
+        deadline = time.monotonic() + 10
+        while not is_free(port) and time.monotonic() < deadline:
+            time.sleep(0.05)
 
 
 def container(mac):
