@@ -64,7 +64,7 @@ protected:
         replaceClient();
     }
 
-    /// A client without the connections of the former one.
+    /// Replaces the client with one that has no open connections.
     void replaceClient()
     {
         client.reset(new QtNetworkClient);
@@ -75,7 +75,7 @@ protected:
     /// nothing; otherwise what was wrong.
     QString tearDown()
     {
-        // Ends the manager's thread, so that whatever it sent has arrived.
+        // Ends the network thread. Everything that it sent has then arrived.
         client.reset();
         QCoreApplication::processEvents();
         qInstallMessageHandler(formerHandler);
@@ -90,7 +90,7 @@ protected:
         return (problems << server->problem()).join(QLatin1Char(' ')).trimmed();
     }
 
-    /// Bytes of every value, without a short period.
+    /// Returns `size` bytes of all values, without a sequence that repeats soon.
     static QByteArray pattern(int size)
     {
         QByteArray bytes(size, Qt::Uninitialized);

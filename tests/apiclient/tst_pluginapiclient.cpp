@@ -108,7 +108,7 @@ void tst_PluginApiClient::takesTransportErrorOfLastRequest()
     const QString notFound = client.lastError();
     QVERIFY2(notFound.contains(text("/missing")), qPrintable(notFound));
 
-    // The text that Qt's reply has without an error.
+    // Qt's error text for a reply without an error.
     server->expect("POST", "/a", ScriptedReply::json("", 201));
     QCOMPARE(client.postRequest(text("/a"), {}, &result), 201);
     QCOMPARE(client.lastError(), text("Unknown error"));

@@ -64,7 +64,8 @@ QVariantMap formerResult()
 
 } // namespace
 
-// Maps to the transport as JSON, its replies back as maps, and the last error.
+// PluginApiClient with a fake transport: it sends maps as JSON, returns replies as maps, and keeps
+// the last error.
 class tst_PluginApiClientTransport : public QObject {
     Q_OBJECT
 

@@ -10,7 +10,7 @@
 
 #include <limits>
 
-// The transport and its requests, as the server receives them.
+// The transport: its requests as the server receives them, and its last error.
 class tst_QtNetworkClient : public QObject, private NetworkFixture {
     Q_OBJECT
 
@@ -304,7 +304,7 @@ void tst_QtNetworkClient::reportsErrorOfLastRequest()
     const QString notFound = client->lastError();
     QVERIFY2(notFound.contains(text("/missing")), qPrintable(notFound));
 
-    // The text that Qt's reply has without an error.
+    // Qt's error text for a reply without an error.
     server->expect("GET", "/a", ScriptedReply::json("{}"));
     QCOMPARE(client->get(text("/a")).status, 200);
     QCOMPARE(client->lastError(), text("Unknown error"));

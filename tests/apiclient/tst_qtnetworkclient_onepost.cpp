@@ -167,8 +167,9 @@ void tst_QtNetworkClientOnePost::worksAfterFailure()
 
 void tst_QtNetworkClientOnePost::postsAfterConnectionWasClosed()
 {
-    // The server closes a connection that the reply did not end. A POST sent on it would be lost,
-    // because it is not repeated. In some rounds Qt notices the closed connection in time.
+    // The server closes the connection without announcing it in the reply. A POST sent on that
+    // connection would be lost, because it is not repeated. In some rounds Qt notices the closed
+    // connection in time.
     for (int i = 0; i < 40; ++i) {
         server->expect("GET", "/a", {ScriptedReply::json("{}").bytes, ScriptedReply::Close});
         server->expect("POST", "/b", ScriptedReply::json("{}"));

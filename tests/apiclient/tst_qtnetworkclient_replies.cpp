@@ -184,7 +184,7 @@ void tst_QtNetworkClientReplies::returnsBody()
     const ScriptedReply reply{bytes, closes ? ScriptedReply::Close : ScriptedReply::KeepOpen};
     QList<QByteArray> requestBodies{"{}"};
     if (!closes) {
-        // Only then: Qt may repeat a GET if the connection closes after the reply.
+        // Qt may repeat a GET if the connection closes after the reply.
         requestBodies.prepend(QByteArray());
     }
     for (const QByteArray& sent : qAsConst(requestBodies)) {

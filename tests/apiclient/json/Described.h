@@ -6,8 +6,8 @@
 
 #include <cmath>
 
-/// Describes `value` with all that the comparison of QVariants ignores: the type of each number,
-/// the sign of a zero, every code unit of a text. Equal descriptions mean equal values.
+/// Describes `value`, including what the comparison of QVariants ignores: the type of each number,
+/// the sign of a zero and every code unit of a text. Equal descriptions mean equal values.
 inline QByteArray described(const QVariant& value);
 
 inline QByteArray described(const QString& text)

@@ -15,14 +15,15 @@ inline QVariant parseExactly(const QByteArray& json)
     return JsonUtils::parse(QByteArray::fromRawData(copy.get(), json.size()));
 }
 
-/// The text in UTF-16. QString::fromUtf8 would drop a leading U+FEFF, hence the letter before it.
+/// Returns `json` in UTF-16. QString::fromUtf8 drops a U+FEFF only at the start of its input, so a
+/// letter is put before the text and removed again.
 inline QString inUtf16(const QByteArray& json)
 {
     const QByteArray afterLetter = 'x' + json;
     return QString::fromUtf8(afterLetter.constData(), afterLetter.size()).mid(1);
 }
 
-/// The description of the value that both forms of the text give; of both values if they differ.
+/// Parses `json` in UTF-8 and in UTF-16. Describes the value, or both values if they differ.
 inline QByteArray describedFromBothForms(const QByteArray& json)
 {
     const QByteArray fromUtf8 = described(parseExactly(json));
