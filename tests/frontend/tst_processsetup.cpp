@@ -103,7 +103,7 @@ void tst_ProcessSetup::printsLine()
     const QByteArray answer = inChildProcess([&]() -> QByteArray {
         dup2(open(QFile::encodeName(path).constData(), O_WRONLY), STDOUT_FILENO);
         printLine(text.constData());
-        // Before this process ends: what is printed must have been flushed.
+        // Read before this process ends, so that the line must have been flushed.
         return bytesOf(path);
     });
     QCOMPARE(answer, text + '\n');

@@ -12,8 +12,8 @@
 int waitForApplication();
 
 /// Base of the tests of openDesktopApplication() on Linux. In place of the application they start
-/// START_RECORDER, which records its arguments, environment and open files. Every test fails if it
-/// leaves a process.
+/// START_RECORDER, which records its arguments, environment and open files. A test fails if it
+/// leaves a child process.
 class ApplicationStartTest : public QObject {
     Q_OBJECT
 

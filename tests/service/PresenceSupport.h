@@ -28,7 +28,7 @@ public:
         : processId(fork())
     {
         if (processId == 0) {
-            // A test that is aborted must not leave it.
+            // The process must not outlive a test that is aborted.
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             for (;;) {
                 pause();

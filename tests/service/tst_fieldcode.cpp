@@ -190,7 +190,7 @@ void tst_FieldCode::readsWhatItWrote()
     const QString fieldCode = clusterToFieldCode({{QStringLiteral("citationCluster"), cluster}});
     const QVariantMap back = jsonFromFieldCode(fieldCode);
     QCOMPARE(back, cluster);
-    // QVariant calls 2 and 2.0 equal.
+    // QVariant compares 2 and 2.0 as equal.
     QCOMPARE(back.first().userType(), cluster.first().userType());
 }
 

@@ -35,7 +35,7 @@ void tst_PluginComServer_Presence::readsTheProcessId_data()
     row("true", "true", 1);
     row("largest int", "2147483647", 2147483647);
     row("negative", "-5", -5);
-    // The low 32 bits count, as a signed number.
+    // Only the low 32 bits are used, as a signed number.
     row("2^31", "2147483648", -2147483647 - 1);
     row("2^32 + 5", "4294967301", 5);
     QTest::newRow("2^32") << QByteArray("4294967296") << 0 << true;

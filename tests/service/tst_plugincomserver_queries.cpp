@@ -49,7 +49,7 @@ private Q_SLOTS:
     void listsStylesIntoOneListGivenTwice();
 };
 
-// One text
+// Queries that return one text
 
 void tst_PluginComServer_Queries::returnsTheTextOfTheReply_data()
 {

@@ -32,6 +32,6 @@ struct LaunchServices {
 /// The state that the functions use. Reset it before each test.
 extern LaunchServices launchServices;
 
-/// The value of every byte of the FSRef, by the function that found the application.
+/// The byte that the stand-in repeats in the FSRef of an application found by path or identifier.
 constexpr UInt8 foundByPath = 0x11;
 constexpr UInt8 foundById = 0x22;
