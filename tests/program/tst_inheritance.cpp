@@ -90,7 +90,7 @@ void tst_Inheritance::startsApplicationWithCleanState()
     QCOMPARE(application.recordedSignals("SigBlk:"), quint64(0));
     QByteArrayList files = application.recorded("fd ");
     std::sort(files.begin(), files.end());
-    // The recorder adds to a stream that it cannot both read and write.
+    // The recorder would mark a stream that is not open for both reading and writing.
     QCOMPARE(files, (QByteArrayList{"0=/dev/null", "1=/dev/null", "2=/dev/null"}));
     QCOMPARE(application.recorded("session "), application.recorded("pid "));
 }

@@ -36,8 +36,8 @@ bool continueToSystemCall(pid_t process)
 
 } // namespace
 
-/// The program is killed before and after every system call of its main thread, from the first one
-/// that creates the results' side file to its end. Random kills seldom come at these moments.
+/// The program is killed before and after every system call of its main thread, from the creation
+/// of the results' side file to the end of the run. Random kills rarely hit these moments.
 class tst_KillPoints : public QObject {
     Q_OBJECT
 

@@ -8,8 +8,8 @@
 
 #include <unistd.h>
 
-/// The results file or the ready file cannot be written or replaced: what the program prints, and
-/// what the macro finds. tst_argsfile_failures has the causes.
+/// What the program prints and what the macro finds if the results file or the ready file cannot be
+/// written or replaced. tst_argsfile_failures tests all the causes.
 class tst_Obstacles : public QObject {
     Q_OBJECT
 
@@ -91,7 +91,7 @@ void tst_Obstacles::keepsFolderInPlaceOfFile()
 
 void tst_Obstacles::keepsOldFilesAtFileSizeLimit_data()
 {
-    QTest::addColumn<QByteArray>("command"); // "hasManualEdit" has 10 bytes of results, "none" 0
+    QTest::addColumn<QByteArray>("command"); // "none" is unknown and has no results
     QTest::addColumn<int>("limit");
     QTest::addColumn<QByteArray>("results");
     QTest::addColumn<QByteArray>("ready");

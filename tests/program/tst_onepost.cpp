@@ -9,6 +9,7 @@
 
 namespace {
 
+/// A command, and its results for each outcome.
 struct Command {
     const char* name;
     QStringList arguments;
@@ -41,7 +42,7 @@ QList<Command> commands()
         {"undoManualFormat", {code}, {code}, null, second, {}}};
 }
 
-/// Waits until everything sent has arrived. Returns whether that is one POST or none.
+/// Waits until everything sent has arrived. Returns whether the server received at most one POST.
 bool hasOnePostAtMost(const RawServer& server)
 {
     QCoreApplication::processEvents();
@@ -54,8 +55,8 @@ bool hasOnePostAtMost(const RawServer& server)
 Q_DECLARE_METATYPE(MisbehaviourCase)
 Q_DECLARE_METATYPE(Command)
 
-/// The application receives a POST once or not at all: each one is a dialog or a merge for the
-/// user.
+/// The application receives a POST at most once: a second one could open a dialog again or merge
+/// citations again.
 class tst_OnePost : public QObject {
     Q_OBJECT
 
@@ -75,7 +76,7 @@ void tst_OnePost::sendsEachCommandOnce_data()
 {
     QTest::addColumn<Command>("command");
     QTest::addColumn<MisbehaviourCase>("row");
-    // All commands use one transport, so one of them meets every case.
+    // All commands use the same transport, so only one of them is tested with every case.
     const QByteArray commandOfAllCases = "checkManualFormatAndGetFieldCode";
     const QByteArrayList representativeCases{"closed after the request", "reset inside the body",
         "closed inside the body", "503 Retry-After: 0"};

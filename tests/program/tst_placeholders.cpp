@@ -69,7 +69,7 @@ QList<Place> places()
 
 Q_DECLARE_METATYPE(Place)
 
-/// The inserted string holds everything that Qt or C would replace when it formats a message.
+/// A string of all the placeholders that Qt or C replaces in a message passes through unchanged.
 class tst_Placeholders : public QObject {
     Q_OBJECT
 

@@ -58,15 +58,17 @@ private:
     ScriptedServer server;
 };
 
-/// A start whose thread start number `threadStart` fails, and which is killed after five seconds.
+/// Starts a bridge in which thread start number `threadStart` fails. It is killed after five
+/// seconds.
 BridgeStart tst_ThreadStarts::failing(int threadStart)
 {
-    BridgeStart start = BridgeStart::withVariables({{text("LD_PRELOAD"),
-                                                        text(FAILING_THREAD_START)},
-        {text("FAIL_THREAD_START"), QString::number(threadStart)},
-        {text("FAILED_THREAD_START_REPORT"), reportPath()},
-        // The address sanitizer wants to be preloaded itself. Qt leaks what waits for the thread.
-        {text("ASAN_OPTIONS"), text("verify_asan_link_order=0:detect_leaks=0")}});
+    BridgeStart start =
+        BridgeStart::withVariables({{text("LD_PRELOAD"), text(FAILING_THREAD_START)},
+            {text("FAIL_THREAD_START"), QString::number(threadStart)},
+            {text("FAILED_THREAD_START_REPORT"), reportPath()},
+            // The address sanitizer would refuse to start after another preloaded library. Qt leaks
+            // the objects that wait for the thread.
+            {text("ASAN_OPTIONS"), text("verify_asan_link_order=0:detect_leaks=0")}});
     start.longestRunMs = 5000;
     return start;
 }

@@ -5,8 +5,8 @@
 #include <QStringList>
 
 /// One batch of random citations: the command's arguments, the expected request and the expected
-/// results. These tests use a scripted application. It replies with the clusters that it should
-/// have received, each written in another form, so every value passes through the program twice.
+/// results. The scripted application replies with the clusters that it should have received, each
+/// written in another form, so every value passes through the program twice.
 struct Batch {
     QString style;
     QString bibliography;

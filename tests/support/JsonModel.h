@@ -7,8 +7,8 @@
 #include <variant>
 #include <vector>
 
-/// JSON values with their own reader and writer. Tests compare with them what the program reads and
-/// writes. They use neither the code under test nor Qt's JSON, which does not keep every value.
+/// A JSON value, with a reader and a writer that share no code with the program. Tests use it to
+/// check what the program reads and writes. Qt's JSON classes would not keep every value.
 struct JsonValue {
     using List = std::vector<JsonValue>;
     using Object = std::map<QString, JsonValue>;
@@ -38,8 +38,8 @@ enum class Encoding {
     Utf8 ///< an unpaired surrogate has to be escaped
 };
 
-/// Writes `value` in a random one of the forms that JSON allows: whitespace, escape sequences, the
-/// case of hexadecimal digits, exponents. Always escapes U+0001, which separates a file's strings.
+/// Writes `value` as JSON with random whitespace, escape sequences, case of hexadecimal digits and
+/// exponents. Always escapes U+0001, which separates the strings of a list file.
 QString writeRandomForm(const JsonValue& value, Generator* generator, Encoding encoding);
 
 /// Reads a JSON text. Sets `*ok` to false if it is malformed or followed by more.

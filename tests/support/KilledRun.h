@@ -14,7 +14,8 @@ struct ExchangeState {
     QByteArray newReady;
 };
 
-/// Returns a description if no point of a run could leave these files, otherwise an empty array.
+/// Checks that a run killed at some point can have left the files in `folder`. Returns what is
+/// wrong, or an empty array.
 QByteArray problemAfterKill(const ExchangeFolder& folder, const ExchangeState& state);
 
 /// Writes the old files of `state` into `folder`, and removes those that `state` lacks.

@@ -5,7 +5,7 @@
 #include <random>
 
 /// The duration and the random numbers of a long test. BRIDGE_TEST_FULL=1 in the environment asks
-/// for all rounds, BRIDGE_TEST_SEED=<number> repeats the random numbers of an earlier run.
+/// for all rounds. BRIDGE_TEST_SEED=<number> repeats the random numbers of an earlier run.
 
 /// Returns `full` with BRIDGE_TEST_FULL=1 and otherwise `ordinary`.
 inline int rounds(int ordinary, int full)

@@ -44,7 +44,7 @@ public:
 
     quint16 port() const { return server.serverPort(); }
 
-    /// Listens on `port` instead. Returns false, and listens nowhere, if the port is in use.
+    /// Listens on `port` instead. If the port is in use, returns false and no longer listens.
     bool listenOn(quint16 port);
 
     /// Scripts the reply to the next request, which must be `method` `path`.

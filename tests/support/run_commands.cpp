@@ -4,9 +4,9 @@
 
 #include <QCoreApplication>
 
-/// Runs the commands that it is given, each without arguments, one after another in one process.
-/// Sets the process up as the bridge does. Prints one line for each command: its results with "|"
-/// between neighbours.
+/// Runs the commands named on the command line one after another in one process, each without
+/// arguments. Sets the process up as the bridge does. Prints one line for each command: its
+/// results, separated by "|".
 int main(int argc, char* argv[])
 {
     const QByteArray formerLocale = startProcessSetup();

@@ -45,8 +45,8 @@ void writeSignals(FILE* record)
 } // namespace
 
 /// Stands in for the desktop application: writes how it was started into a file, which appears when
-/// it is complete. The environment variable RECORD names the file, otherwise the first argument.
-/// With "stay" as the second argument it then waits to be killed.
+/// it is complete. The environment variable RECORD names the file. If RECORD is not set, the first
+/// argument names it. With "stay" as the second argument, the program then waits to be killed.
 int main(int argc, char** argv)
 {
     const char* const named = std::getenv("RECORD");
