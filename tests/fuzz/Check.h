@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Runs one input. Each fuzz target defines it. libFuzzer calls it for each input, and without
-/// libFuzzer replay.cpp calls it for each file of a corpus.
+/// Runs one input. Each fuzz target defines this function. libFuzzer calls it for each input;
+/// without libFuzzer, replay.cpp calls it for each file of a corpus.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 /// Aborts the program unless `holds`, so that the fuzzer saves the input.

@@ -11,8 +11,8 @@ namespace {
 
 constexpr int pieceUnits = 256 * 1024;
 
-/// No padding below 240, because it costs time; from 240 some units fewer or more than one piece;
-/// for 255 two pieces.
+/// Returns no padding for a choice below 240, because padding costs time. From 240 on, returns a
+/// few units fewer or more than one piece; for 255, two pieces.
 QByteArray padding(uint8_t choice)
 {
     if (choice < 240) {

@@ -48,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     const int status = statuses[data[0] % std::size(statuses)];
-    // Not copied, so that the sanitizer reports a read past the end.
+    // Not copied, so that the address sanitizer reports a read past the end.
     const QByteArray body =
         QByteArray::fromRawData(reinterpret_cast<const char*>(data) + 1, int(size) - 1);
 

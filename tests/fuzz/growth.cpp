@@ -1,6 +1,6 @@
-// Shows that time and memory grow linearly with hostile input: feeds long runs of what a reader
-// could be slow at to each reader, in three sizes, and prints a table. Fails if a result is wrong,
-// or if time or memory grows like the square of the input. growth [LARGEST_MB] (100).
+// growth [LARGEST_MB] (default 100): measures whether time and memory grow linearly with hostile
+// input. Gives each reader long repetitive inputs in three sizes and prints a table. Fails if a
+// result is wrong, or if time or memory grows like the square of the input.
 
 #include "apiclient/PluginApiClient.h"
 #include "frontend/ArgsFile.h"
@@ -21,18 +21,18 @@
 
 namespace {
 
-/// What JSON text must be read as.
+/// What reading an input must give.
 enum class Expected {
     Malformed,
     Number, ///< "a" is `number`
     Elements, ///< "a" is a list of 0 and one element for each unit
     Text, ///< "a" is one `unitText` for each unit
-    Keys, ///< a key for each unit, and the one in `head`
-    OneKey, ///< all units are one key, beside the one in `head`
+    Keys, ///< the key in `head`, and a different key for each unit
+    OneKey, ///< the key in `head`, and one key that all units repeat
 };
 
-/// A text of `head`, many times `unit`, and `tail`. "#" in `unit` stands for a number of ten digits
-/// that counts up, "@" for one that counts down.
+/// A text of `head`, many repetitions of `unit`, and `tail`. "#" in `unit` stands for a number of
+/// ten digits that counts up, "@" for one that counts down.
 struct Pattern {
     const char* name;
     const char* head;
@@ -156,7 +156,7 @@ Measured measuredSince(double startMilliseconds)
     return {false, usedMilliseconds() - startMilliseconds, peakMegabytes()};
 }
 
-/// A failed reply. No input has the key "error", so the error is the whole text.
+/// Reads a failed reply. No input has the key "error", so the error is the whole text.
 Measured readReply(const Input& input)
 {
     int argumentCount = 1;
@@ -172,7 +172,7 @@ Measured readReply(const Input& input)
     return result;
 }
 
-/// The cluster is also written again.
+/// Reads a field code and writes its cluster again.
 Measured readFieldCode(const Input& input)
 {
     const QString fieldCode = QString::fromUtf8(input.text);
@@ -186,7 +186,7 @@ Measured readFieldCode(const Input& input)
     return result;
 }
 
-/// The text in UTF-16, so that the file has twice the size. The list is also written again.
+/// Reads an argument file and writes its list again. The file is in UTF-16, twice the input's size.
 Measured readArgumentFile(const Input& input)
 {
     const QTemporaryDir folder;
@@ -233,7 +233,7 @@ bool measure(const Reader& reader, const Pattern& pattern, int size, Measured* r
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// The fastest of three. Some runs are slower because they wait for memory.
+/// Returns the fastest of three runs. Some runs are slower because they wait for memory.
 bool measureThrice(const Reader& reader, const Pattern& pattern, int size, Measured* fastest)
 {
     for (int run = 0; run < 3; ++run) {
