@@ -1,6 +1,7 @@
 #include "tests/support/Texts.h"
 
 #include <QJsonDocument>
+#include <QVector>
 
 QString text(const char* utf8)
 {
@@ -37,6 +38,17 @@ QString textOfUnits(std::initializer_list<ushort> units)
         text.append(QChar(unit));
     }
     return text;
+}
+
+QString everyCharacterFrom(uint first)
+{
+    QVector<uint> characters;
+    for (uint character = first; character <= 0x10FFFF; ++character) {
+        if (!QChar::isSurrogate(character) && character != '"' && character != '\\') {
+            characters.append(character);
+        }
+    }
+    return QString::fromUcs4(characters.constData(), characters.size());
 }
 
 QByteArray compactJson(const QByteArray& json)

@@ -6,7 +6,7 @@
 
 #include <limits>
 
-// JsonUtils::parse and parseText: well-formed text and the value that it gives.
+// JsonUtils::parse and parseText: the values of well-formed texts, UTF-16, and the nesting limit.
 class tst_JsonReader : public QObject {
     Q_OBJECT
 
@@ -22,7 +22,7 @@ private Q_SLOTS:
     void limitsNesting();
     void readsSpecialUnitsAtEveryPlace_data();
     void readsSpecialUnitsAtEveryPlace();
-    void keepsSimilarTextsApart();
+    void distinguishesSimilarTexts();
 };
 
 namespace {
@@ -190,13 +190,7 @@ void tst_JsonReader::readsNumber()
 
 void tst_JsonReader::readsEveryCharacter()
 {
-    QVector<uint> characters;
-    for (uint character = 0; character <= 0x10FFFF; ++character) {
-        if (!QChar::isSurrogate(character) && character != '"' && character != '\\') {
-            characters.append(character);
-        }
-    }
-    const QString all = QString::fromUcs4(characters.constData(), characters.size());
+    const QString all = everyCharacterFrom(0);
     // QVERIFY, because the texts are too long to print.
     QVERIFY(JsonUtils::parse('"' + all.toUtf8() + '"') == QVariant(all));
     QVERIFY(JsonUtils::parseText(QLatin1Char('"') + all + QLatin1Char('"')) == QVariant(all));
@@ -353,7 +347,7 @@ void tst_JsonReader::readsSpecialUnitsAtEveryPlace()
     }
 }
 
-void tst_JsonReader::keepsSimilarTextsApart()
+void tst_JsonReader::distinguishesSimilarTexts()
 {
     // Equal short texts share their memory. These texts differ only in one letter or in their
     // length, and occur more than once, as keys and as values, with and without non-ASCII

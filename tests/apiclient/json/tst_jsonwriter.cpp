@@ -31,8 +31,8 @@ class tst_JsonWriter : public QObject {
 private Q_SLOTS:
     void writesEveryType_data();
     void writesEveryType();
-    void writesNullWithoutJsonForm_data();
-    void writesNullWithoutJsonForm();
+    void writesNullForValueWithoutJsonForm_data();
+    void writesNullForValueWithoutJsonForm();
     void keepsDoubles_data();
     void keepsDoubles();
     void keepsRandomDoubles();
@@ -53,8 +53,8 @@ template <typename Integer> QVariant limit(bool highest)
         highest ? std::numeric_limits<Integer>::max() : std::numeric_limits<Integer>::min());
 }
 
-/// The double that `json` stands for. NaN if it is not a JSON number or would be read as an
-/// integer.
+/// Returns the double that `json` represents. Returns NaN if it is not a JSON number or would be
+/// read as an integer.
 double asDouble(const QByteArray& json)
 {
     static const QRegularExpression jsonNumber(
@@ -149,7 +149,7 @@ void tst_JsonWriter::writesEveryType()
     QCOMPARE(JsonUtils::serialize(QVariantMap{{text("k"), value}}), "{\"k\":" + expected + '}');
 }
 
-void tst_JsonWriter::writesNullWithoutJsonForm_data()
+void tst_JsonWriter::writesNullForValueWithoutJsonForm_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::newRow("invalid") << QVariant();
@@ -165,7 +165,7 @@ void tst_JsonWriter::writesNullWithoutJsonForm_data()
     QTest::newRow("object pointer") << QVariant::fromValue<QObject*>(this);
 }
 
-void tst_JsonWriter::writesNullWithoutJsonForm()
+void tst_JsonWriter::writesNullForValueWithoutJsonForm()
 {
     QFETCH(QVariant, value);
     QCOMPARE(JsonUtils::serialize(value), QByteArray("null"));
@@ -242,13 +242,7 @@ void tst_JsonWriter::keepsRandomDoubles()
 
 void tst_JsonWriter::writesEveryCharacter()
 {
-    QVector<uint> characters;
-    for (uint character = 0x20; character <= 0x10FFFF; ++character) {
-        if (!QChar::isSurrogate(character) && character != '"' && character != '\\') {
-            characters.append(character);
-        }
-    }
-    const QString all = QString::fromUcs4(characters.constData(), characters.size());
+    const QString all = everyCharacterFrom(0x20);
     // QVERIFY, because the texts are too long to print.
     QVERIFY(JsonUtils::serialize(all) == '"' + all.toUtf8() + '"');
     QVERIFY(JsonUtils::serializeToText(all) == QLatin1Char('"') + all + QLatin1Char('"'));
