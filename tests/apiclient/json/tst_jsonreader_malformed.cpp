@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-// JsonUtils::parse and parseText: malformed text.
+// JsonUtils::parse and parseText: malformed texts.
 class tst_JsonReaderMalformed : public QObject {
     Q_OBJECT
 
@@ -18,7 +18,7 @@ private Q_SLOTS:
     void acceptsOnlyWellFormedUtf8_data();
     void acceptsOnlyWellFormedUtf8();
     void rejectsTextTruncatedAtEveryUnit();
-    void readsBothFormsAlikeWithEveryByteReplaced();
+    void readsUtf8AndUtf16AlikeWithEveryByteReplaced();
     void rejectsBadUnitsAtEveryPlace_data();
     void rejectsBadUnitsAtEveryPlace();
     void distinguishesEmptyInputFromNull();
@@ -26,13 +26,14 @@ private Q_SLOTS:
 
 namespace {
 
-/// A text with every construct of JSON, whitespace included.
+/// A text with every construct of JSON, including whitespace.
 const char* const richJson =
     " {\"a\" : [ null,true , false, -0, 12, -1.5e+10, 2E-3, 18446744073709551615 ],\r\n"
     "\t\"b\\n\\u00e9\\uD83D\\uDE00\": {\"\": \"\\\"\\\\\\/\\b\\f\\n\\r\\t\", \"x\": {} },"
     " \"\u00E9\u20AC\U0001D11E\": [[], [{}], \"sixteen letters and more, quite plain\"] }";
 
-/// Table 3-7 of the Unicode standard: the ranges of the bytes of well-formed UTF-8.
+/// Whether `bytes` are one character of well-formed UTF-8. The byte ranges are those of table 3-7
+/// of the Unicode standard.
 bool isWellFormedCharacter(const QByteArray& bytes)
 {
     struct Form {
@@ -127,8 +128,8 @@ void tst_JsonReaderMalformed::rejectsMalformedText()
 {
     QFETCH(QByteArray, json);
     QCOMPARE(describedFromBothForms(json), QByteArray("invalid"));
-    // It is as malformed inside an array.
-    QCOMPARE(describedFromBothForms('[' + json + "\x01]"), QByteArray("invalid"));
+    // The text is malformed inside an array, too.
+    QCOMPARE(describedFromBothForms("[1," + json + ']'), QByteArray("invalid"));
 }
 
 void tst_JsonReaderMalformed::rejectsMalformedUtf8_data()
@@ -213,7 +214,7 @@ void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8()
 {
     QFETCH(int, length);
     QFETCH(QByteArray, bytesToTry);
-    // Sequences that start with a byte from 0x80 on.
+    // Tries every sequence of `length` bytes whose first byte is at least 0x80.
     QVector<int> digits(length, 0);
     int wellFormed = 0;
     for (;;) {
@@ -223,16 +224,17 @@ void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8()
         }
         if (uchar(bytes.at(0)) >= 0x80) {
             const QVariant read = JsonUtils::parse('"' + bytes + '"');
-            // Skips those that start with a shorter character: it has its own row.
-            const bool one = isWellFormedCharacter(bytes);
-            bool several = false;
+            const bool isCharacter = isWellFormedCharacter(bytes);
+            // Skips sequences that start with a shorter character. Another row tests that one.
+            bool startsWithShorter = false;
             for (int cut = 1; cut < length; ++cut) {
-                several = several || isWellFormedCharacter(bytes.left(cut));
+                startsWithShorter = startsWithShorter || isWellFormedCharacter(bytes.left(cut));
             }
-            if (!several) {
-                wellFormed += one ? 1 : 0;
-                QVERIFY2(read.isValid() == one, bytes.toHex().constData());
-                QVERIFY2(!one || read.toString().toUtf8() == bytes, bytes.toHex().constData());
+            if (!startsWithShorter) {
+                wellFormed += isCharacter ? 1 : 0;
+                QVERIFY2(read.isValid() == isCharacter, bytes.toHex().constData());
+                QVERIFY2(
+                    !isCharacter || read.toString().toUtf8() == bytes, bytes.toHex().constData());
             }
         }
         int place = length - 1;
@@ -261,9 +263,9 @@ void tst_JsonReaderMalformed::rejectsTextTruncatedAtEveryUnit()
     }
 }
 
-void tst_JsonReaderMalformed::readsBothFormsAlikeWithEveryByteReplaced()
+void tst_JsonReaderMalformed::readsUtf8AndUtf16AlikeWithEveryByteReplaced()
 {
-    // With one byte changed, both forms still give the same, and neither is read past its end.
+    // With one byte changed, UTF-8 and UTF-16 still give the same value.
     const QByteArray whole(richJson);
     int malformed = 0;
     for (int place = 0; place < whole.size(); ++place) {
