@@ -7,8 +7,8 @@
 
 #include <limits>
 
-// Reading and writing together, which must keep every value, and getValueAtPath(). The tests of
-// reading alone and writing alone are in tst_jsonreader*.cpp and tst_jsonwriter.cpp.
+// A value stays the same when it is written and read again. Also tests getValueAtPath(). The tests
+// of reading alone and of writing alone are in tst_jsonreader*.cpp and tst_jsonwriter.cpp.
 class tst_JsonUtils : public QObject {
     Q_OBJECT
 
@@ -16,7 +16,7 @@ private Q_SLOTS:
     void keepsValue_data();
     void keepsValue();
     void keepsRandomTexts();
-    void keepsADeepValue();
+    void keepsDeepValue();
     void findsValueAtPath_data();
     void findsValueAtPath();
 };
@@ -92,7 +92,7 @@ void tst_JsonUtils::keepsRandomTexts()
     }
 }
 
-void tst_JsonUtils::keepsADeepValue()
+void tst_JsonUtils::keepsDeepValue()
 {
     QVariant deep = 1LL;
     for (int i = 0; i < 512; ++i) {
