@@ -2,11 +2,11 @@
 
 #include "service/PluginComServer.h"
 
+#include "tests/support/ClosedPort.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 
 #include <QMetaType>
-#include <QTcpSocket>
 
 #include <memory>
 
@@ -45,6 +45,5 @@ private Q_SLOTS:
     void cleanup();
 
 private:
-    // Bound but not listening, so its port refuses connections and no other program can take it.
-    QTcpSocket refusing;
+    const ClosedPort closedPort;
 };
