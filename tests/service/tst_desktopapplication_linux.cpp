@@ -157,7 +157,7 @@ void tst_DesktopApplication_Linux::prefersTheFixedPath()
 void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails_data()
 {
     QTest::addColumn<bool>("executable");
-    QTest::addColumn<int>("number");
+    QTest::addColumn<int>("errorNumber");
     QTest::newRow("not executable") << false << EACCES;
     QTest::newRow("not a program") << true << ENOEXEC;
 }
@@ -165,7 +165,7 @@ void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails_data()
 void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails()
 {
     QFETCH(bool, executable);
-    QFETCH(int, number);
+    QFETCH(int, errorNumber);
     if (!hasPrivateOpt) {
         QSKIP("cannot create a mount namespace here");
     }
@@ -174,7 +174,7 @@ void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails()
     QVERIFY(QFile::setPermissions(fixedPath,
         executable ? QFile::ReadOwner | QFile::ExeOwner : QFile::Permissions(QFile::ReadOwner)));
     install("Exec=\"" START_RECORDER "\"");
-    QCOMPARE(openDesktopApplication(), number);
+    QCOMPARE(openDesktopApplication(), errorNumber);
 }
 
 void tst_DesktopApplication_Linux::ignoresADanglingLinkAtTheFixedPath()

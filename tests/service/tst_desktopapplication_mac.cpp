@@ -13,7 +13,7 @@ const QByteArray findByPath = "FSPathMakeRef";
 const QByteArray findById = "LSFindApplicationForInfo";
 const QByteArray open = "LSOpenApplication";
 
-/// Whether the application that was opened is the one that the stand-in filled in as `found`.
+/// Whether the opened application is the one whose FSRef the stand-in filled with `found`.
 bool hasOpened(UInt8 found)
 {
     const auto& bytes = launchServices.application.hidden;
@@ -82,7 +82,7 @@ void tst_DesktopApplication_Mac::returnsTheStatusOfTheFailedCall_data()
     QTest::addColumn<int>("pathStatus");
     QTest::addColumn<int>("findStatus");
     QTest::addColumn<int>("openStatus");
-    QTest::addColumn<int>("number");
+    QTest::addColumn<int>("expected");
     QTest::addColumn<QByteArrayList>("calls");
 
     const QByteArrayList openedByPath{findByPath, open};
@@ -102,12 +102,12 @@ void tst_DesktopApplication_Mac::returnsTheStatusOfTheFailedCall()
     QFETCH(int, pathStatus);
     QFETCH(int, findStatus);
     QFETCH(int, openStatus);
-    QFETCH(int, number);
+    QFETCH(int, expected);
     QFETCH(QByteArrayList, calls);
     launchServices.pathStatus = pathStatus;
     launchServices.findStatus = findStatus;
     launchServices.openStatus = openStatus;
-    QCOMPARE(openDesktopApplication(), number);
+    QCOMPARE(openDesktopApplication(), expected);
     QCOMPARE(launchServices.calls, calls);
 }
 

@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// What the started application gets, and the number that a failed start returns.
+/// What the started application receives, and the errno that a failed start returns.
 class tst_DesktopApplication_Start : public ApplicationStartTest {
     Q_OBJECT
 
@@ -154,9 +154,9 @@ void tst_DesktopApplication_Start::resetsSignalsAndStartsASession()
     QVERIFY(isStillIgnored);
     QCOMPARE(waitForApplication(), 0);
     // The C library keeps signals 32 and 33 for itself. No program can set them.
-    constexpr qulonglong ofTheLibrary = 0x180000000;
+    constexpr qulonglong librarySignals = 0x180000000;
     bool isNumber = false;
-    QCOMPARE(recorded("SigIgn:").value(0).toULongLong(&isNumber, 16) & ~ofTheLibrary, 0ULL);
+    QCOMPARE(recorded("SigIgn:").value(0).toULongLong(&isNumber, 16) & ~librarySignals, 0ULL);
     QVERIFY(isNumber);
     QCOMPARE(recorded("SigBlk:"), QByteArrayList{"0000000000000000"});
     QCOMPARE(recorded("pid ").size(), 1);
@@ -182,11 +182,12 @@ void tst_DesktopApplication_Start::returnsTheErrnoOfAFailedStart_data()
     QTest::addColumn<QByteArray>("lines"); // with HOME for the home folder
     QTest::addColumn<QByteArray>("content"); // of the file HOME/program
     QTest::addColumn<bool>("executable");
-    QTest::addColumn<int>("number");
+    QTest::addColumn<int>("errorNumber");
 
     const auto row = [](const char* name, const char* lines, const char* content, bool executable,
-                         int number) {
-        QTest::newRow(name) << QByteArray(lines) << QByteArray(content) << executable << number;
+                         int errorNumber) {
+        QTest::newRow(name) << QByteArray(lines) << QByteArray(content) << executable
+                            << errorNumber;
     };
     row("not executable", "Exec=HOME/program", "#!/bin/sh\n", false, EACCES);
     row("folder", "Exec=HOME", "", true, EACCES);
@@ -204,18 +205,18 @@ void tst_DesktopApplication_Start::returnsTheErrnoOfAFailedStart()
     QFETCH(QByteArray, lines);
     QFETCH(QByteArray, content);
     QFETCH(bool, executable);
-    QFETCH(int, number);
+    QFETCH(int, errorNumber);
     const QString path = home.writeFile(QStringLiteral("program"), content);
     QVERIFY(QFile::setPermissions(path,
         executable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
                    : QFile::ReadOwner | QFile::WriteOwner));
     install(lines.replace("HOME", home.path(QString()).toUtf8()));
-    // A PATH without folders that this user may not read: those would change the number.
+    // Folders in PATH that this user may not read would change the errno.
     const QByteArray former = qgetenv("PATH");
     qputenv("PATH", "/usr/bin:/bin");
     const int status = openDesktopApplication();
     qputenv("PATH", former);
-    QCOMPARE(status, number);
+    QCOMPARE(status, errorNumber);
 }
 
 QTEST_GUILESS_MAIN(tst_DesktopApplication_Start)

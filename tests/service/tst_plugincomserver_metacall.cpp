@@ -17,8 +17,8 @@ int methodIndex(int operation)
 
 } // namespace
 
-// How a meta-object answers for an argument type that is not registered, a value that is no answer,
-// and the kind of call for properties that the other version of Qt lacks.
+// `unregistered` is the reply to RegisterMethodArgumentMetaType for a type that is not registered.
+// `untouched` differs from every reply. `lastPropertyCall` exists in one of the two versions of Qt.
 #if QT_VERSION_MAJOR < 6
 using ArgumentType = int;
 constexpr int unregistered = -1;
@@ -38,7 +38,7 @@ class tst_PluginComServer_MetaCall : public ServiceTest {
 private Q_SLOTS:
     void writesTheResult();
     void runsWithoutAResultSlot();
-    void leavesTheResultSlotOfAnOperationWithoutResult();
+    void keepsTheResultSlotIfAnOperationHasNoResult();
     void fillsOutputLists();
     void runsByName();
     void returnsTheRemainingIndexAfterAnInvocation_data();
@@ -75,7 +75,7 @@ void tst_PluginComServer_MetaCall::runsWithoutAResultSlot()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"documentUuid":"the uuid"})"));
 }
 
-void tst_PluginComServer_MetaCall::leavesTheResultSlotOfAnOperationWithoutResult()
+void tst_PluginComServer_MetaCall::keepsTheResultSlotIfAnOperationHasNoResult()
 {
     PluginComServer service;
     QString style = QStringLiteral("the style");
@@ -116,9 +116,9 @@ void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation_dat
     QTest::newRow("first operation") << methodIndex(0) << -operationCount;
     QTest::newRow("last operation") << methodIndex(lastOperation) << -1;
     QTest::newRow("one after the last operation") << methodIndex(operationCount) << 0;
-    const int ofQObject =
+    const int inherited =
         PluginComServer::staticMetaObject.indexOfMethod("objectNameChanged(QString)");
-    QTest::newRow("method of the base class") << ofQObject << ofQObject - methodIndex(0);
+    QTest::newRow("method of the base class") << inherited << inherited - methodIndex(0);
 }
 
 void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation()
@@ -135,7 +135,7 @@ void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation()
 void tst_PluginComServer_MetaCall::registersNoArgumentTypes_data()
 {
     QTest::addColumn<int>("operation");
-    QTest::addColumn<bool>("isAnswered");
+    QTest::addColumn<bool>("isOperation");
     QTest::newRow("operation with output lists") << getRecentStyles << true;
     QTest::newRow("last operation") << lastOperation << true;
     QTest::newRow("one after the last operation") << operationCount << false;
@@ -144,7 +144,7 @@ void tst_PluginComServer_MetaCall::registersNoArgumentTypes_data()
 void tst_PluginComServer_MetaCall::registersNoArgumentTypes()
 {
     QFETCH(int, operation);
-    QFETCH(bool, isAnswered);
+    QFETCH(bool, isOperation);
     PluginComServer service;
     ArgumentType type = untouched;
     int argumentIndex = 0;
@@ -152,13 +152,13 @@ void tst_PluginComServer_MetaCall::registersNoArgumentTypes()
     QCOMPARE(service.qt_metacall(
                  QMetaObject::RegisterMethodArgumentMetaType, methodIndex(operation), arguments),
         operation - operationCount);
-    QVERIFY(type == (isAnswered ? unregistered : untouched));
+    QVERIFY(type == (isOperation ? unregistered : untouched));
 }
 
 void tst_PluginComServer_MetaCall::ignoresOtherKindsOfCalls_data()
 {
     QTest::addColumn<int>("kind");
-    QTest::addColumn<int>("ofBaseClass"); // by how much QObject lowers the index
+    QTest::addColumn<int>("subtracted"); // from the index, by the base class QObject
     QTest::newRow("CreateInstance") << int(QMetaObject::CreateInstance) << 0;
     QTest::newRow("IndexOfMethod") << int(QMetaObject::IndexOfMethod) << 0;
     QTest::newRow("ReadProperty") << int(QMetaObject::ReadProperty) << 1;
@@ -169,13 +169,12 @@ void tst_PluginComServer_MetaCall::ignoresOtherKindsOfCalls_data()
 void tst_PluginComServer_MetaCall::ignoresOtherKindsOfCalls()
 {
     QFETCH(int, kind);
-    QFETCH(int, ofBaseClass);
+    QFETCH(int, subtracted);
     PluginComServer service;
     QString result = QStringLiteral("former");
     QString argument = QStringLiteral("style");
     void* arguments[] = {&result, &argument};
-    QCOMPARE(
-        service.qt_metacall(QMetaObject::Call(kind), setCitationStyle + ofBaseClass, arguments),
+    QCOMPARE(service.qt_metacall(QMetaObject::Call(kind), setCitationStyle + subtracted, arguments),
         setCitationStyle);
     QCOMPARE(result, QStringLiteral("former"));
     QCOMPARE(service.getCitationStyleId(), QString());
