@@ -1,11 +1,11 @@
 #include "tests/support/BridgeRun.h"
+#include "tests/support/ClosedPort.h"
 #include "tests/support/ExchangeFolder.h"
 #include "tests/support/RecordingApplication.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryHome.h"
 #include "tests/support/Texts.h"
 
-#include <QTcpSocket>
 #include <QtTest>
 
 Q_DECLARE_METATYPE(ScriptedReply)
@@ -25,8 +25,8 @@ ScriptedReply cutOff(const QByteArray& bytes)
 
 } // namespace
 
-/// Unusual replies, and none at all: what the macro gets. The tests of the service and of the
-/// layers below have the full tables.
+/// The results that the macro gets for unusual replies and without a reply. The tests of the
+/// service and of the lower layers have the full tables.
 class tst_BridgeReplies : public QObject {
     Q_OBJECT
 
@@ -243,10 +243,8 @@ void tst_BridgeReplies::answersWithoutServer()
     if (RecordingApplication::isRealOneInstalled()) {
         QSKIP("The application is installed on this machine and would be started.");
     }
-    // Bound but not listening: the port stays taken, and connections are refused.
-    QTcpSocket reserved;
-    QVERIFY(reserved.bind(QHostAddress(QHostAddress::LocalHost)));
-    home.writePort(reserved.localPort());
+    const ClosedPort port;
+    home.writePort(port.number());
     const ExchangeFolder folder;
     folder.putArguments({text(R"(ADDIN {"tessaron":{}})"), text("t")});
     QCOMPARE(problem(runCommand(QTest::currentDataTag(), folder), folder), QByteArray());
