@@ -67,7 +67,7 @@ QByteArray tst_AlwaysAnswers::answerTo(
     folder.putArguments({});
     BridgeOutcome run = runCommand(command, folder, start);
     *results = folder.results();
-    // Some of these parents leave no standard output to look at.
+    // Under some of these parents the standard output cannot be read.
     if (run.output.isEmpty()) {
         run.output = QByteArray::number(results->size()) + '\n';
     }
@@ -166,7 +166,7 @@ void tst_AlwaysAnswers::reportsUnusablePort_data()
     QTest::addColumn<QByteArray>("port");
     QTest::newRow("0") << QByteArray("0");
     QTest::newRow("zero in the low sixteen bits") << QByteArray("65536");
-    QTest::newRow("no number") << QByteArray("%1");
+    QTest::newRow("not a number") << QByteArray("%1");
 }
 
 void tst_AlwaysAnswers::reportsUnusablePort()
@@ -184,9 +184,9 @@ void tst_AlwaysAnswers::reportsUnusablePort()
 void tst_AlwaysAnswers::usesLowSixteenBitsOfPort_data()
 {
     QTest::addColumn<int>("added");
-    QTest::newRow("port and 65536") << 65536;
-    QTest::newRow("port less 65536") << -65536;
-    QTest::newRow("port and 2^30") << (1 << 30);
+    QTest::newRow("port plus 65536") << 65536;
+    QTest::newRow("port minus 65536") << -65536;
+    QTest::newRow("port plus 2^30") << (1 << 30);
 }
 
 void tst_AlwaysAnswers::usesLowSixteenBitsOfPort()
@@ -261,7 +261,7 @@ void tst_AlwaysAnswers::answersWithoutThreads()
         const rlimit limit{rlim_t(processes), rlim_t(processes)};
         setrlimit(RLIMIT_NPROC, &limit);
     });
-    // The leak checker needs a process too, and Qt leaks what waits for its thread.
+    // The leak checker needs a process, too, and Qt leaks the objects that wait for its thread.
     start.environment.insert(text("ASAN_OPTIONS"), text("detect_leaks=0"));
     const BridgeOutcome run = runCommand(command.constData(), folder, start);
     QCOMPARE(problem(run, folder), QByteArray());

@@ -8,7 +8,7 @@
 #include <QLocalServer>
 #include <QtTest>
 
-/// The program's standard streams and the system bus.
+/// The program's standard streams and D-Bus.
 class tst_BridgeProcess : public QObject {
     Q_OBJECT
 
@@ -21,7 +21,7 @@ private Q_SLOTS:
     void survivesClosedStreams();
     void ignoresFailedOutput_data();
     void ignoresFailedOutput();
-    void warnsNowhereWithoutErrorStream();
+    void dropsWarningWithoutErrorStream();
     void neverContactsBus();
     void leavesInputUnread();
 
@@ -32,7 +32,7 @@ private:
 
 void tst_BridgeProcess::cleanup()
 {
-    // What is printed into a wrong file could also reach the server.
+    // Output that is written to a wrong descriptor could reach the server.
     QTRY_COMPARE(server.openConnectionCount(), 0);
     QCOMPARE(server.strayBytes(), QByteArray());
     QCOMPARE(server.problem(), QString());
@@ -83,7 +83,7 @@ void tst_BridgeProcess::ignoresFailedOutput()
     folder.putArguments({});
     BridgeStart start = BridgeStart::inShell(text("exec \"$0\" \"$@\" ") + redirection);
     start.prepare = prepare;
-    // A command without a request: Qt Network ignores SIGPIPE too.
+    // This command sends no request, because Qt Network would ignore SIGPIPE itself.
     const BridgeOutcome run = runCommand("hasManualEdit", folder, start);
     QCOMPARE(run.errors, QByteArray());
     QCOMPARE(run.exitStatus, 0);
@@ -91,7 +91,7 @@ void tst_BridgeProcess::ignoresFailedOutput()
     QCOMPARE(folder.ready(), utf16le(text("10")));
 }
 
-void tst_BridgeProcess::warnsNowhereWithoutErrorStream()
+void tst_BridgeProcess::dropsWarningWithoutErrorStream()
 {
     const ExchangeFolder folder;
     server.expect("POST", "/citations/merge", ScriptedReply::json("{}", 500));
