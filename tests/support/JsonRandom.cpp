@@ -16,14 +16,14 @@ int below(Generator* generator, int limit)
 QString randomPiece(Generator* generator)
 {
     const char* const words[] = {"%1", "%2", "%%", "%L1", "{", "}", "\"", "\\", "/", ".", ","};
-    const ushort rarities[] = {0, 1, 2, 8, 9, 10, 12, 13, 31, 127, 0x85, 0xfeff, 0xfffe, 0xffff,
+    const ushort rareUnits[] = {0, 1, 2, 8, 9, 10, 12, 13, 31, 127, 0x85, 0xfeff, 0xfffe, 0xffff,
         0xfdd0, 0xfdef, 0x2028, 0x2029, 0xd800, 0xdbff, 0xdc00, 0xdfff, 0xfffd, 0x301};
     const uint astral[] = {0x1f600, 0x10000, 0x10ffff, 0x1fffe, 0x1d11e};
     switch (below(generator, 8)) {
     case 0:
         return QString::fromLatin1(words[below(generator, int(std::size(words)))]);
     case 1:
-        return QChar(rarities[below(generator, int(std::size(rarities)))]);
+        return QChar(rareUnits[below(generator, int(std::size(rareUnits)))]);
     case 2: {
         const uint character = astral[below(generator, int(std::size(astral)))];
         return QString::fromUcs4(&character, 1);
@@ -50,7 +50,7 @@ double randomDouble(Generator* generator)
         const quint64 bits = (*generator)();
         double number = 0;
         std::memcpy(&number, &bits, sizeof number);
-        if (std::isfinite(number)) { // JSON has no form for the others
+        if (std::isfinite(number)) { // JSON cannot represent infinity and NaN
             return number;
         }
     }

@@ -51,7 +51,7 @@ QByteArray problemAfterKill(const ExchangeFolder& folder, const ExchangeState& s
     }
     const bool newReady = isSame(ready, state.newReady) && !isSame(ready, state.oldReady);
     if (newReady && !isSame(results, state.newResults)) {
-        return "a ready file beside results that are not the new ones";
+        return "the ready file is new, but the results are not";
     }
     if (isSame(results, state.oldResults) || results.isNull()) {
         return isSame(ready, state.oldReady) ? "" : "the ready file changed before the results";

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr char perfectAnswer[] =
+constexpr char successBody[] =
     R"({"citationCluster":{"citationItems":[2]},"citationStyleUrl":"second","bibliography":"b",)"
     R"("citationClusters":[{"citationCluster":{},"formattedText":"second"}]})";
 
@@ -83,13 +83,13 @@ void RawServer::read(QTcpSocket* socket)
     } else {
         ++answers;
         socket->write("HTTP/1.1 200 OK\r\nContent-Length: "
-            + QByteArray::number(int(sizeof perfectAnswer) - 1) + "\r\n\r\n" + perfectAnswer);
+            + QByteArray::number(int(sizeof successBody) - 1) + "\r\n\r\n" + successBody);
     }
 }
 
 void RawServer::misbehave(QTcpSocket* socket)
 {
-    constexpr int aWhileMs = 20;
+    constexpr int delayMs = 20;
     socket->write(first.bytes);
     socket->flush();
     const int descriptor = int(socket->socketDescriptor());
@@ -104,6 +104,6 @@ void RawServer::misbehave(QTcpSocket* socket)
         setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
         return socket->abort();
     case Misbehaviour::CloseLater:
-        QTimer::singleShot(aWhileMs, socket, [socket] { socket->disconnectFromHost(); });
+        QTimer::singleShot(delayMs, socket, [socket] { socket->disconnectFromHost(); });
     }
 }

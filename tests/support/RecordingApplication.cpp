@@ -56,8 +56,8 @@ QByteArrayList RecordingApplication::recorded(const QByteArray& key) const
 
 quint64 RecordingApplication::recordedSignals(const QByteArray& key) const
 {
-    constexpr quint64 ofTheLibrary = 0x180000000;
+    constexpr quint64 librarySignals = 0x180000000;
     bool ok = false;
     const quint64 set = recorded(key).value(0).toULongLong(&ok, 16);
-    return ok ? set & ~ofTheLibrary : ~quint64(0);
+    return ok ? set & ~librarySignals : ~quint64(0);
 }
