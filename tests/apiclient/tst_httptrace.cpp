@@ -18,15 +18,15 @@ QStringList& printed()
     return lines;
 }
 
-/// Keeps the messages as the default handler would print them.
-void keepMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
+/// Records the message as the default handler would print it.
+void recordMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     printed() << qFormatLogMessage(type, context, message);
 }
 
 const QString bodyPrefix = QStringLiteral("tessaron.http.body: ");
 
-/// The lines of "tessaron.http.body", read by Qt's own JSON reader.
+/// Returns the lines of the category "tessaron.http.body", parsed by Qt's JSON reader.
 QList<QJsonObject> bodyLines()
 {
     QList<QJsonObject> lines;
@@ -45,7 +45,7 @@ QByteArray pieceIn(const QJsonObject& line)
         : line.value(text("text")).toString().toUtf8();
 }
 
-/// The body that `lines`, the lines of one event, add up to.
+/// Returns the body that is split over `lines`, the lines of one event.
 QByteArray bodyIn(const QList<QJsonObject>& lines)
 {
     QByteArray body;
@@ -84,7 +84,7 @@ void tst_HttpTrace::init()
     qputenv("QT_LOGGING_RULES", "tessaron.http.body=true");
     QLoggingCategory::setFilterRules(text("tessaron.http*.debug=true"));
     printed().clear();
-    formerHandler = qInstallMessageHandler(keepMessage);
+    formerHandler = qInstallMessageHandler(recordMessage);
 }
 
 void tst_HttpTrace::cleanup()
@@ -284,7 +284,8 @@ void tst_HttpTrace::printsBodiesOnlyWhenNamed()
     QCOMPARE(errors.contains("tessaron.http.body: "), printsBodies);
 }
 
-/// With "--trace" it traces one exchange, for printsBodiesOnlyWhenNamed().
+/// Runs the tests. With "--trace", as the child process of printsBodiesOnlyWhenNamed(), traces one
+/// exchange instead.
 int main(int argc, char* argv[])
 {
     QCoreApplication application(argc, argv);

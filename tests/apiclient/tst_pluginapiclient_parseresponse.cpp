@@ -13,8 +13,8 @@ private Q_SLOTS:
     void returnsTheObject();
     void setsErrorText_data();
     void setsErrorText();
-    void failsForStatusBut200_data();
-    void failsForStatusBut200();
+    void failsForStatusOtherThan200_data();
+    void failsForStatusOtherThan200();
 };
 
 void tst_PluginApiClientParseResponse::returnsTheObject_data()
@@ -65,7 +65,7 @@ void tst_PluginApiClientParseResponse::setsErrorText_data()
     const auto row = [](const char* name, const QByteArray& body, const QString& error) {
         QTest::newRow(name) << body << error;
     };
-    const auto whole = [](const char* name, const char* body) {
+    const auto wholeBody = [](const char* name, const char* body) {
         QTest::newRow(name) << QByteArray(body) << text(body);
     };
     row("text", R"({"error":"No such style."})", text("No such style."));
@@ -89,23 +89,23 @@ void tst_PluginApiClientParseResponse::setsErrorText_data()
     row("array", R"({"error":["why"]})", QString());
     row("empty array", R"({"error":[]})", QString());
 
-    whole("no keys", "{}");
-    whole("no error key", R"({"message":"why"})");
-    whole("key in another case", R"({"Error":"why"})");
-    whole("key in an inner object", R"({"reply":{"error":"why"}})");
-    whole("object in an array", R"([{"error":"why"}])");
-    whole("array", "[1, 2]");
-    whole("JSON text", R"("why")");
-    whole("JSON number", "42");
-    whole("JSON null", "null");
-    whole("plain text", "Internal server error");
-    whole("plain text with line ends", "Internal\r\nerror\r\n");
-    whole("HTML", "<h1>502 Bad Gateway</h1>");
-    whole("one space", " ");
-    whole("non-ASCII plain text", "café 𝄞");
-    whole("incomplete object", R"({"error":"why)");
-    whole("object with an extra comma", R"({"error":"why",})");
-    whole("object before other text", R"({"error":"why"} and more)");
+    wholeBody("no keys", "{}");
+    wholeBody("no error key", R"({"message":"why"})");
+    wholeBody("key in another case", R"({"Error":"why"})");
+    wholeBody("key in an inner object", R"({"reply":{"error":"why"}})");
+    wholeBody("object in an array", R"([{"error":"why"}])");
+    wholeBody("array", "[1, 2]");
+    wholeBody("JSON text", R"("why")");
+    wholeBody("JSON number", "42");
+    wholeBody("JSON null", "null");
+    wholeBody("plain text", "Internal server error");
+    wholeBody("plain text with line ends", "Internal\r\nerror\r\n");
+    wholeBody("HTML", "<h1>502 Bad Gateway</h1>");
+    wholeBody("one space", " ");
+    wholeBody("non-ASCII plain text", "café 𝄞");
+    wholeBody("incomplete object", R"({"error":"why)");
+    wholeBody("object with an extra comma", R"({"error":"why",})");
+    wholeBody("object before other text", R"({"error":"why"} and more)");
     row("invalid UTF-8", "caf\xE9!", text("caf\uFFFD!"));
     row("invalid UTF-8 in an object", "{\"error\":\"caf\xE9\"}", text("{\"error\":\"caf\uFFFD\"}"));
     row("text with U+0000, not JSON", QByteArray("a\0b", 3), text("a") + QChar(0) + text("b"));
@@ -124,7 +124,7 @@ void tst_PluginApiClientParseResponse::setsErrorText()
     }
 }
 
-void tst_PluginApiClientParseResponse::failsForStatusBut200_data()
+void tst_PluginApiClientParseResponse::failsForStatusOtherThan200_data()
 {
     QTest::addColumn<int>("status");
     for (const int status : {-200, -1, 0, 100, 199, 201, 204, 206, 299, 302, 304, 400, 401, 404,
@@ -133,7 +133,7 @@ void tst_PluginApiClientParseResponse::failsForStatusBut200_data()
     }
 }
 
-void tst_PluginApiClientParseResponse::failsForStatusBut200()
+void tst_PluginApiClientParseResponse::failsForStatusOtherThan200()
 {
     QFETCH(int, status);
     PluginApiClient client(1);

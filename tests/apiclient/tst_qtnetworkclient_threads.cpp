@@ -10,8 +10,8 @@
 
 namespace {
 
-/// How many threads can still be started until one fails; 0 if none fails.
-int& startsUntilFailure()
+/// Which thread start fails: 1 is the next one, 0 means none.
+int& failingStart()
 {
     static int count = 0;
     return count;
@@ -25,7 +25,7 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
 {
     static const auto original =
         reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    if (startsUntilFailure() > 0 && --startsUntilFailure() == 0) {
+    if (failingStart() > 0 && --failingStart() == 0) {
         return EAGAIN;
     }
     return original(thread, attributes, start, argument);
@@ -46,7 +46,7 @@ private Q_SLOTS:
 void tst_QtNetworkClientThreads::init()
 {
     setUp();
-    // As the program's message filter does.
+    // Counts failed thread starts, as the program's message filter does.
     static QtMessageHandler recordMessage = nullptr;
     recordMessage = qInstallMessageHandler(
         [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
@@ -72,11 +72,11 @@ void tst_QtNetworkClientThreads::failsOnlyTheRequestWithoutThread()
     for (int nth = 1; failed; ++nth) {
         server->reset();
         replaceClient();
-        startsUntilFailure() = nth;
+        failingStart() = nth;
         server->expect(body.isEmpty() ? "GET" : "POST", "/a", ScriptedReply::json("{}"));
         const int status = client->post(text("/a"), body).status;
-        failed = startsUntilFailure() == 0;
-        startsUntilFailure() = 0;
+        failed = failingStart() == 0;
+        failingStart() = 0;
         if (failed) {
             QCOMPARE(status, 0);
             QCOMPARE(client->lastError(), text("Unable to start the network thread"));
