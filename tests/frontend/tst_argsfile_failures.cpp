@@ -22,7 +22,7 @@ QString quotedWarning(const char* words, const QString& path)
     return QLatin1String(words) + QStringLiteral(" \"") + path + QLatin1Char('"');
 }
 
-/// A function's two results as one string: the count and the flag.
+/// The two results of a function as one string: the count and the flag.
 QByteArray outcome(int count, bool success)
 {
     return QByteArray::number(count) + (success ? " true" : " false");
@@ -309,8 +309,8 @@ void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit_data()
     QTest::newRow("limit of half a code unit") << 1 << 1;
     QTest::newRow("one code unit too many") << 4096 << 2049;
     QTest::newRow("two whole pieces of code units") << 4096 << 524288;
-    QTest::newRow("one code unit of a million too many") << 1999998 << 1000000;
-    QTest::newRow("limit in mid code unit of a later piece") << 1100001 << 1000000;
+    QTest::newRow("one of a million code units too many") << 1999998 << 1000000;
+    QTest::newRow("limit inside a code unit of a later piece") << 1100001 << 1000000;
 }
 
 void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit()

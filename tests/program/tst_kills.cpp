@@ -22,7 +22,7 @@ namespace {
 constexpr int longestId = 25 * 1024 * 1024; // 50 MB of results
 constexpr char command[] = "getUserUuid";
 
-/// How many kills came when.
+/// How many kills came during a run and after it, and how many left which files.
 struct Counts {
     int killed = 0;
     int endedBefore = 0;
@@ -48,7 +48,7 @@ private Q_SLOTS:
 private:
     QByteArray wholeRun(int length);
     QByteArray killedRun(const ExchangeState& state);
-    void waitForAMoment(pid_t child, int length);
+    void waitForRandomMoment(pid_t child, int length);
     qint64 random(qint64 largest) { return qint64(generator() % quint64(largest + 1)); }
     int randomLength();
     void count(const ExchangeState& state, int waitStatus);
@@ -105,9 +105,9 @@ int tst_Kills::randomLength()
     }
 }
 
-/// Waits for a random moment of the run of `child`, in half of the runs with large results for a
-/// random moment of writing them. Returns when `child` ends.
-void tst_Kills::waitForAMoment(pid_t child, int length)
+/// Waits until a random moment of the run of `child`. In half of the runs with large results, the
+/// moment is one at which they are written. Returns early if `child` ends.
+void tst_Kills::waitForRandomMoment(pid_t child, int length)
 {
     const FolderWatch watch(folder.path());
     const double share = double(length) / longestId;
@@ -143,7 +143,7 @@ QByteArray tst_Kills::killedRun(const ExchangeState& state)
     server.setLength(length);
     prepareFolder(folder, state);
     const pid_t child = startBridge(command, folder);
-    waitForAMoment(child, length);
+    waitForRandomMoment(child, length);
     kill(child, SIGKILL);
     int status = -1;
     waitpid(child, &status, 0);
@@ -165,7 +165,7 @@ void tst_Kills::leavesCompleteFiles()
 {
     QFETCH(int, kills);
     while (counts.killed < kills) {
-        // Some kills come too late. If most did, the moments would not be random ones of a run.
+        // Some kills come after the end of the run. If most do, the moments are chosen badly.
         QVERIFY(counts.endedBefore < 20 + 2 * kills);
         ExchangeState state;
         if (random(1) == 0) {

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int million = 1024 * 1024;
-// Six bytes as JSON.
+constexpr int mebi = 1024 * 1024;
+// Takes six bytes as JSON.
 constexpr QChar controlCharacter(0x02);
 
 } // namespace
@@ -40,7 +40,7 @@ void tst_Largest::init()
 
 void tst_Largest::serializesLargestText()
 {
-    constexpr int length = 256 * million;
+    constexpr int length = 256 * mebi;
     const QByteArray json = JsonUtils::serialize(QString(length, controlCharacter));
     QCOMPARE(json.size(), 6 * length + 2);
     QCOMPARE(json.left(8), QByteArray("\"\\u0002\\"));
@@ -50,7 +50,7 @@ void tst_Largest::serializesLargestText()
 void tst_Largest::reportsTooLargeText_data()
 {
     QTest::addColumn<QVariant>("value");
-    const QString half(200 * million, controlCharacter);
+    const QString half(200 * mebi, controlCharacter);
     QTest::newRow("one string") << QVariant(half + half);
     QTest::newRow("key and value") << QVariant(QVariantMap{{half, half}});
 }
@@ -69,7 +69,7 @@ void tst_Largest::doesNotSendTooLargeRequest()
     ScriptedServer server;
     PluginApiClient client(server.port());
     QVariantMap result{{QStringLiteral("from"), QStringLiteral("before")}};
-    const QString half(200 * million, controlCharacter);
+    const QString half(200 * mebi, controlCharacter);
     QCOMPARE(client.postRequest(QStringLiteral("/citations/merge"),
                  {{QStringLiteral("a"), half}, {QStringLiteral("b"), half}}, &result),
         0);
@@ -80,7 +80,7 @@ void tst_Largest::doesNotSendTooLargeRequest()
 
 void tst_Largest::sendsLargestArgumentFile()
 {
-    constexpr int length = 256 * million; // units of two bytes: 512 MB
+    constexpr int length = 256 * mebi; // units of two bytes: 512 MB
     TemporaryHome home;
     ScriptedServer server;
     home.writePort(server.port());
