@@ -30,39 +30,39 @@ bool isSameList(const QVariantList& left, const QVariantList& right)
     return std::equal(left.begin(), left.end(), right.begin(), right.end(), isSameValue);
 }
 
-bool agrees(const QVariant& ours, const QJsonValue& qts);
+bool agrees(const QVariant& ours, const QJsonValue& theirs);
 
-bool mapAgrees(const QVariantMap& ours, const QJsonObject& qts)
+bool mapAgrees(const QVariantMap& ours, const QJsonObject& theirs)
 {
     for (auto entry = ours.begin(); entry != ours.end(); ++entry) {
-        const auto found = qts.constFind(entry.key());
-        if (found == qts.constEnd() || !agrees(entry.value(), *found)) {
+        const auto found = theirs.constFind(entry.key());
+        if (found == theirs.constEnd() || !agrees(entry.value(), *found)) {
             return false;
         }
     }
-    return ours.size() == qts.size();
+    return ours.size() == theirs.size();
 }
 
-bool agrees(const QVariant& ours, const QJsonValue& qts)
+bool agrees(const QVariant& ours, const QJsonValue& theirs)
 {
     switch (ours.userType()) {
     case QMetaType::QVariantMap:
-        return qts.isObject() && mapAgrees(ours.toMap(), qts.toObject());
+        return theirs.isObject() && mapAgrees(ours.toMap(), theirs.toObject());
     case QMetaType::QVariantList: {
         const QVariantList list = ours.toList();
-        const QJsonArray array = qts.toArray();
-        return qts.isArray()
+        const QJsonArray array = theirs.toArray();
+        return theirs.isArray()
             && std::equal(list.begin(), list.end(), array.begin(), array.end(), agrees);
     }
     case QMetaType::QString:
-        return qts.isString() && ours.toString() == qts.toString();
+        return theirs.isString() && ours.toString() == theirs.toString();
     case QMetaType::Bool:
-        return qts.isBool() && ours.toBool() == qts.toBool();
+        return theirs.isBool() && ours.toBool() == theirs.toBool();
     case QMetaType::Nullptr:
-        return qts.isNull();
+        return theirs.isNull();
     default:
         // As doubles, because Qt rounds large integers.
-        return qts.isDouble() && ours.toDouble() == qts.toDouble();
+        return theirs.isDouble() && ours.toDouble() == theirs.toDouble();
     }
 }
 
