@@ -1,4 +1,4 @@
-// The bridge's yardstick in C++: the same three commands on libcurl and nlohmann::json, written
+// The bridge's peer in C++: the same three commands on libcurl and nlohmann::json, written
 // the way both libraries are meant to be used. Answers that the bridge would report as failures
 // end it with status 1: it is there to be compared, not to be shipped.
 //

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The bridge's yardstick in Python: the same three commands on the standard library.
+"""The bridge's peer in Python: the same three commands on the standard library.
 
 usage: peer_python.py getUserUuid|getRecentStyles|formatCitationsAndBibliography FOLDER
 
