@@ -19,8 +19,9 @@ Q_LOGGING_CATEGORY(httpBodyLog, "tessaron.http.body", QtWarningMsg)
 // between them. The smallest buffer is 1024 bytes, on macOS. 980 leaves room for the category's
 // name, which Qt puts before the line, and the newline.
 constexpr int longestLine = 980;
-// Leaves 180 bytes for the keys and the quotes. If the keys or the escape sequences need more, the
-// piece is halved until the line fits, but not below the shortest piece.
+// The longest part of a body in one line. It leaves 180 bytes for the keys and the quotes. If the
+// keys or the escape sequences need more, the piece is halved until the line fits, but not below
+// the shortest piece.
 constexpr int longestPiece = 800;
 constexpr int shortestPiece = 25;
 constexpr int longestError = 300;

@@ -22,7 +22,7 @@ public:
     virtual bool connect(const QString& host, quint16 port) = 0;
     /// Clears host and port. Later requests return status 0 until connect() is called again.
     virtual void disconnect() = 0;
-    /// Requests a limit on how long sending and receiving may take.
+    /// Limits how long sending and receiving may take. An implementation may ignore the limit.
     virtual void setSendReceiveTimeout(int timeoutMs) = 0;
     /// Sends a GET for the absolute path `path` ("/userUuid") and blocks until the reply is
     /// complete. On failure the status is 0 or the server's, and lastError() has the reason. A

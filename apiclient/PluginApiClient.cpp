@@ -16,11 +16,11 @@ PluginApiClient::PluginApiClient(
     , host(QStringLiteral("127.0.0.1"))
     , networkClient(transport.release())
 {
-    // QtNetworkClient ignores the timeout and accepts every host, so this warning, whose wording
-    // is fixed by the interface, never appears with it.
+    // QtNetworkClient ignores this timeout.
     constexpr int thirtyMinutesMs = 1800000;
     networkClient->setSendReceiveTimeout(thirtyMinutesMs);
-    // Fixed by the interface: the port is truncated to 16 bits.
+    // Fixed by the interface: the port is truncated to 16 bits, and the warning has these words. It
+    // never appears with QtNetworkClient, which accepts every host.
     if (!networkClient->connect(host, quint16(port))) {
         qWarning() << "unable to connect to" << host << "using wininet";
     }
@@ -65,7 +65,7 @@ QVariantMap PluginApiClient::parseResponse(int status, const QByteArray& body)
     if (error != map.constEnd()) {
         errorMessage = error->toString();
     } else if (!body.isEmpty()) {
-        // With the size given, so that U+0000 does not end the text.
+        // Passes the size, because the text would otherwise end at U+0000 in Qt 5.
         errorMessage = QString::fromUtf8(body.constData(), body.size());
     } else {
         errorMessage = networkClient->lastError();

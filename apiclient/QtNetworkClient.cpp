@@ -92,8 +92,8 @@ bool appendReceived(QNetworkReply* reply, QByteArray* body)
     return true;
 }
 
-// The state is a property of the application object: it concerns the whole process, and every
-// client must see it.
+// The count is a property of the application object, because it concerns the whole process and
+// every client must see it.
 constexpr char failedThreadStartsProperty[] = "tessaronFailedThreadStarts";
 
 int failedThreadStarts()
@@ -173,7 +173,8 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
             : manager->post(postRequest(url, body.size()), &upload));
     NetworkResponse response;
     bool tooLarge = false;
-    // Read as it arrives: a long document's reply would otherwise be held in memory twice.
+    // Reads the reply as it arrives. A long document's reply would otherwise be held in memory
+    // twice.
     QObject::connect(reply.data(), &QNetworkReply::readyRead, [&] {
         if (!tooLarge && !appendReceived(reply.data(), &response.body)) {
             tooLarge = true;

@@ -20,8 +20,8 @@ public:
 
     /// The process's message filter must call this, on the thread that sends requests, when Qt logs
     /// that a thread could not be started. Qt reports a failed thread start only as a log message,
-    /// and the request that needs the thread would never finish. That request then returns status 0
-    /// without having reached the server; the next one works if threads can be started again.
+    /// and the request that needs the thread would never finish. After this call, that request
+    /// returns status 0 and is not sent. The next request works if threads can be started again.
     /// Does nothing if there is no application object, because no request can be running then.
     static void countFailedThreadStart();
 

@@ -20,8 +20,8 @@ constexpr int chunkSize = 256 * 1024;
 // fits into a QByteArray.
 constexpr qint64 largestArgsFile = qint64(512) * 1024 * 1024;
 
-/// Reads the next code units of `file` into `chunk`. Fewer than chunkSize means the end of the
-/// file, or an error, which file->error() reports.
+/// Reads the next code units of `file` into `chunk`. If there are fewer than chunkSize, the file
+/// has ended or file->error() reports an error.
 void readChunk(QFile* file, QString* chunk)
 {
     chunk->resize(chunkSize);
@@ -34,21 +34,22 @@ void readChunk(QFile* file, QString* chunk)
 QStringList readList(QFile* file)
 {
     QStringList list;
-    QString started; // the part of the next string that earlier chunks contained
+    QString unfinished; // the start of a string whose end is in a later chunk
     QString chunk;
     readChunk(file, &chunk);
     int start = chunk.startsWith(QChar(QChar::ByteOrderMark)) ? 1 : 0;
     while (!chunk.isEmpty()) {
-        for (int end; (end = int(chunk.indexOf(QChar(argsFileSeparator), start))) >= 0;
-             start = end + 1) {
-            list.append(started + chunk.mid(start, end - start));
-            started.clear();
+        int end = 0;
+        while ((end = int(chunk.indexOf(QChar(argsFileSeparator), start))) >= 0) {
+            list.append(unfinished + chunk.mid(start, end - start));
+            unfinished.clear();
+            start = end + 1;
         }
-        started += chunk.mid(start);
+        unfinished += chunk.mid(start);
         readChunk(file, &chunk);
         start = 0;
     }
-    list.append(started);
+    list.append(unfinished);
     return list;
 }
 
@@ -138,7 +139,7 @@ int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
     *success = false;
     const QString sidePath = path + QStringLiteral(".temp");
     QFile sideFile(sidePath);
-    // With a buffer, a full disk would be reported only on close.
+    // Unbuffered: a buffered file would report a full disk only on close.
     if (!sideFile.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         qWarning() << "Unable to write args file" << path;
         return -1;

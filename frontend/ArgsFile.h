@@ -5,24 +5,23 @@
 #include <QString>
 #include <QStringList>
 
-/// Reading and writing the files that the macro and the bridge exchange. Their format is described
-/// in docs/macro-guide.md. The warnings say "args file" for each of them: arguments, results and
-/// status.
+/// Reads and writes the files that the macro and the bridge exchange. docs/macro-guide.md describes
+/// their format. The warnings call each of them "args file", also the results and the ready file.
 
 /// U+0001, which separates the strings of a list. A string that contains it is read back as
 /// two strings.
 constexpr ushort argsFileSeparator = 0x0001;
 
-/// Returns the codec "UTF-16LE", which Qt owns. Logs a warning and returns null if Qt has none.
-/// The bytes are converted without the codec, but reading and writing fail if it is missing. Fixed
-/// by the interface.
+/// Returns the codec "UTF-16LE", which Qt owns. Logs a warning and returns null if Qt does not have
+/// it. Fixed by the interface: reading and writing fail if the codec is missing, although they do
+/// not use it to convert the bytes.
 const ArgsFileCodec* argsFileCodec();
 
 /// Returns the strings in the list file at `path`; an empty file holds one empty string. Ignores a
 /// leading byte order mark and an odd last byte. Sets `*success` to whether the whole file was
-/// read. On failure returns an empty list and logs a warning: with the path if the file cannot be
-/// read completely, is not a regular file or is larger than 512 MB, and without it if the codec is
-/// missing.
+/// read. On failure returns an empty list and logs a warning. The warning contains the path if the
+/// file cannot be read completely, is not a regular file or is larger than 512 MB. It does not if
+/// the codec is missing.
 QStringList readArgsFile(const QString& path, bool* success);
 
 /// Replaces the file at `path` with `content`: writes "<path>.temp", deletes the old file and

@@ -24,12 +24,12 @@ public:
     const QStringList all;
 };
 
-QString text(bool value)
+QString toText(bool value)
 {
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
-QString text(int number)
+QString toText(int number)
 {
     return QString::number(number);
 }
@@ -45,9 +45,9 @@ Results formatCitationsAndBibliography(Service& service, const Arguments& argume
         ++count;
     }
     if (!service.formatCitationsAndBibliography()) {
-        return {text(false), text(service.lastErrorCitationIndex())};
+        return {toText(false), toText(service.lastErrorCitationIndex())};
     }
-    Results results{text(true), service.getCitationStyleId(), service.getFormattedBibliography()};
+    Results results{toText(true), service.getCitationStyleId(), service.getFormattedBibliography()};
     results.reserve(3 + 4 * count);
     for (int i = 0; i < count; ++i) {
         results << service.getFieldCode(i) << service.getFormattedCitation(i)
@@ -62,7 +62,7 @@ Results getRecentStyles(Service& service)
     QStringList styleIds;
     QStringList styleNames;
     service.getRecentStyles(styleIds, styleNames);
-    Results results{text(int(styleIds.size()))};
+    Results results{toText(int(styleIds.size()))};
     results.reserve(1 + 2 * styleIds.size());
     for (int i = 0; i < styleIds.size(); ++i) {
         results << styleIds.at(i) << styleNames.at(i);
@@ -89,9 +89,9 @@ constexpr Command commands[] = {
     {"formatCitationsAndBibliography",
         [](Service& s, const Arguments& a) { return formatCitationsAndBibliography(s, a); }},
     {"isTessaronRunning",
-        [](Service& s, const Arguments&) { return Results{text(s.isTessaronRunning())}; }},
+        [](Service& s, const Arguments&) { return Results{toText(s.isTessaronRunning())}; }},
     {"launchTessaron",
-        [](Service& s, const Arguments&) { return Results{text(s.launchTessaron())}; }},
+        [](Service& s, const Arguments&) { return Results{toText(s.launchTessaron())}; }},
     {"mergeFields",
         [](Service& s, const Arguments& a) { return Results{s.mergeFields(a.all)}; }},
     {"checkManualFormatAndGetFieldCode",
@@ -99,7 +99,7 @@ constexpr Command commands[] = {
     {"undoManualFormat",
         [](Service& s, const Arguments& a) { return Results{s.undoManualFormat(a[0])}; }},
     {"hasManualEdit",
-        [](Service& s, const Arguments& a) { return Results{text(s.hasManualEdit(a[0]))}; }},
+        [](Service& s, const Arguments& a) { return Results{toText(s.hasManualEdit(a[0]))}; }},
     {"getUserAccount",
         [](Service& s, const Arguments&) { return Results{s.getUserAccount()}; }},
     {"getUserUuid",
@@ -107,7 +107,7 @@ constexpr Command commands[] = {
     {"getRecentStyles",
         [](Service& s, const Arguments&) { return getRecentStyles(s); }},
     {"tessaronProcessId",
-        [](Service& s, const Arguments&) { return Results{text(s.tessaronProcessId())}; }},
+        [](Service& s, const Arguments&) { return Results{toText(s.tessaronProcessId())}; }},
     // Always empty: each command runs in a new process, in which no request has failed yet.
     {"lastError",
         [](Service& s, const Arguments&) { return Results{s.lastError()}; }},

@@ -8,9 +8,9 @@ class PluginComServer;
 /// Runs one command of the macro: reads its arguments, calls the service, writes its results.
 class CiteCommandHandler {
 public:
-    /// Sets the service to use and returns this handler. Call it before the first command; the two
-    /// steps, creation and initialisation, are fixed by the interface. Does not take ownership:
-    /// `service` must outlive every command.
+    /// Sets the service to use and returns this handler. Call it before the first command. Fixed by
+    /// the interface: creation and initialisation are two steps. Does not take ownership: `service`
+    /// must exist as long as commands run.
     CiteCommandHandler* initWithPluginClient(PluginComServer* service);
 
     /// Runs `command` on the argument file in `folder` (no trailing slash) and writes the results

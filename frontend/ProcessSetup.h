@@ -3,20 +3,20 @@
 #include <QByteArray>
 
 /// Everything that changes the whole process, in one call before the application object is created
-/// and one after it. The exception is QtNetworkClient, which clears Qt's library paths itself,
-/// because tests that use it without this setup need that too.
+/// and one call after that. The exception is QtNetworkClient, which clears Qt's library paths
+/// itself, because tests that use it without this setup need that too.
 
-/// Prepares the process; the calling thread becomes the one whose messages are logged.
+/// Prepares the process. Call it on the main thread, whose messages are logged.
 /// - Opens a closed standard stream on the null device. Otherwise the next file or socket would get
 ///   its number, and the status would be printed into it.
 /// - Ignores SIGXFSZ and SIGPIPE, so that a write past a file-size limit or into a pipe without a
 ///   reader fails instead of killing the process.
-/// - Installs the message filter. It drops the messages of other threads, because Qt's network
-///   threads log warnings and standard error is reserved for this program's messages; fatal
-///   messages of other threads pass. It also drops messages of the calling thread that begin with
-///   "QThread::start: ", and counts them for QtNetworkClient as failed thread starts.
-/// - Sets LC_ALL to "C", because QCoreApplication would load the user's locale from up to thirty
-///   files and nothing here depends on it.
+/// - Installs the message filter. It drops the messages of other threads unless they are fatal,
+///   because Qt's network threads log warnings and standard error is reserved for this program's
+///   messages. It also drops messages of the calling thread that begin with "QThread::start: ", and
+///   reports each of them to QtNetworkClient as a failed thread start.
+/// - Sets LC_ALL to "C". Otherwise QCoreApplication would load the user's locale from up to thirty
+///   files, and nothing in this program depends on it.
 ///
 /// Returns the value of LC_ALL before the call, null if it was unset, for finishProcessSetup().
 QByteArray startProcessSetup();

@@ -11,8 +11,8 @@
 ///
 /// Otherwise returns a nonzero number to show to the user. If the application was not found, this
 /// is -10814 on Linux and the status of Launch Services on macOS, usually the same number
-/// (kLSApplicationNotFoundErr). If the start failed, it is the errno on Linux and the status on
-/// macOS.
+/// (kLSApplicationNotFoundErr). If the start failed, it is the errno on Linux and the status of
+/// Launch Services on macOS.
 ///
 /// Call this only if the application is not running. Otherwise it may start a second copy (Linux)
 /// or bring the application to the front (macOS).

@@ -37,9 +37,9 @@ struct SpawnAttributes {
     SpawnAttributes()
     {
         posix_spawnattr_init(&attributes);
-        // Starts a new session, so that the application outlives the bridge and its terminal.
-        // Resets all signals, because a child inherits ignored and blocked signals and the bridge
-        // ignores some.
+        // Starts a new session, so that the application keeps running when the bridge or its
+        // terminal ends. Resets all signals, because a child inherits ignored and blocked signals,
+        // and the bridge ignores some.
         posix_spawnattr_setflags(
             &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         sigset_t signalSet;
@@ -84,8 +84,8 @@ int start(const DesktopEntry& entry)
     arguments.push_back(nullptr);
     const SpawnAttributes spawn;
     const SpawnFileActions files(entry.workingDirectory);
-    // The child is not waited for, because this process ends soon. Until then an application that
-    // exits remains a zombie.
+    // Nothing waits for the child, because this process ends soon. If the application exits
+    // earlier, it remains a zombie until this process ends.
     pid_t processId = 0;
     return posix_spawnp(&processId, arguments.front(), &files.actions, &spawn.attributes,
         arguments.data(), environmentWithoutActivation().data());

@@ -143,6 +143,7 @@ public:
 private:
     static constexpr const char* group = G_KEY_FILE_DESKTOP_GROUP;
 
+    /// Returns a copy of `value`, which may be null, and frees it.
     static QByteArray take(char* value)
     {
         const std::unique_ptr<char, decltype(&g_free)> owner(value, &g_free);
@@ -162,7 +163,7 @@ QList<QByteArray> expandExec(const QByteArray& exec, const ExecFields& fields)
     }
     QList<QByteArray> command;
     for (const Argument& argument : *arguments) {
-        // The only code that becomes two arguments, so it must be a whole argument.
+        // "%i" is the only code that becomes two arguments.
         if (argument.text == "%i" && !argument.quoted) {
             if (!fields.icon.isEmpty()) {
                 command << QByteArrayLiteral("--icon") << fields.icon;

@@ -34,10 +34,10 @@ struct ExecFields {
 /// after its string escapes (\s, \n, ...) have been decoded. No shell is involved: "$" and "`" are
 /// ordinary characters.
 ///
-/// "%i" as an unquoted argument becomes the two arguments "--icon" and the icon, or none if there
-/// is no icon. In quotes or inside a longer argument it expands to nothing, as the codes for files
-/// and URLs and the deprecated codes do everywhere. An unquoted argument that is empty after the
-/// expansion is dropped; a quoted one stays as an empty argument.
+/// The codes for files and URLs and the deprecated codes expand to nothing. "%i" as an unquoted
+/// argument becomes the two arguments "--icon" and the icon, or is dropped if there is no icon. In
+/// quotes or inside a longer argument, "%i" expands to nothing. An unquoted argument that is empty
+/// after the expansion is dropped; a quoted one stays as an empty argument.
 ///
 /// Returns an empty list if the line is invalid: an unknown field code, a quote that is not closed
 /// or does not enclose a whole argument, no program, or a program name that contains "=".

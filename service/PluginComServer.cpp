@@ -270,7 +270,7 @@ QVariantMap PluginComServer::batchRequest() const
 void PluginComServer::storeFormattedCitations(QVariantList clusters)
 {
     formattedCitations.reserve(clusters.size());
-    // Removes each entry once it is stored: a long document would otherwise be held in memory
+    // Removes each entry before it is stored. A long document would otherwise be held in memory
     // twice.
     while (!clusters.isEmpty()) {
         const QVariantMap entry = clusters.takeFirst().toMap();
@@ -361,6 +361,6 @@ bool PluginComServer::launchTessaron()
     while (waited.elapsed() < longestWaitMs && !isTessaronRunning()) {
         usleep(pauseUs);
     }
-    // Checks once more, because the last check in the loop may have been before the last pause.
+    // Checks once more, because the loop may have ended after a pause.
     return isTessaronRunning();
 }

@@ -33,14 +33,14 @@ class PluginComServer : public QObject {
 public:
     /// One citation of a batch, as sent or as received.
     struct CitationField {
-        QString previouslyFormattedCitation; ///< received: the text that the application last wrote
+        QString previouslyFormattedCitation; ///< received: the text that the application recorded
         QString formattedCitation; ///< sent: the text in the document; received: the new text
         QString plainTextFormattedCitation; ///< received: the new text without markup
         QString fieldCode; ///< sent: the field code in the document; received: the new one
     };
 
-    /// Reads the application's port from its settings. Sends nothing and cannot fail: a wrong port
-    /// shows only when a request fails.
+    /// Reads the application's port from its settings. Sends nothing and cannot fail: with a wrong
+    /// port, the first request fails.
     explicit PluginComServer(QObject* parent = nullptr);
     ~PluginComServer() override;
 
@@ -144,17 +144,17 @@ public Q_SLOTS:
     /// first such reply.
     QString getFormattedBibliography();
 
-    /// Starts the application unless it is running, and polls its local API for ten seconds.
-    /// Returns whether it is running; false if it does not reply within that time. If the start
-    /// itself failed, returns false at once and lastError() has the number from
-    /// openDesktopApplication(). An application that accepts the connection but never replies
-    /// blocks this call.
+    /// Starts the application unless it is running, and polls its local API for up to ten seconds.
+    /// Returns true as soon as the application is running, and false if it does not reply within
+    /// that time. If the start itself failed, returns false at once, and lastError() contains the
+    /// number from openDesktopApplication(). An application that accepts the connection but never
+    /// replies blocks this call.
     bool launchTessaron();
 
-    /// Returns whether the application is running. Sends no request while the process with the last
-    /// known id exists and may be signalled; otherwise asks the application for its id. A reply
-    /// with status 200 and no process id, or 0, means that it is not running and does not change
-    /// lastError().
+    /// Returns whether the application is running. Sends no request if a process with the last
+    /// known id exists and this process may signal it. Otherwise asks the application for its id. A
+    /// reply with status 200 and no process id, or 0, means that the application is not running;
+    /// such a reply does not change lastError().
     bool isTessaronRunning();
 
     /// Returns the application's process id (its low 32 bits), or 0 if it is not running.

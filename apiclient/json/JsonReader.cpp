@@ -78,6 +78,7 @@ public:
     }
 
 private:
+    /// Returns whether anything follows the whitespace.
     bool skipWhitespace()
     {
         while (next != end && (*next == ' ' || *next == '\n' || *next == '\r' || *next == '\t')) {
@@ -197,8 +198,8 @@ private:
         return readString(static_cast<QString*>(value->data()));
     }
 
-    /// A long document repeats its keys and many short values thousands of times. A small cache
-    /// lets equal strings share their memory.
+    /// Reads a string. A long document repeats its keys and many short values thousands of times,
+    /// so a small cache lets equal strings share their memory.
     bool readString(QString* text)
     {
         if (!accept('"')) {
@@ -418,10 +419,11 @@ private:
     bool toDouble(const Unit* start, QVariant* value)
     {
         bool converted = false;
-        // QByteArray::toDouble() returns 0 in Qt 6 for what is out of range.
+        // Not QByteArray::toDouble(), which returns 0 in Qt 6 for a number out of range.
         const double number = QLocale::c().toDouble(textFrom(start, next - start), &converted);
         *value = std::copysign(number, *start == '-' ? -1.0 : 1.0);
-        // The grammar is valid, so a failed conversion means out of range. Underflow is 0.
+        // The syntax is valid, so a failed conversion means that the number is out of range. If it
+        // is too small, it is 0, which is not an error.
         return converted || number == 0.0;
     }
 

@@ -16,6 +16,7 @@ constexpr int blockSize = 16;
 constexpr int longestEscape = 6; // \uXXXX
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
+// The ASCII characters that need no escaping.
 constexpr std::array<bool, 0x80> plainAscii = []() {
     std::array<bool, 0x80> plain{};
     for (unsigned unit = 0x20; unit < plain.size(); ++unit) {
