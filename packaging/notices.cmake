@@ -1,5 +1,6 @@
-# The self-contained program's companions: what is linked into it, under which licence, where the
-# sources are, and what is needed to link it again with other versions.
+# Installs the files that the licences of the linked libraries require with the self-contained
+# program: the libraries' names, licences and sources, and what is needed to link the program again
+# with other versions of them.
 get_filename_component(qt_prefix ${Qt${QT_MAJOR}_DIR}/../../.. ABSOLUTE)
 if(NOT EXISTS ${qt_prefix}/build-qt.txt)
     message(FATAL_ERROR "The Qt in ${qt_prefix} was not built by tools/build-qt, so its source is "
@@ -10,8 +11,8 @@ file(STRINGS ${qt_prefix}/build-qt.txt qt_source REGEX "^source: ")
 string(REGEX REPLACE "^source: package (.*)" "Debian source package \\1" qt_source "${qt_source}")
 string(REGEX REPLACE "^source: .*" "qtbase ${Qt${QT_MAJOR}_VERSION}" qt_source "${qt_source}")
 
-# library_source(RESULT PACKAGE MODULE): Debian's source package and its version, or the version
-# that pkg-config knows.
+# library_source(RESULT PACKAGE MODULE): sets RESULT to Debian's source package and its version. If
+# PACKAGE is not installed, sets it to the version that pkg-config reports for MODULE.
 function(library_source result package module)
     execute_process(
         COMMAND dpkg-query --show --showformat "Debian source package \${source:Package} \${source:Version}" ${package}
@@ -31,9 +32,10 @@ configure_file(NOTICES.md.in NOTICES.md @ONLY)
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/NOTICES.md DESTINATION ${documents} COMPONENT bridge)
 install(DIRECTORY ${qt_prefix}/licences/ DESTINATION ${documents}/licences COMPONENT bridge)
-foreach(text /usr/share/common-licenses/LGPL-2.1 /usr/share/doc/libpcre2-dev/copyright)
-    if(NOT EXISTS ${text})
-        message(WARNING "${text} is missing. Add the licence texts of GLib and PCRE2 to the package.")
+foreach(licence_text /usr/share/common-licenses/LGPL-2.1 /usr/share/doc/libpcre2-dev/copyright)
+    if(NOT EXISTS ${licence_text})
+        message(WARNING
+            "${licence_text} is missing. Add the licence texts of GLib and PCRE2 to the package.")
     endif()
 endforeach()
 install(FILES /usr/share/common-licenses/LGPL-2.1 OPTIONAL
@@ -41,7 +43,7 @@ install(FILES /usr/share/common-licenses/LGPL-2.1 OPTIONAL
 install(FILES /usr/share/doc/libpcre2-dev/copyright OPTIONAL
     DESTINATION ${documents}/licences RENAME libpcre2-copyright COMPONENT bridge)
 
-# libraries_of(RESULT TARGET): the project's own libraries that the target is linked with.
+# libraries_of(RESULT TARGET): sets RESULT to the project's own libraries that TARGET is linked with.
 function(libraries_of result target)
     get_target_property(linked ${target} LINK_LIBRARIES)
     foreach(library IN LISTS linked)
@@ -57,8 +59,8 @@ function(libraries_of result target)
     set(${result} ${found} PARENT_SCOPE)
 endfunction()
 
-# The program's own machine code, without the compiler's intermediate code, which no other compiler
-# can read.
+# bridge.o contains the program's own machine code. The compiler's intermediate code is removed,
+# because no other compiler can read it.
 libraries_of(libraries tessaron-word-bridge)
 list(TRANSFORM libraries REPLACE "(.+)" "$<TARGET_FILE:\\1>" OUTPUT_VARIABLE archives)
 add_custom_command(OUTPUT bridge.o
