@@ -11,7 +11,8 @@ from office import HAS_PROGRAMS, OfficeCase, from_hex
 from support import SOURCE, skip, utf16
 
 NODE = shutil.which("node")
-DESKTOP = SOURCE / "testbed" / "desktop"
+TESTBED = SOURCE / "testbed"
+DESKTOP = TESTBED / "desktop"
 STYLE_URL = "http://www.zotero.org/styles/"
 APA, IEEE = STYLE_URL + "apa", STYLE_URL + "ieee"
 PREFIX = "ADDIN CSL_CITATION "
@@ -21,8 +22,8 @@ PIECE, PART, RUN, MARKS = "\ue000\ue001\ue002\ue003"
 
 
 def main():
-    if not HAS_PROGRAMS or NODE is None or not (DESKTOP / "node_modules").exists():
-        skip("LibreOffice (soffice), ps, Node or testbed/desktop/node_modules is missing.")
+    if not HAS_PROGRAMS or NODE is None or not (TESTBED / "node_modules").exists():
+        skip("LibreOffice (soffice), ps, Node or testbed/node_modules is missing.")
     unittest.main()
 
 

@@ -142,6 +142,7 @@ class OfficeCase(Case):
             self.assertEqual(found, 1, name)
         self.script = self.folder / "TessaronBridge.sh"
         self.script.write_text(text)
+
     def use_script(self, lines):
         """A bridge that does what the lines say; $1 is the command and $2 the folder."""
         program = self.folder / "bridge"

@@ -12,7 +12,7 @@ from support import home_without_application, run, skip, utf16
 from test_packages import FIRST, PLACES, PROGRAM, build, make_packages, package
 
 NAME = f"{PROGRAM}-{VERSION}-linux-x86_64"
-QT_PREFIX = os.environ["QT5_DIR"].split("/lib/cmake/")[0]
+QT_PREFIX = os.environ["QT_DIR"].split("/lib/cmake/")[0]
 DOCUMENTS = f"share/doc/{PROGRAM}"
 SEPARATOR = "\x01"
 WATSON_AND_CRICK = "33053e9b-89d7-43b2-a688-36f487407934"  # 1953, in the stand-in's library
