@@ -1,4 +1,5 @@
-"""Writes the sample documents. Their references come from the desktop stand-in's library."""
+"""Writes the sample documents. Their references come from the library of the stand-in for the
+application."""
 
 import argparse
 import json

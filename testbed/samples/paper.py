@@ -27,7 +27,7 @@ DECLARATIONS = " ".join(f'xmlns:{prefix}="{uri}"' for prefix, uri in NAMESPACES.
 CONTENT = "application/vnd.openxmlformats-officedocument.wordprocessingml.{}+xml"
 TIGHT = '<w:pPr><w:spacing w:after="0"/></w:pPr>'
 PLACEHOLDER = "{Citation}"
-A_DAY = datetime.datetime(2024, 3, 1, 12)  # in place of the present time, so that the bytes are always the same
+FIXED_DATE = datetime.datetime(2024, 3, 1, 12)  # so that the bytes are always the same
 
 
 def xml(text):
@@ -52,7 +52,7 @@ def instruction(text, tag="instrText"):
 
 
 def field(code, text=PLACEHOLDER, pieces=1):
-    """A complex field; its code may be split over several runs, as Word does when it saves."""
+    """A complex field. Its code may be split over several runs, as Word splits it when it saves."""
     size = -(-len(code) // pieces)
     codes = [code[start : start + size] for start in range(0, len(code), size)]
     return (
@@ -96,7 +96,7 @@ class Codes:
 class Paper:
     def __init__(self, title):
         self.document = docx.Document()
-        self.document.core_properties.created = self.document.core_properties.modified = A_DAY
+        self.document.core_properties.created = self.document.core_properties.modified = FIXED_DATE
         self.document.core_properties.title = title
         self._set_up()
         self.document.add_heading(title, 1)
@@ -110,7 +110,7 @@ class Paper:
         section.top_margin = section.bottom_margin = Mm(16)
         normal = self.document.styles["Normal"]
         normal.font.name, normal.font.size = "DejaVu Serif", Pt(9)
-        # No paragraph is split by a page break, so that a PDF's text holds it in one piece.
+        # Keeps each paragraph on one page, so that it is in one piece in a PDF's text.
         normal.paragraph_format.keep_together = True
         style = self.document.styles.add_style("Bibliography", 1)
         style.base_style = normal
@@ -147,7 +147,7 @@ class Paper:
         self.document.save(memory)
         with zipfile.ZipFile(memory) as made, zipfile.ZipFile(path, "w") as target:
             for name in made.namelist():
-                info = zipfile.ZipInfo(name, A_DAY.timetuple()[:6])
+                info = zipfile.ZipInfo(name, FIXED_DATE.timetuple()[:6])
                 info.compress_type = zipfile.ZIP_DEFLATED
                 target.writestr(info, made.read(name))
 

@@ -1,4 +1,4 @@
-"""The sample with a citation in every place and in every form that a Word document allows."""
+"""The sample with a citation in every place and every form that a Word document allows."""
 
 from docx.opc.constants import RELATIONSHIP_TYPE as RT
 

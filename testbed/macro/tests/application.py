@@ -1,4 +1,4 @@
-"""A stub of bridge and application for tests that run the macro in this process."""
+"""A stub of the bridge and the application, for tests that run the macro in this process."""
 
 import contextlib
 import hashlib
@@ -26,7 +26,7 @@ def tagged(text, marks):
 
 
 def random_markup(key):
-    """A text with marks that depends on the key only."""
+    """Returns a text with random marks. The same key always gives the same text."""
     source = random.Random(hashlib.sha256(key.encode()).digest())
     pieces = []
     for _ in range(source.randint(1, 4)):
@@ -36,8 +36,8 @@ def random_markup(key):
 
 
 class Application:
-    """Formats each citation by `texts(style, citation's id)`, and answers the check of an edited
-    text by `check`: "record", "cancel" or "give up"."""
+    """Formats each citation as `texts(style, id of its first work)`. `check` is the user's choice for
+    an edited text: "record", "cancel" or "give up"."""
 
     def __init__(self, texts=lambda style, name: random_markup(style + name), check="record"):
         self.texts, self.check = texts, check

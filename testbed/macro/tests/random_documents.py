@@ -18,7 +18,7 @@ ORDER = ("b", "i", "sc", "sup", "sub")
 
 
 def write(path, body, footnotes=""):
-    """Writes a document with this content of its body, and footnotes if there are any."""
+    """Writes a document with this body and, if they are not empty, these footnotes."""
     parts = {
         "[Content_Types].xml": TYPES,
         "_rels/.rels": RELS.format(REL.format(1, "officeDocument", "word/document.xml")),
@@ -60,7 +60,7 @@ def text(content):
 
 
 def complex_field(code, shown, marks=(), text_marks=None):
-    """A field all of whose runs have the marks; its text has `text_marks` if they are given."""
+    """A field whose runs all have `marks`, except that its text has `text_marks` if they are given."""
     begin, separate, end = (
         run(f'<w:fldChar w:fldCharType="{kind}"/>', marks) for kind in ("begin", "separate", "end")
     )
@@ -91,7 +91,7 @@ class Random:
         field = shape(code, "(old)" if recorded else self.source.choice(["(old)", "{Citation}", "x"]))
         return self.source.choice(
             ["{}", "{}", "{}", '<w:ins w:id="9">{}</w:ins>', "<w:hyperlink>{}</w:hyperlink>"]
-        ).format(field.replace("{", "{{").replace("}", "}}")).replace("{{", "{").replace("}}", "}")
+        ).format(field)
 
     def in_runs(self, code, shown):
         marks = self.marks()

@@ -16,12 +16,13 @@ BIB = BEGIN + code(bibliography.CODE) + SEPARATE
 NEXT = "</w:p><w:p>"
 MARK = "<w:bookmarkStart w:id='1' w:name='x'/>"
 
-# Contents of a first paragraph (which may go on): the texts of all paragraphs for 1 and 3 entries.
+# The contents of a paragraph, which may add further paragraphs, and the texts of all paragraphs after
+# filling in one entry and three entries.
 BIBLIOGRAPHIES = {
     "one paragraph": (BIB + run("old") + END, "a", "a|b|c"),
     "three paragraphs": (BIB + run("x") + NEXT + run("y") + NEXT + run("z") + END, "a", "a|b|c"),
-    "words around": (run("&lt;") + BIB + run("old") + END + run(">"), "<a>", "<a|b|c>"),
-    "words around three": (
+    "text around one paragraph": (run("&lt;") + BIB + run("old") + END + run(">"), "<a>", "<a|b|c>"),
+    "text around three paragraphs": (
         run("&lt;") + BIB + NEXT + NEXT + run("z") + END + run(">"), "<a>", "<a|b|c>"),
     "empty paragraphs": (BIB + NEXT + NEXT + END, "a", "a|b|c"),
     "no text yet": (BEGIN + code(bibliography.CODE) + END, "a", "a|b|c"),
@@ -31,11 +32,11 @@ BIBLIOGRAPHIES = {
         (BIB + run("old") + END + run(">")).replace("</w:r><w:r>", ""), "a>", "a|b|c>"),
     "a bookmark in the middle": (BIB + NEXT + MARK + run("y") + NEXT + END, "a", "a|b|c"),
     "a bookmark before the end": (BIB + NEXT + MARK + run("y") + END, "a", "a|b|c"),
-    "the end of a section": (BIB + run("x") + NEXT + SECTION + run("y") + END, "a", "a|b|c"),
-    "its own section": (SECTION + BIB + run("x") + END, "a", "a|b|c"),
+    "last paragraph ends a section": (BIB + run("x") + NEXT + SECTION + run("y") + END, "a", "a|b|c"),
+    "first paragraph ends a section": (SECTION + BIB + run("x") + END, "a", "a|b|c"),
 }
 
-LEFT = {
+NOT_FILLED = {
     "a table between": BIB + "</w:p><w:tbl/><w:p>" + END,
     "another field inside": BIB + PAGE + END,
     "a picture inside": BIB + "<w:r><w:drawing/></w:r>" + END,
@@ -53,17 +54,18 @@ class Bibliography(unittest.TestCase):
         body = document.trees["main"][0]
         return ["".join(p.itertext(W + "t")) for p in body.findall(W + "p")]
 
-    def test_fills(self):
+    def test_fills_fields(self):
         for title, (contents, one, three) in BIBLIOGRAPHIES.items():
             for texts, expected in (("a", one), ("abc", three)):
                 with self.subTest(title, texts=texts):
                     document, problem = self.fill(contents, texts)
                     self.assertEqual(problem, "")
                     self.assertEqual(self.texts(document), [*expected.split("|"), "after"])
-                    self.keeps(contents, document)
+                    self.check_kept(contents, document)
 
-    def keeps(self, contents, document):
-        """Sections and bookmarks survive, the section at the end; a second fill changes nothing."""
+    def check_kept(self, contents, document):
+        """Sections and bookmarks are kept, a section in the last paragraph; a second fill changes
+        nothing."""
         body = document.trees["main"][0]
         self.assertEqual("<w:sectPr/>" in contents, len([*body.iter(W + "sectPr")]) == 2)
         self.assertEqual("bookmark" in contents, len([*body.iter(W + "bookmarkStart")]) == 1)
@@ -77,7 +79,7 @@ class Bibliography(unittest.TestCase):
         self.assertEqual(etree.tostring(body), before)
 
     def test_shrinks_and_grows(self):
-        document, _ = self.fill(BIBLIOGRAPHIES["words around three"][0], "abc")
+        document, _ = self.fill(BIBLIOGRAPHIES["text around three paragraphs"][0], "abc")
         for texts in ("a", "abcd", "ab"):
             (field,) = fields.find(document).bibliographies
             bibliography.fill(field, entries(*texts))
@@ -85,8 +87,8 @@ class Bibliography(unittest.TestCase):
                 "|".join(self.texts(document)), "<" + "|".join(texts) + ">|after"
             )
 
-    def test_left(self):
-        for title, contents in LEFT.items():
+    def test_leaves_unsafe_fields_unchanged(self):
+        for title, contents in NOT_FILLED.items():
             with self.subTest(title):
                 before = etree.tostring(package(paragraph(contents)).trees["main"])
                 document = package(paragraph(contents))
@@ -94,7 +96,7 @@ class Bibliography(unittest.TestCase):
                 self.assertNotEqual(bibliography.fill(field, entries("a", "b")), "")
                 self.assertEqual(etree.tostring(document.trees["main"]), before)
 
-    def test_created_before_the_last_section(self):
+    def test_creates_a_field_before_the_last_section(self):
         document = package(paragraph(run("text")) + "<w:sectPr/>")
         body = document.trees["main"][0]
         bibliography.fill(bibliography.create(body), entries("a", "b"))
@@ -102,7 +104,7 @@ class Bibliography(unittest.TestCase):
         self.assertEqual(body[-1].tag, W + "sectPr")
         self.assertEqual(len(fields.find(document).bibliographies), 1)
 
-    def test_entries(self):
+    def test_splits_a_text_into_entries(self):
         table = {"a": ["a"], "a\nb\n": ["a", "b"], "a\n\nb": ["a", "", "b"]}
         for text, expected in table.items():
             found = [runs.plain(pieces) for pieces in bibliography.entries_of(text)]

@@ -5,7 +5,7 @@ from wordmacro import clusters
 
 RECORD = '{{"tessaron":{{"previouslyFormattedCitation":"{}"}}}}'
 
-# A field code, whether it holds an object, and whether that has works.
+# A field code, whether it contains a JSON object, and whether the object lists works.
 CODES = {
     "as the bridge writes it": ('ADDIN CSL_CITATION {"citationItems":[{}]}', True, True),
     "two spaces in the name": ('ADDIN  CSL_CITATION {"citationItems":[{}]}', True, True),
@@ -23,6 +23,7 @@ CODES = {
     "works that are a text": ('ADDIN CSL_CITATION {"citationItems":"x"}', True, False),
 }
 
+# A field code, and the number in it that exceeds the range of a double.
 NUMBERS = {
     '{"a":1e400}': "1e400",
     '{"a":-1.5E+999}': "-1.5E+999",
@@ -35,13 +36,13 @@ NUMBERS = {
 
 
 class Clusters(unittest.TestCase):
-    def test_codes(self):
+    def test_reads_field_codes(self):
         for name, (code, is_object, has_works) in CODES.items():
             with self.subTest(name):
                 self.assertEqual(clusters.cluster(code) is not None, is_object)
                 self.assertEqual(clusters.has_works(code), has_works)
 
-    def test_numbers_beyond_a_double(self):
+    def test_finds_numbers_beyond_a_double(self):
         for code, found in NUMBERS.items():
             with self.subTest(code[:40]):
                 self.assertEqual(clusters.too_large_number(code), found)
@@ -54,7 +55,7 @@ class Clusters(unittest.TestCase):
                 (field,) = find(citation(record, shown)).citations
                 self.assertEqual(clusters.is_edited(field), is_edited)
 
-    def test_marks_of_the_whole_field_are_no_edit(self):
+    def test_marks_of_the_whole_field_do_not_count_as_an_edit(self):
         contents = citation(RECORD.format("&lt;i>old&lt;/i>"), "old")
         marked = contents.replace("<w:r>", "<w:r><w:rPr><w:i/></w:rPr>")
         for contents, is_edited in ((contents, True), (marked, False)):

@@ -1,5 +1,5 @@
-"""Every action ends with a result or a sentence, whatever the package holds. The seed is printed;
-MACRO_SEED sets it."""
+"""Every action on a damaged package ends with a result or with a sentence about the reason. The seed
+is printed; MACRO_SEED sets it."""
 
 import os
 import random
@@ -23,8 +23,9 @@ ODD = ("<!-- a comment -->", "<?target data?>", "<w:t/>", "<w:instrText/>", "<w:
        "<w:txbxContent/>", '<w:bookmarkStart w:name="B"/>', "&#1234567;", "\x00", "ADDIN")  # fmt: skip
 
 
-def shuffled_xml(text, choice):
-    """One random change: an element or a text removed, doubled, moved, replaced or inserted."""
+def changed_xml(text, choice):
+    """Makes one random change: removes, doubles, replaces or inserts an element, changes attributes,
+    or removes a range."""
     found = list(ELEMENT.finditer(text))
     one, other = choice.choice(found), choice.choice(found)
     kind = choice.randrange(6)
@@ -43,12 +44,12 @@ def shuffled_xml(text, choice):
 
 
 def spoil_parts(path, choice):
-    """Changes the XML of parts, the names of parts, and how they are compressed."""
+    """Changes the XML of one part, sometimes the names of parts, and how they are compressed."""
     with zipfile.ZipFile(path) as source:
         parts = {name: source.read(name).decode() for name in source.namelist()}
     name = choice.choice(list(parts))
     for _ in range(choice.randint(1, 3)):
-        parts[name] = shuffled_xml(parts[name], choice) if ELEMENT.search(parts[name]) else ""
+        parts[name] = changed_xml(parts[name], choice) if ELEMENT.search(parts[name]) else ""
     if choice.random() < 0.2:
         parts = {choice.choice([n, n.upper(), n + "x", "é" + n]): t for n, t in parts.items()}
     with zipfile.ZipFile(path, "w", choice.choice(METHODS)) as target:
@@ -83,7 +84,7 @@ ACTIONS = (
 )
 
 
-class Merging(Application):
+class EditingApplication(Application):
     def mergeFields(self, *codes):
         return [codes[0]]
 
@@ -106,13 +107,13 @@ class DamagedPackages(unittest.TestCase):
                     documents.Random(choice).write(source)
                     choice.choice([spoil_parts, spoil_parts, spoil_bytes])(source, choice)
                     statuses[self.run_action(choice.choice(ACTIONS), source, target)] += 1
-        self.assertGreater(min(statuses.values()), PACKAGES // 20, "both kinds of end occur")
+        self.assertGreater(min(statuses.values()), PACKAGES // 20, "both outcomes occur")
 
     def run_action(self, action, source, target):
         target.write_bytes(b"what was there before")
         name, *options = action
         paths = [source] if name == "list" else [source, target]
-        status, printed, message = run_macro(Merging(), name, *paths, *options)
+        status, printed, message = run_macro(EditingApplication(), name, *paths, *options)
         self.assertRegex(message, SENTENCE)
         self.assertEqual(status == 1, "macro: " in message)
         if status == 0 and name != "list":

@@ -70,13 +70,14 @@ def nested_box(contents):
     return f"<w:r><w:pict>{box(contents)}</w:pict></w:r>"
 
 
-# Contents of one paragraph: the names of the citations found, and of those left with the reason.
+# The contents of a paragraph, the names of the citations that can be written, and the names of the
+# others with the reason.
 FOUND = {
     "none": (run("text"), "", {}),
     "complex": (citation("a"), "a", {}),
     "two": (citation("a") + citation("b"), "ab", {}),
     "split code": (SPLIT, "a", {}),
-    "no text": (NO_TEXT, "a", {}),
+    "field without a text": (NO_TEXT, "a", {}),
     "several spaces around the name": (BEGIN + code("  ADDIN   CSL_CITATION   a") + END, "a", {}),
     "another field": (PAGE, "", {}),
     "a comment inside": (
@@ -142,7 +143,7 @@ FOUND = {
 UNBALANCED = {
     "no end": BEGIN + code(CODE + "a") + SEPARATE + run("x"),
     "no beginning": SEPARATE + run("x") + END,
-    "end too many": citation("a") + END,
+    "one end too many": citation("a") + END,
     "cut by a box": BEGIN + f"<w:r><w:pict>{box(END)}</w:pict></w:r>",
     "cut by a simple field": simple("a", BEGIN) + END,
     "end in a simple field": BEGIN + simple("a", END),
@@ -173,7 +174,7 @@ def name(field):
 
 
 class Fields(unittest.TestCase):
-    def test_found_and_left(self):
+    def test_finds_citations_that_can_be_written_and_others(self):
         for title, (contents, names, left) in FOUND.items():
             with self.subTest(title):
                 found = find(contents)
@@ -182,12 +183,12 @@ class Fields(unittest.TestCase):
                 problems = {f.code.split()[2]: f.problem for f in found.citations if f.problem}
                 self.assertEqual(problems, left)
 
-    def test_unbalanced(self):
+    def test_rejects_unbalanced_fields(self):
         for title, contents in UNBALANCED.items():
             with self.subTest(title), self.assertRaises(Failure):
                 find(contents)
 
-    def test_special_characters_in_code_and_text(self):
+    def test_reads_special_characters_in_code_and_text(self):
         contents = (
             BEGIN + "<w:r><w:instrText>ADDIN CSL_CITATION {a</w:instrText><w:noBreakHyphen/>"
             "<w:tab/><w:instrText>}</w:instrText></w:r>" + SEPARATE
@@ -210,7 +211,7 @@ class Fields(unittest.TestCase):
                     for copy in (found, *found.twins):
                         self.assertEqual((copy.code, copy.pieces()), (found.code, pieces))
 
-    def test_the_whole_fields_look_is_no_mark(self):
+    def test_new_text_keeps_the_look_of_the_whole_field(self):
         look = "<w:rPr><w:i/><w:color w:val='FF0000'/></w:rPr>"
         document = package(paragraph(citation("a").replace("<w:r>", f"<w:r>{look}")))
         (found,) = fields.find(document).citations
@@ -235,7 +236,7 @@ class Fields(unittest.TestCase):
             )
             self.assertEqual("".join(body.itertext(W + "t")), text)
 
-    def test_characters_that_xml_cannot_hold_are_escaped_in_a_code(self):
+    def test_escapes_characters_in_a_code_that_xml_cannot_represent(self):
         (found,) = find(citation("a")).citations
         rewrite.set_code(found, CODE + '{"t":"\ud83d\x07"}')
         self.assertEqual(found.code, CODE + '{"t":"\\ud83d\\u0007"}')

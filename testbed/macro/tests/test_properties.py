@@ -1,5 +1,5 @@
-"""What holds for every document: over all combinations of marks, and over random documents. The
-seed is printed; MACRO_SEED sets it."""
+"""Properties that every document must have, tested with all combinations of marks and with random
+documents. The seed is printed; MACRO_SEED sets it."""
 
 import itertools
 import os
@@ -48,19 +48,20 @@ class Properties(unittest.TestCase):
         self.assertEqual((status, message), (0, ""))
 
     def check_formats(self, source, styles=STYLES):
-        """A style twice gives the same bytes, and by way of another style the same document."""
+        """Formatting twice in a style gives the same bytes. Formatting in another style and then back
+        gives the same document."""
         targets = {style: self.folder / f"{style}.docx" for style in styles}
         for style, target in targets.items():
             self.format(source, target, style)
             first = target.read_bytes()
             self.format(target, target, style)
-            self.assertEqual(target.read_bytes(), first, "a second time")
-        way = self.folder / "way.docx"
+            self.assertEqual(target.read_bytes(), first, "formatted twice")
+        changed = self.folder / "changed.docx"
         for style, other in itertools.permutations(styles, 2):
-            self.format(targets[style], way, other)
-            self.assertEqual(parts(way), parts(targets[other]), f"{other} after {style}")
-            self.format(way, way, style)
-            self.assertEqual(parts(way), parts(targets[style]), f"{style} after {other}")
+            self.format(targets[style], changed, other)
+            self.assertEqual(parts(changed), parts(targets[other]), f"{other} after {style}")
+            self.format(changed, changed, style)
+            self.assertEqual(parts(changed), parts(targets[style]), f"{style} after {other}")
         commands = {command for command, _ in self.application.commands}
         self.assertEqual(commands, {"formatCitationsAndBibliography"}, "nothing was edited by hand")
         return targets
@@ -111,7 +112,7 @@ class Properties(unittest.TestCase):
                     if has_place:
                         self.assertEqual(before, after)
 
-    def test_an_edited_text_is_recorded_and_no_other_text(self):
+    def test_records_only_the_text_that_was_edited(self):
         source, target = self.folder / "source.docx", self.folder / "target.docx"
         for number in range(DOCUMENTS // 3):
             with self.subTest(seed=SEED, number=number):
@@ -132,7 +133,7 @@ class Properties(unittest.TestCase):
                 self.assertEqual(texts[edited], "my own <words>")
 
     def edit(self, path, number):
-        """Types over a citation: its first run of text gets the words, the others go."""
+        """Types over a citation: puts the new words into its first run of text and removes the others."""
         tree = reader.trees(path)[""]
         field = reader.fields(tree)[number]
         texts = [n for n in field.nodes if n.tag.rpartition("}")[2] in ("t", "tab", "br")]

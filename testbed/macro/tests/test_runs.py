@@ -18,8 +18,8 @@ MARKUP = {
     "nested": ("<i>a<b>b</b>c</i>", ["a:i", "b:b,i", "c:i"]),
     "the same mark twice": ("<i>a<i>b</i>c</i>d", ["abc:i", "d"]),
     "adjacent runs with equal marks join": ("<i>a</i><i>b</i>", ["ab:i"]),
-    "low inside high": ("<sup>a<sub>b</sub></sup>", ["a:sup", "b:sub"]),
-    "crossed": ("<i>a<b>b</i>c</b>", ["a:i", "b:b,i", "c:b"]),
+    "subscript inside superscript": ("<sup>a<sub>b</sub></sup>", ["a:sup", "b:sub"]),
+    "overlapping tags": ("<i>a<b>b</i>c</b>", ["a:i", "b:b,i", "c:b"]),
     "escapes": ("&lt;i&gt; &amp;amp;", ["<i> &amp;"]),
     "never closed": ("a<i>b", ["a", "b:i"]),
     "closed without opening": ("a</i>b", ["a</i>b"]),
@@ -29,10 +29,10 @@ MARKUP = {
     "another span": ("<span>a</span>", ["<span>a</span>"]),
     "unknown escape": ("&nbsp;&#38;&", ["&nbsp;&#38;&"]),
     "angle brackets that are not tags": ("a < b > c", ["a < b > c"]),
-    "scripts": ("Ζορμπά 围城 بين 🐋", ["Ζορμπά 围城 بين 🐋"]),
+    "several scripts": ("Ζορμπά 围城 بين 🐋", ["Ζορμπά 围城 بين 🐋"]),
 }
 
-# What a text becomes in a run, and how it reads afterwards.
+# A text, the elements of its run, and the text that is read back.
 CONTENTS = {
     "tab": ("a\tb", ["t:a", "tab", "t:b"], "a\tb"),
     "line break": ("a\vb", ["t:a", "br", "t:b"], "a\vb"),
@@ -42,12 +42,12 @@ CONTENTS = {
     "non-breaking hyphen": ("a\x1eb", ["t:a", "noBreakHyphen", "t:b"], "a\x1eb"),
     "optional hyphen": ("a\x1fb", ["t:a", "softHyphen", "t:b"], "a\x1fb"),
     "only a tab": ("\t", ["tab"], "\t"),
-    "end mark of a cell": ("a\x07", ["t:a\ufffd"], "a\ufffd"),
+    "end mark of a table cell": ("a\x07", ["t:a\ufffd"], "a\ufffd"),
     "U+0000": ("\x00", ["t:\ufffd"], "\ufffd"),
     "field characters": ("\x13\x14\x15", ["t:\ufffd\ufffd\ufffd"], "\ufffd\ufffd\ufffd"),
-    "half an emoji": ("a\ud83d", ["t:a\ufffd"], "a\ufffd"),
-    "no characters": ("\ufffe\uffff", ["t:\ufffd\ufffd"], "\ufffd\ufffd"),
-    "a whole emoji": ("🐋", ["t:🐋"], "🐋"),
+    "unpaired surrogate": ("a\ud83d", ["t:a\ufffd"], "a\ufffd"),
+    "noncharacters": ("\ufffe\uffff", ["t:\ufffd\ufffd"], "\ufffd\ufffd"),
+    "surrogate pair": ("🐋", ["t:🐋"], "🐋"),
     "spaces at the ends": (" a ", ["t: a "], " a "),
     "no-break space": ("a\xa0b", ["t:a\xa0b"], "a\xa0b"),
     "characters with a meaning in XML": ("<&>\"'", ["t:<&>\"'"], "<&>\"'"),
@@ -55,7 +55,7 @@ CONTENTS = {
 
 
 def pieces(texts):
-    """["a:i,b"] as pieces; the marks follow the last colon."""
+    """Converts texts such as "a:i,b" to pieces. The marks follow the last colon."""
     found = []
     for text in texts:
         body, colon, marks = text.rpartition(":")
@@ -69,18 +69,18 @@ def element(text):
 
 
 class Runs(unittest.TestCase):
-    def test_markup(self):
+    def test_parses_markup(self):
         for name, (markup, texts) in MARKUP.items():
             with self.subTest(name):
                 self.assertEqual(runs.pieces_of_markup(markup), pieces(texts))
 
-    def test_markup_of_pieces_parses_to_the_same_pieces(self):
+    def test_written_markup_parses_to_the_same_pieces(self):
         for name, (_, texts) in MARKUP.items():
             with self.subTest(name):
                 markup = runs.markup_of_pieces(pieces(texts))
                 self.assertEqual(runs.pieces_of_markup(markup), pieces(texts))
 
-    def test_contents(self):
+    def test_writes_special_characters_as_elements(self):
         for name, (text, expected, seen) in CONTENTS.items():
             with self.subTest(name):
                 (run,) = runs.runs_of_pieces([(text, frozenset())], None)
@@ -90,7 +90,7 @@ class Runs(unittest.TestCase):
                 etree.fromstring(etree.tostring(run))
                 self.assertEqual(runs.shown([(text, frozenset())]), [(seen, frozenset())])
 
-    def test_every_mark_comes_back_from_its_run(self):
+    def test_reads_back_every_mark_of_a_run(self):
         for mark in runs.PROPERTIES:
             with self.subTest(mark):
                 (run,) = runs.runs_of_pieces([("a", frozenset({mark}))], None)
@@ -108,7 +108,7 @@ class Runs(unittest.TestCase):
             "rStyle b bCs i iCs smallCaps color vertAlign lang rPrChange".split(),
         )
 
-    def test_marks(self):
+    def test_reads_the_marks_of_run_properties(self):
         table = {
             "<w:i/>": {"i"},
             "<w:i w:val='1'/><w:b w:val='true'/>": {"i", "b"},
@@ -125,7 +125,7 @@ class Runs(unittest.TestCase):
                 self.assertEqual(runs.marks_of_properties(runs.look(run[0], None)), frozenset())
                 self.assertEqual(runs.marks_of_properties(runs.look(None, run[0])), marks)
 
-    def test_a_field_keeps_what_it_switches_off(self):
+    def test_a_mark_that_the_field_switches_off_stays_off(self):
         whole = element("<w:r><w:rPr><w:i w:val='0'/><w:iCs w:val='0'/></w:rPr></w:r>")[0]
         found = runs.look(None, whole)
         self.assertEqual([e.get(W + "val") for e in found], ["0", "0"])

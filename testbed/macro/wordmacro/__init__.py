@@ -1,1 +1,1 @@
-"""The macro's stand-in for the shell: it changes .docx files and runs the bridge."""
+"""The stand-in for the macro: a command-line program that changes .docx files and runs the bridge."""

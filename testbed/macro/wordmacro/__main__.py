@@ -1,4 +1,4 @@
-"""The command line of the macro's stand-in."""
+"""The command line of the stand-in for the macro."""
 
 import argparse
 import os
@@ -19,7 +19,7 @@ SHORT = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
 
 
 class Stopped(BaseException):
-    """A signal ended the program. As an exception it removes temporary files on its way."""
+    """Raised when a signal stops the program, so that temporary files are removed."""
 
 
 def main(arguments=None):
@@ -39,7 +39,7 @@ def main(arguments=None):
     except Failure as failure:
         console.report(f"macro: {failure}")
         return 1
-    except Exception as error:  # a mistake in this program: a sentence in place of a traceback
+    except Exception as error:  # a bug in this program: print a sentence, not a traceback
         console.report(f"macro: {_described(error)} Nothing was written.")
         return 1
 
@@ -72,7 +72,7 @@ def _run(options):
 
 
 def _decoded(argument):
-    """An argument from the command line, halves of surrogate pairs included."""
+    """Decodes an argument from the command line, which may contain unpaired surrogates."""
     try:
         return os.fsencode(argument).decode("utf-8", "surrogatepass")
     except UnicodeError:
@@ -84,7 +84,7 @@ def _visible(found):
 
 
 def _write_results(folder, results):
-    """One file for each result, called 1, 2 and so on. Removes what an earlier run left after them."""
+    """Writes each result to a file named 1, 2 and so on. Removes files with higher numbers."""
     try:
         folder.mkdir(exist_ok=True)
         for number, text in enumerate(results, 1):
@@ -100,7 +100,7 @@ def _write_results(folder, results):
 
 
 def _print(text):
-    """Prints what an action is for. A pipe without a reader ends the program silently."""
+    """Prints the result of an action. If a pipe has no reader, the program ends silently."""
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     if console.write(sys.stdout, text):
         return 0
@@ -113,12 +113,12 @@ def _list(options):
 
 def _change(options):
     """Changes one citation, then formats the document if a style is given; writes once, at the end.
-    The exit status is about the document, also if the output cannot be printed."""
+    Returns 0 once the document is written, even if the sentence about it cannot be printed."""
     check_target(options.output)
     document = Document(options.input)
     if document.package.is_signed and not options.drop_signature:
         raise Failure(
-            f"{options.input} has a digital signature, which no longer holds once the document is "
+            f"{options.input} has a digital signature, which becomes invalid when the document is "
             "changed. Nothing was written. With --drop-signature it is removed."
         )
     done = []
@@ -133,7 +133,7 @@ def _change(options):
     return 0
 
 
-# Name, what it does to one citation, the citation numbers that it takes, the help.
+# Name, function that changes one citation, citation numbers that it takes, help text.
 CHANGES = (
     ("format", None, (), "all citations and the bibliography"),
     ("insert", commands.insert, (), "a new citation at the end of the body, or at a bookmark"),

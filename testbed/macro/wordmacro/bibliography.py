@@ -8,8 +8,8 @@ from . import fields, rewrite, runs
 from .package import W
 
 CODE = "ADDIN CSL_BIBLIOGRAPHY"
-ODD_PLACE = "it does not consist of plain paragraphs"
-NO_SECTION = {W + "sectPr", W + "pPrChange"}
+NOT_PLAIN = "it does not consist of plain paragraphs"
+NOT_COPIED = {W + "sectPr", W + "pPrChange"}
 MARKERS = {
     W + name
     for name in ("bookmarkStart", "bookmarkEnd", "commentRangeStart", "commentRangeEnd")
@@ -34,7 +34,7 @@ def create(body):
 
 
 def fill(field, entries):
-    """Writes the entries into a field and its copies. Returns the reason if none was written."""
+    """Writes the entries into a field and its copies. Returns "" on success and otherwise the reason."""
     copies = [field, *field.twins]
     problem = next((found for found in map(_problem, copies) if found), "")
     if not problem:
@@ -45,7 +45,7 @@ def fill(field, entries):
 
 
 def _problem(field):
-    return field.problem or ("" if _paragraphs(field) else ODD_PLACE)
+    return field.problem or ("" if _paragraphs(field) else NOT_PLAIN)
 
 
 def _fill(field, entries):
@@ -54,7 +54,7 @@ def _fill(field, entries):
     if _entries_now(field, paragraphs) == entries:
         return
     look = field.look
-    start = rewrite.opened(field)
+    start = rewrite.separator_run(field)
     field.end = rewrite.split_before(field.end)
     for node in field.texts:
         rewrite.remove(node)
@@ -99,7 +99,7 @@ def _entries_now(field, paragraphs):
 
 
 def _tail(field, paragraphs):
-    """What follows the field's text: the rest of its last paragraph, which moves to the new one."""
+    """What follows the field's text in its last paragraph. It moves to the new last paragraph."""
     end = field.end.getparent()
     before = [n for n in end.itersiblings(preceding=True) if _is_marker(n)]
     kept = before[::-1] if len(paragraphs) > 1 else []
@@ -107,7 +107,7 @@ def _tail(field, paragraphs):
 
 
 def _blocks(paragraphs, count):
-    """As many paragraphs as entries: the first as it is, then empty ones that look like it."""
+    """Returns `count` paragraphs: the first one unchanged, then empty ones that look like it."""
     first, last = paragraphs[0], paragraphs[-1]
     section = last.find(f"{W}pPr/{W}sectPr")
     for paragraph in paragraphs[1:]:
@@ -130,7 +130,7 @@ def _paragraph_like(first):
     properties = first.find(W + "pPr")
     if properties is not None:
         copied = copy.deepcopy(properties)
-        for child in [c for c in copied.iter() if c.tag in NO_SECTION | fields.DELETED]:
+        for child in [c for c in copied.iter() if c.tag in NOT_COPIED | fields.DELETED]:
             child.getparent().remove(child)
         new.append(copied)
     return new

@@ -1,4 +1,4 @@
-"""What the macro reads inside a field code: whether it holds a citation, and the recorded text."""
+"""Reads field codes: whether they contain a citation, its works, and the recorded text."""
 
 import json
 import re
@@ -34,7 +34,7 @@ def has_works(code):
 
 
 def too_large_number(code):
-    """Returns a number in a field code that exceeds the range of a double, or an empty text."""
+    """Returns a number in a field code that exceeds the range of a double, or an empty string."""
     numbers = (found.group(1) for found in NUMBER.finditer(code) if found.group(1))
     return next((n for n in numbers if abs(float(n)) == float("inf")), "")
 
@@ -62,16 +62,16 @@ def shows(field, markup):
 
 
 def is_edited(field):
-    """Whether the document shows another text than the recorded one. A field without text shows
-    nothing that a refresh could lose."""
+    """Whether the document shows another text than the recorded one. A field without a text does not
+    count as edited, because formatting it loses nothing."""
     recorded = recorded_text(field.code)
     has_text = runs.plain(field.pieces()).strip() != ""
     return recorded is not None and has_text and not shows(field, recorded)
 
 
 def current_text(field):
-    """The markup of a citation as it reads now. The recorded text is returned as it was recorded if
-    it is what the document shows, because runs cannot hold every character of it."""
+    """The markup of the text that the document shows. If that is the recorded text, returns it as
+    recorded, because runs cannot represent all of its characters."""
     recorded = recorded_text(field.code)
     if recorded is not None and (field.problem or shows(field, recorded)):
         return recorded
@@ -79,7 +79,7 @@ def current_text(field):
 
 
 def marks_of_simple(field):
-    """The marks that all of a simple field's text has and the recorded text has not: those of the
-    field as a whole, which a simple field has no other place for."""
+    """The marks of a simple field as a whole: those that all of its text has and the recorded text
+    lacks. A simple field has no other place for them."""
     recorded = runs.pieces_of_markup(recorded_text(field.code) or "")
     return runs.common_marks(field.pieces()) - runs.common_marks(recorded)

@@ -1,4 +1,4 @@
-"""What the macro does with a document: format all of it, or change one citation."""
+"""The actions on a document: format all of it, or change one citation."""
 
 from typing import NamedTuple
 
@@ -17,7 +17,7 @@ WITHOUT_IT = (
 
 
 class Choices(NamedTuple):
-    """What the person at the terminal allows explicitly."""
+    """What the user allows explicitly, by an option."""
 
     discard_edits: bool = False
     skip_unreadable: bool = False
@@ -55,8 +55,8 @@ def _count(number, one, many):
 
 
 def _readable(document, choices):
-    """The citations whose field codes can be sent. One that cannot be written is sent all the same,
-    because it counts in numeric styles and its works are in the bibliography."""
+    """The citations whose field codes can be sent. A citation that cannot be written is also sent,
+    because it has a number in numeric styles and its works are in the bibliography."""
     unreadable = [f for f in document.left if clusters.cluster(f.code) is None]
     if choices.skip_unreadable:
         unreadable = [f for f in document.all_citations if clusters.cluster(f.code) is None]
@@ -83,7 +83,7 @@ def _warn_of_skipped(field):
 
 def _record_edit(bridge, document, field):
     """Lets the application record a text edited by hand, which the batch would otherwise replace.
-    A failed command and a cancelled dialog give the old record back: the run fails then."""
+    Fails if the old record comes back, because the command failed or its dialog was cancelled."""
     if not clusters.is_edited(field):
         return
     name = document.named(field)
@@ -104,7 +104,7 @@ def _is_recorded(field, code):
 
 
 def _is_given_up(field, code):
-    """The person chose the style's text: the same works come back without any recorded text."""
+    """Whether the user chose the style's text: the same works came back without any recorded text."""
     is_same = clusters.works(code) == clusters.works(field.code)
     return is_same and clusters.recorded_text(code) is None
 
@@ -115,7 +115,8 @@ def _check_running(bridge):
 
 
 def _formatted(bridge, document, citations, style, choices):
-    """The batch, and the citations in it: with `skip_unreadable`, those not rejected."""
+    """Returns the citations of the batch and its answer. With `skip_unreadable`, repeats the batch
+    without each citation that is rejected."""
     while True:
         sent = [text for f in citations for text in (f.code, clusters.current_text(f))]
         answer = exchange.run(bridge, "formatCitationsAndBibliography", [style, *sent])
@@ -158,8 +159,8 @@ def _batch(bridge, document, citations, style, answer, choices):
 
 
 def _check_batch(document, citations, batch, choices):
-    """A batch counts as successful although it holds no style or no text; neither may replace
-    what the document has."""
+    """Rejects a batch without a style, a bibliography or a text. The application reports it as a
+    success, but it would replace what the document has."""
     if not batch.style:
         raise Failure(f"The answer names no style. {UNCHANGED}")
     if not any(runs.plain(entry).strip() for entry in batch.entries):
@@ -179,7 +180,7 @@ def _check_batch(document, citations, batch, choices):
 
 
 def _would_lose_edit(field, text):
-    """Whether a recorded edit that the document shows would get another text."""
+    """Whether the text would replace a recorded edit that the document shows."""
     is_shown = clusters.has_manual_text(field.code) and not clusters.is_edited(field)
     return is_shown and not field.problem and not clusters.shows(field, runs.markup_of_pieces(text))
 
@@ -207,7 +208,8 @@ def _reason(bridge, document, citations, style, messages):
 
 
 def _checked(code, name):
-    """An answer that was cut off gives the field code "null", which must not be written."""
+    """Returns a field code if it can be written. From an answer that was cut off, the bridge makes
+    the field code "null"."""
     if not clusters.has_works(code):
         raise _no_citation(name)
     return code
@@ -257,7 +259,7 @@ def merge(bridge, document, choices, first, last):
     if not first < last:
         raise Failure("Merging needs two citations: the number of the first, then of the last.")
     chosen = [document.citation(number) for number in range(first, last + 1)]
-    document.whitespace_between(first, last)
+    document.whitespace_between(first, last)  # fails before anything is sent
     _check_no_edit(document, chosen, "Merging", choices)
     results = exchange.run(bridge, "mergeFields", [field.code for field in chosen]).results
     if results[0] == "":
@@ -267,7 +269,7 @@ def merge(bridge, document, choices, first, last):
 
 
 def _check_no_edit(document, fields, action, choices):
-    """The application drops an edit together with the works that it was about."""
+    """Fails if a citation was edited by hand: the application would discard the edit."""
     for field in fields:
         is_edited = clusters.is_edited(field) or clusters.has_manual_text(field.code)
         if is_edited and not choices.discard_edits:

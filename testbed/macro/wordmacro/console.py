@@ -38,5 +38,5 @@ def flush():
 
 
 def _discard_buffer(stream):
-    # What is left in the buffer would fail once more when the interpreter ends.
+    # Otherwise the interpreter would fail again on exit when it writes the rest of the buffer.
     os.dup2(os.open(os.devnull, os.O_WRONLY), stream.fileno())

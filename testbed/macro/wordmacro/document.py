@@ -1,4 +1,4 @@
-"""A Word document as the commands see it: its citations in order, and the changes to them."""
+"""A Word document: its citations in reading order, and the changes to them."""
 
 from lxml import etree
 
@@ -52,8 +52,8 @@ class Document:
                 warn(f"The bibliography in {field.place} is left as it was: {problem}.")
 
     def insertion_places(self, bookmark):
-        """The elements after which a new field goes: one, and one in each copy of a text box.
-        None if it goes to the end of the body's last paragraph."""
+        """The elements to insert a new field after: one, or in a text box one in each copy. None means
+        the end of the body's last paragraph."""
         return None if bookmark is None else self._bookmark_ends(bookmark)
 
     def insert(self, code, pieces, places):
@@ -123,7 +123,8 @@ class Document:
 
 
 def _end_of(start):
-    """The end of a bookmark, if it is inside a paragraph. The copies of a text box may use one id."""
+    """The end of a bookmark, or None if it is not inside a paragraph. The copies of a text box may use
+    the same id, so this is the next end after the start."""
     ends = start.xpath("following::w:bookmarkEnd", namespaces={"w": W[1:-1]})
     end = next((end for end in ends if end.get(W + "id") == start.get(W + "id")), None)
     return end if end is not None and end.getparent().tag == W + "p" else None
@@ -145,7 +146,7 @@ def _contains(field, element):
 
 
 def _contents_between(left, right):
-    """What runs hold between two fields of one paragraph; None if there are two paragraphs."""
+    """The contents of the runs between two fields; None if the fields are in different paragraphs."""
     end = left.end if left.simple is None else [*left.simple.iter()][-1]
     begin = right.begin if right.simple is None else right.simple
     if fields.paragraph(end) is not fields.paragraph(begin):

@@ -21,10 +21,10 @@ RESULTS = "mac-word-plugin-results.txt"
 READY = "mac-word-plugin-result-ready.txt"
 SEPARATOR = "\x01"
 FOLDER_PREFIX = "wordmacro-"
-A_DAY = 24 * 60 * 60
+SECONDS_PER_DAY = 24 * 60 * 60
 STOPS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
-# The bridge's own messages. With the trace on, its other output can hold the document's text.
+# The bridge's messages. With the trace on, its other output can contain the document's text.
 MESSAGES = re.compile(
     r"Citation count mismatch\.  Submitted \d+ citations but only received \d+ formatted citations\."
     r"|No formatted bibliography returned"
@@ -36,14 +36,14 @@ TRACE_VARIABLES = ("QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN")
 
 class Answer(NamedTuple):
     results: list
-    messages: str  # the bridge's on standard error, in one line and without the trace
+    messages: str  # on standard error, joined into one line, without the trace
 
 
 def encode(strings):
     for text in strings:
         if SEPARATOR in text:
             raise Failure("An argument holds U+0001, which separates the arguments in the file.")
-    # A text that was cut inside an emoji holds half a surrogate pair, which is passed on as it is.
+    # A text that was cut inside an emoji contains an unpaired surrogate, which is passed on unchanged.
     return SEPARATOR.join(strings).encode("utf-16-le", "surrogatepass")
 
 
@@ -89,7 +89,7 @@ def _remove_abandoned():
 
 def _is_old_folder_of_ours(status):
     is_ours = stat.S_ISDIR(status.st_mode) and status.st_uid == os.getuid()
-    return is_ours and time.time() - status.st_mtime > A_DAY
+    return is_ours and time.time() - status.st_mtime > SECONDS_PER_DAY
 
 
 @contextlib.contextmanager
@@ -124,7 +124,7 @@ def _run(bridge, command, arguments, folder, inherited):
 def _run_bridge(bridge, command, folder, inherited):
     """Returns the exit status and what the bridge wrote to standard error. An exception, such as one
     that a signal raises, stops the bridge."""
-    # Until this process knows the bridge's process id, a signal would leave the bridge running.
+    # A signal before this process knows the bridge's process id would leave the bridge running.
     mask = signal.pthread_sigmask(signal.SIG_BLOCK, STOPS)
 
     def unblock():
@@ -162,7 +162,7 @@ def _start(command, inherited, before_exec):
 
 
 def _messages(output):
-    """The bridge's messages. The trace is passed on to where the caller sent standard error."""
+    """Returns the bridge's messages. With the trace on, also writes all output to standard error."""
     is_traced = TRACE in output or any(name in os.environ for name in TRACE_VARIABLES)
     if is_traced:
         report(output.rstrip("\n"))

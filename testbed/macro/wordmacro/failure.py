@@ -1,2 +1,2 @@
 class Failure(Exception):
-    """The reason of a failure, as a sentence for the person at the terminal."""
+    """The reason of a failure, as a sentence for the user."""

@@ -1,4 +1,4 @@
-"""Finds the fields of a document, in the order in which a reader meets them."""
+"""Finds the fields of a document in reading order."""
 
 import re
 from dataclasses import dataclass, field
@@ -24,7 +24,7 @@ BOX = "a text box"
 CONTAINS_FIELD = "it contains another field"
 INSIDE_CITATION = "it is inside another citation"
 NOT_ONLY_TEXT = "it holds something other than text"
-SPREAD = "it spreads over several paragraphs"
+SPREAD = "it extends over several paragraphs"
 COPY_DIFFERS = "the copy of its text box for older programs differs"
 BOX_IN_BOX = "it is in a text box inside another text box"
 
@@ -100,7 +100,7 @@ def find(package):
         if isinstance(item, Field):
             every.append(item)
             continue
-        # A note counts where it is first referred to, so it is removed here.
+        # The fields of a note come where it is first referred to, so the note is removed here.
         note = notes.get(item[0], {}).pop(item[1], None)
         if note is not None:
             every += [f for f in _story(note, PLACES[item[0]]) if isinstance(f, Field)]
@@ -130,7 +130,7 @@ def _inside_citation(field):
 
 
 def _story(root, place):
-    """The fields and note references of a text that flows by itself: body, note or text box."""
+    """The fields and note references of a body, a note or a text box, in order."""
     stack, found = [], []
     _walk(root, place, stack, found)
     if stack:
@@ -189,7 +189,7 @@ def _text_node(node, stack):
 
 
 def _other(child, place, stack, found):
-    if stack and _is_no_text(child):
+    if stack and _is_not_text(child):
         stack[-1].problem = stack[-1].problem or NOT_ONLY_TEXT
     if child.tag in NOTES:
         found.append((NOTES[child.tag], child.get(W + "id")))
@@ -201,8 +201,8 @@ def _other(child, place, stack, found):
         _walk(child, place, stack, found)
 
 
-def _is_no_text(child):
-    """What a new text could not replace. A comment's anchor stays where it is."""
+def _is_not_text(child):
+    """Whether an element is something that a new text would lose. A comment's anchor is not lost."""
     in_run = child.getparent().tag == W + "r" and child.tag != COMMENT
     return in_run or child.tag.startswith(MATH) or child.tag == MC + "AlternateContent"
 
@@ -216,12 +216,13 @@ def _box(content, place):
 
 
 def _alternate(element, place):
-    """A text box is stored twice, for newer and for older programs. Its fields count once."""
+    """Returns the fields of one copy of a text box, with those of the other copies as their twins. A text
+    box is stored twice, for newer and for older programs."""
     branches = [_story(branch, place) for branch in element if isinstance(branch.tag, str)]
     if not branches:
         return []
-    first = _ours(branches[0])
-    for copy in map(_ours, branches[1:]):
+    first = _citations_and_bibliographies(branches[0])
+    for copy in map(_citations_and_bibliographies, branches[1:]):
         same = [f.code for f in first] == [f.code for f in copy]
         for index, written in enumerate(first):
             if same:
@@ -231,6 +232,6 @@ def _alternate(element, place):
     return branches[0]
 
 
-def _ours(found):
+def _citations_and_bibliographies(found):
     fields = (f for f in found if isinstance(f, Field))
     return [f for f in fields if CITATION.match(f.code) or BIBLIOGRAPHY.match(f.code)]

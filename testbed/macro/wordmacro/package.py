@@ -1,4 +1,4 @@
-"""Reads a .docx package, and writes it back with the changed parts."""
+"""Reads a .docx package and writes it back with the changed parts."""
 
 import lzma
 import os
@@ -43,7 +43,7 @@ ZIP_ERRORS = (
     OSError,
     NotImplementedError,  # a compression method that Python does not know
     RuntimeError,  # a compression module that is not installed
-    ValueError,  # among others a part name that is not in the encoding that it claims
+    ValueError,  # for example a part name that is not in the encoding that its flag names
     OverflowError,
 )
 
@@ -54,7 +54,7 @@ class Package:
     def __init__(self, path):
         self.path = Path(path)
         self.infos, self.data = _unzip(self.path)
-        # Part names that differ only in the case of their letters are the same name.
+        # Part names are compared without regard to case.
         self._names = {name.lower(): name for name in self.data}
         self.trees = {}
         self.main = self._main_part()
@@ -74,7 +74,7 @@ class Package:
         return any(map(signature.is_part, self.data))
 
     def save(self, path):
-        """Writes a file beside the target and renames it: on failure the target is unchanged."""
+        """Writes a file beside the target and renames it, so that a failure leaves the target unchanged."""
         check_target(path)
         path = Path(os.path.realpath(path))
         try:
@@ -145,7 +145,7 @@ class Package:
         return related
 
     def _named(self, name):
-        """The name under which the package holds a part; missing parts are an error when read."""
+        """The name of a part as the package spells it. A missing part causes an error when it is read."""
         return self._names.get(name.lower(), name)
 
 
@@ -164,7 +164,7 @@ def check_target(path):
         raise Failure(CANNOT_WRITE.format(path, "it is a folder"))
     if not stat.S_ISREG(mode):
         raise Failure(CANNOT_WRITE.format(path, "it is a pipe or a device, not a file"))
-    # The system lets an administrator write a read-only file, but its owner protected it.
+    # The system would let an administrator write a read-only file, but its owner has protected it.
     if not mode & 0o222 or not os.access(path, os.W_OK):
         raise Failure(CANNOT_WRITE.format(path, "it is read-only"))
 

@@ -1,4 +1,4 @@
-"""Changes a field and nothing outside it: its code, its text, or the field as a whole."""
+"""Changes the code or the text of a field, or adds, removes or converts a whole field."""
 
 import copy
 
@@ -7,7 +7,7 @@ from lxml import etree
 from . import runs
 from .package import W
 
-# An element of these kinds is removed together with the last run inside it.
+# An element with one of these tags is removed when its last run is removed.
 CONTAINERS = {W + name for name in ("ins", "moveTo", "hyperlink", "smartTag")}
 
 
@@ -29,16 +29,16 @@ def set_code(field, code):
 
 
 def set_pieces(field, pieces):
-    """Replaces a field's text, unless the document shows exactly this text already."""
+    """Replaces a field's text, unless the document already shows exactly this text."""
     if field.marks:
         make_complex(field)
-    # Pieces that look alike in this field are one run, whatever their markup was.
+    # Adjacent pieces that look the same in this field are joined, even if their markup differs.
     pieces = runs.over(field.marks, runs.shown(pieces))
     if pieces == field.pieces():
         return
     new = runs.runs_of_pieces(pieces, field.look)
     if field.simple is None:
-        opened(field)
+        separator_run(field)
     place = _place_of_text(field)
     for node in field.texts:
         remove(node)
@@ -48,8 +48,8 @@ def set_pieces(field, pieces):
 
 
 def _place_of_text(field):
-    """An empty run where the field's text begins, to be removed once the new text follows it.
-    Bookmarks and comments inside the field so keep their side of the text."""
+    """Inserts and returns an empty run where the field's text begins. The caller inserts the new text
+    after it and then removes it. Bookmarks and comments in the field stay on their side of the text."""
     place = etree.Element(W + "r")
     opening = field.simple if field.simple is not None else field.separate.getparent()
     block = opening if field.simple is not None else opening.getparent()
@@ -71,20 +71,20 @@ def set_everywhere(field, code, pieces):
             set_pieces(copy_of_it, pieces)
 
 
-def opened(field):
-    """Returns the run after which a complex field's text goes, the separator's. Gives the field a
-    separator if it has none, and its end character a run that it does not share with them."""
+def separator_run(field):
+    """Returns the run of a complex field's separator, which the text follows. Adds a separator if the
+    field has none, and moves the end character to another run if both are in the same run."""
     if field.separate is None:
         field.end = split_before(field.end)
         field.separate = etree.Element(W + "fldChar")
         field.separate.set(W + "fldCharType", "separate")
-        field.end.getparent().addprevious(like(field.end.getparent(), [field.separate]))
+        field.end.getparent().addprevious(run_like(field.end.getparent(), [field.separate]))
     elif field.separate.getparent() is field.end.getparent():
         field.end = split_before(field.end)
     return field.separate.getparent()
 
 
-def like(run, children):
+def run_like(run, children):
     new = etree.Element(run.tag, nsmap=run.nsmap)
     properties = run.find(W + "rPr")
     new.extend([] if properties is None else [copy.deepcopy(properties)])
@@ -97,7 +97,7 @@ def split_before(node):
     run = node.getparent()
     before = [child for child in node.itersiblings(preceding=True) if child.tag != W + "rPr"]
     if before:
-        run.addnext(like(run, [node, *node.itersiblings()]))
+        run.addnext(run_like(run, [node, *node.itersiblings()]))
     return node
 
 
@@ -107,7 +107,7 @@ def insert_after(place, elements):
 
 
 def remove(node):
-    """Removes a node, then its run if that is left empty, then a container around the run."""
+    """Removes a node, then its run if it is empty, then the container of the run if that is empty."""
     parent = node.getparent()
     parent.remove(node)
     if parent.tag == W + "r" and all(child.tag == W + "rPr" for child in parent):

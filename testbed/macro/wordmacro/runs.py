@@ -40,15 +40,16 @@ ORDER = (
 
 # Word's control characters, and the elements that represent them in a run.
 CHARACTERS = {"\t": "tab", "\x1e": "noBreakHyphen", "\x1f": "softHyphen"}
-BREAKS = "\n\r\v\f"  # each becomes a line break: a citation starts no page and no paragraph
 ELEMENTS = {W + name: character for character, name in CHARACTERS.items()}
 ELEMENTS |= {W + "br": "\v", W + "cr": "\v", W + "lastRenderedPageBreak": ""}
+# Those characters, and others that become line breaks, because a citation cannot start a page or a
+# paragraph.
 ATOMS = re.compile("\r\n|[\n\r\v\f\t\x1e\x1f]")
 NOT_IN_XML = re.compile("[\x00-\x08\x0b\x0c\x0e-\x1f\ud800-\udfff\ufffe\uffff]")
 
 
 def pieces_of_markup(markup):
-    """A tag that the markup does not define, or that closes nothing, counts as text."""
+    """Parses markup. Unknown tags, and end tags without a start tag, are text."""
     open_marks, pieces, position = [], [], 0
 
     def add(text):
@@ -65,7 +66,7 @@ def pieces_of_markup(markup):
 
 
 def _effective(open_marks):
-    """Text is either superscript or subscript: of nested tags the inner one counts."""
+    """The marks of a text inside these tags. Of nested <sup> and <sub>, the inner one applies."""
     heights = [mark for mark in open_marks if mark in HEIGHTS]
     return frozenset(open_marks) - frozenset(heights[:-1]) | frozenset(heights[-1:])
 
@@ -109,7 +110,7 @@ def common_marks(pieces):
 
 
 def shown(pieces):
-    """The pieces as a document shows them: without what runs cannot hold."""
+    """The pieces as a document shows them: characters that runs cannot represent are replaced."""
     return joined([(_shown_text(text), marks) for text, marks in pieces])
 
 
@@ -198,9 +199,9 @@ def _set_property(properties, name, value):
 
 
 def look(first, whole):
-    """The run properties of a field's new text: the font of its `first` run of text, and of the
-    marks only those of the field's first run, `whole`. A mark that `whole` switches off stays off,
-    because the paragraph's style may switch it on."""
+    """The run properties of a field's new text: the font of its `first` run of text, with the marks
+    of `whole`, the run properties of the field as a whole. A mark that `whole` switches off stays
+    off, because the paragraph's style may switch it on."""
     properties = marked(_without_marks(first), marks_of_properties(whole))
     for element in [] if whole is None else whole:
         name = etree.QName(element).localname if isinstance(element.tag, str) else ""

@@ -1,4 +1,4 @@
-"""The digital signature of a package: its parts, and what refers to them."""
+"""Removes the digital signature of a package: its parts, and the references to them."""
 
 from lxml import etree
 
@@ -27,12 +27,12 @@ def without(parts):
     return kept
 
 
-def _pruned(name, data, attribute, goes):
+def _pruned(name, data, attribute, is_removed):
     parser = etree.XMLParser(resolve_entities=False, no_network=True)
     try:
         root = etree.fromstring(data, parser)
     except etree.XMLSyntaxError:
         raise Failure(f"The signature cannot be dropped: the part {name} is not well-formed XML.")
-    for element in [e for e in root if isinstance(e.tag, str) and goes(e.get(attribute, ""))]:
+    for element in [e for e in root if isinstance(e.tag, str) and is_removed(e.get(attribute, ""))]:
         root.remove(element)
     return etree.tostring(root, encoding="UTF-8", xml_declaration=True, standalone=True)
