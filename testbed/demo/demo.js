@@ -1,6 +1,9 @@
-// Plays Word's macro: takes citations through the bridge in two styles and prints what a reader
-// would see before and after; then does the same to a real .docx, which stays in OUTDIR.
 'use strict';
+
+// Does what a macro does: formats citations through the bridge in two styles and prints their texts
+// before and after. Then formats a .docx and keeps it in OUTDIR.
+//
+//   node demo.js BRIDGE OUTDIR
 
 const { execFileSync, spawn } = require('node:child_process');
 const fs = require('node:fs');
@@ -24,9 +27,10 @@ const STYLES = [
 
 const readable = (markup) => plainText(parseAnyText(markup));
 
-/** Starts the application's stand-in and resolves to its process and port. */
+/** Starts the stand-in for the application and resolves to its process and port. */
 function startDesktop() {
-    // On macOS the bridge looks into the user's preferences, where no port is set.
+    // On macOS the bridge reads the port from the user's preferences. No port is set there, so it uses
+    // the default port.
     const port = process.platform === 'darwin' ? '50002' : '0';
     const desktop = spawn(process.execPath, [DESKTOP, '--port', port],
         { stdio: ['ignore', 'pipe', 'inherit'] });
@@ -38,7 +42,7 @@ function startDesktop() {
     });
 }
 
-/** Runs one command as the macro does: argument file in, ready file and results file out. */
+/** Runs one command as a macro does: writes the argument file, reads the ready file and the results. */
 function runBridge(bridge, folder, command, args) {
     const file = (name) => path.join(folder, `mac-word-plugin-${name}.txt`);
     for (const name of ['result-ready', 'results']) {
@@ -50,7 +54,7 @@ function runBridge(bridge, folder, command, args) {
     const status = Number(fs.readFileSync(file('result-ready'), 'utf16le'));
     const results = fs.readFileSync(file('results'));
     if (status !== results.length) {
-        throw new Error(`The bridge wrote ${results.length} bytes of results but says ${status}.`);
+        throw new Error(`The bridge wrote ${results.length} bytes of results but the ready file says ${status}.`);
     }
     return results.toString('utf16le').split(SEPARATOR);
 }
@@ -81,7 +85,7 @@ function print(title, citations, bibliography) {
     }
 }
 
-/** The same on a Word document, with the macro's stand-in; pictures where LibreOffice is there. */
+/** Formats a Word document with the stand-in for the macro; renders pictures if LibreOffice is there. */
 function formatWordDocument(bridge, folder, output) {
     const run = (program, ...args) => execFileSync(program, args, {
         env: { ...process.env, XDG_CONFIG_HOME: folder, TMPDIR: folder, BRIDGE: bridge }, encoding: 'utf8',
@@ -112,7 +116,7 @@ function isInstalled(program) {
 async function main(bridge, output) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'tessaron-demo-'));
     let desktop;
-    // However it ends, nothing stays behind.
+    // No process and no file is left, however the program ends.
     process.on('exit', () => {
         desktop?.kill();
         fs.rmSync(folder, { recursive: true, force: true });

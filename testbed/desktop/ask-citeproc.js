@@ -1,12 +1,12 @@
 'use strict';
 
 // Formats a document's citations and bibliography with the CSL processor alone, without the modules
-// of the stand-in. The tests compare the stand-in's results with this.
+// of the stand-in. The tests compare the stand-in's results with the output of this program.
 //
 //   node ask-citeproc.js STYLE-NAME < DOCUMENT
 //
 // DOCUMENT is JSON: {"citationClusters": [cluster, ...]}. Items with the same id are the same work,
-// and each cluster has its note number. Prints {"citations": [text, ...], "bibliography": [text, ...]}
+// and each cluster has a note number in properties.noteIndex. Prints {"citations": [text, ...], "bibliography": [text, ...]}
 // as the processor's HTML.
 
 const fs = require('node:fs');

@@ -20,7 +20,7 @@ function readFieldCode(fieldCode) {
     if (prefix === undefined) {
         throw unreadable('it does not begin with "ADDIN CSL_CITATION"');
     }
-    // What else precedes the JSON, such as a second space, is not checked.
+    // Anything else before the JSON, such as a second space, is ignored.
     const json = text.slice(prefix.length);
     const cluster = readCluster(json.slice(Math.max(json.indexOf('{'), 0)));
     if (!isObject(cluster)) {
@@ -52,7 +52,7 @@ function unreadable(reason) {
     return new ApiError(422, `The field code of a citation cannot be read: ${reason}.`);
 }
 
-/** Returns the clusters of several field codes. The error for an unreadable one has its index. */
+/** Returns the clusters of several field codes. The ApiError for an unreadable one has its index. */
 function readFieldCodes(entries) {
     return entries.map(({ fieldCode }, index) => {
         try {

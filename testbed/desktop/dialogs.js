@@ -1,7 +1,7 @@
 'use strict';
 
-// The dialogs of the application. A person answers them on the terminal, or they are answered from
-// a script. A dialog returns the answer, or null if it was cancelled.
+// The dialogs of the application. They are answered by the user on the terminal or by a script. A dialog
+// returns the answer, or null if it was cancelled.
 
 const fs = require('node:fs');
 
@@ -19,12 +19,12 @@ const isItems = (value) => Array.isArray(value) && value.every(isObject);
 const isText = (value) => typeof value === 'string';
 const isFlag = (value) => typeof value === 'boolean';
 
-// The key that holds the choice in a scripted answer, by dialog.
+// By dialog: the key of a scripted answer that holds the choice, and the values it may have.
 const ANSWERS = {
-    [CHOOSE]: { key: 'items', fits: isItems, sentence: 'a list of objects' },
-    [EDIT]: { key: 'items', fits: isItems, sentence: 'a list of objects' },
-    [STYLE]: { key: 'style', fits: isText, sentence: 'a text' },
-    [UPDATE]: { key: 'keep', fits: isFlag, sentence: 'true or false' },
+    [CHOOSE]: { key: 'items', fits: isItems, expected: 'a list of objects' },
+    [EDIT]: { key: 'items', fits: isItems, expected: 'a list of objects' },
+    [STYLE]: { key: 'style', fits: isText, expected: 'a text' },
+    [UPDATE]: { key: 'keep', fits: isFlag, expected: 'true or false' },
 };
 
 /** Returns a sentence about an invalid scripted answer, or '' if the answer is valid. */
@@ -32,8 +32,8 @@ function answerProblem(answer) {
     if (!isObject(answer) || !Object.hasOwn(ANSWERS, answer.dialog)) {
         return `"dialog" must be one of ${Object.keys(ANSWERS).join(', ')}.`;
     }
-    const { key, fits, sentence } = ANSWERS[answer.dialog];
-    return answer.cancel === true || fits(answer[key]) ? '' : `"${key}" must be ${sentence}.`;
+    const { key, fits, expected } = ANSWERS[answer.dialog];
+    return answer.cancel === true || fits(answer[key]) ? '' : `"${key}" must be ${expected}.`;
 }
 
 /**

@@ -1,7 +1,7 @@
 'use strict';
 
-// Faults for tests. The fault file is a JSON object from path to fault. It is read again for each
-// request, so a test can change it while the application runs.
+// Faults for tests. The fault file is a JSON object that maps paths to faults. It is read again for
+// each request, so a test can change it while the application runs.
 
 const fs = require('node:fs');
 
@@ -29,27 +29,27 @@ function faultOf(file, path) {
     if (!isObject(all) || !isObject(fault)) {
         throw new Error(`The fault file ${file} does not give an object for ${path}.`);
     }
-    const isRight = ([key, value]) => Object.hasOwn(FAULTS, key) && FAULTS[key](value);
-    const wrong = Object.entries(fault).find((entry) => !isRight(entry));
-    if (wrong) {
-        throw new Error(`The fault file ${file} gives ${path} an unknown "${wrong[0]}".`);
+    const isValid = ([key, value]) => Object.hasOwn(FAULTS, key) && FAULTS[key](value);
+    const invalid = Object.entries(fault).find((entry) => !isValid(entry));
+    if (invalid) {
+        throw new Error(`The fault file ${file} gives ${path} an invalid "${invalid[0]}".`);
     }
     return fault;
 }
 
-/** Applies a fault to the correct reply { status, body }. `body` is a value, not yet JSON. */
-function spoil(fault, { status, body }) {
-    const spoilt = { status: fault.status || status, body };
+/** Returns the correct reply { status, body } with a fault. `body` is a value, not yet JSON. */
+function applyFault(fault, { status, body }) {
+    const reply = { status: fault.status || status, body };
     if (fault.status && fault.status !== 200) {
-        spoilt.body = { error: `This failure with status ${fault.status} was asked for.` };
+        reply.body = { error: `The fault file asks for the status ${fault.status}.` };
     }
     if (fault.extraCitations && Array.isArray(body.citationClusters)) {
-        spoilt.body = { ...spoilt.body, citationClusters: resize(body.citationClusters, fault) };
+        reply.body = { ...reply.body, citationClusters: resize(body.citationClusters, fault) };
     }
     if (fault.emptyBibliography) {
-        spoilt.body = { ...spoilt.body, bibliography: '' };
+        reply.body = { ...reply.body, bibliography: '' };
     }
-    return spoilt;
+    return reply;
 }
 
 function resize(list, { extraCitations }) {
@@ -58,4 +58,4 @@ function resize(list, { extraCitations }) {
     return Array.from({ length: count }, (_, index) => list[index] || filler);
 }
 
-module.exports = { faultOf, spoil };
+module.exports = { faultOf, applyFault };

@@ -95,12 +95,12 @@ function workId(works, item) {
  * Returns the note number of each citation. The numbers in the citations may be outdated. A citation
  * whose number is less than the previous one is assumed to be in a new note.
  */
-function noteNumbers(clusters, inNotes) {
+function noteNumbers(clusters, isNoteStyle) {
     let last = 0;
     return clusters.map((cluster) => {
         const own = isObject(cluster.properties) ? cluster.properties.noteIndex : 0;
         const number = Number.isSafeInteger(own) && own > 0 ? own : 0;
-        if (!inNotes) {
+        if (!isNoteStyle) {
             return number;
         }
         last = number >= last && number > 0 ? number : last + 1;

@@ -1,8 +1,8 @@
 'use strict';
 
 // Reads and writes JSON without loss, because clusters pass through the application and back into
-// the document. A number that a double cannot hold stays a LosslessNumber, which keeps its text. All
-// other numbers are ordinary numbers.
+// the document. A number that a double cannot represent becomes a LosslessNumber, which keeps its text.
+// All other numbers are ordinary numbers.
 
 const { parse, stringify, isLosslessNumber, isSafeNumber, LosslessNumber } =
     require('lossless-json');
@@ -10,7 +10,7 @@ const { parse, stringify, isLosslessNumber, isSafeNumber, LosslessNumber } =
 const readNumber = (text) => (isSafeNumber(text) ? Number(text) : new LosslessNumber(text));
 const takeLast = () => undefined;
 
-// For this key the library sets the prototype of an object instead of a member.
+// For the key "__proto__" the library sets the prototype of an object instead of a member.
 const PROTOTYPE_KEY = /"(?:_|\\u005[fF]){2}proto(?:_|\\u005[fF]){2}"\s*:/;
 
 /** Parses JSON. Throws a SyntaxError if it is malformed. */

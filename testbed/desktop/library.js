@@ -17,7 +17,7 @@ function openLibrary(file = OWN_LIBRARY) {
     }
     return {
         entries,
-        /** Returns the entry with this uuid or this id in its data, or undefined. */
+        /** Returns the entry whose uuid or whose data's id is `key`, or undefined. */
         find: (key) => entries.find(({ uuid, itemData }) => key === uuid || key === itemData.id),
     };
 }

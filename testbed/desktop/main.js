@@ -22,7 +22,7 @@ const USAGE = `usage: node main.js [OPTION]...
                     TESSARON_CSL_DIR, otherwise /usr/share/citation-style-language)
   --answer JSON     the answer to the next dialog; may be given several times
   --answers FILE    answers to the dialogs after that, one line of JSON each
-  --interactive     ask the dialogs on this terminal
+  --interactive     show the dialogs on this terminal
   --faults FILE     faults by path, for tests
   --log FILE        append a line of JSON for each request
   --validate        check each request and reply against the contract of the API, and print

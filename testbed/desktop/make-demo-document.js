@@ -1,7 +1,7 @@
 'use strict';
 
 // Writes demo-document.json: a short text with citations of library entries and outdated formatted
-// texts. Run it again after a change of the library.
+// texts. Run it again after changing the library.
 
 const fs = require('node:fs');
 const path = require('node:path');

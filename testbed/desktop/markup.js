@@ -2,8 +2,8 @@
 
 // Formatted texts are written in a small HTML subset: <i>, <b>, <sup>, <sub> and
 // <span style="font-variant:small-caps;">, with &amp; &lt; &gt; for those three characters.
-// In memory, a text is a list of runs { text, italic, bold, smallCaps, sup, sub }. A run has only
-// those attributes that are set.
+// In memory, a text is a list of runs { text, italic, bold, smallCaps, sup, sub }. Attributes that are
+// not set are omitted.
 
 const SUBSET = [
     ['italic', '<i>', '</i>'],

@@ -5,7 +5,7 @@ const http = require('node:http');
 const { setTimeout: sleep } = require('node:timers/promises');
 
 const { ApiError } = require('./errors');
-const { faultOf, spoil } = require('./faults');
+const { applyFault, faultOf } = require('./faults');
 const { writeJson } = require('./json');
 const { checkBody, findRoute } = require('./routes');
 
@@ -25,13 +25,13 @@ function createServer(app, options = {}) {
             return;
         }
         log(logFile, request, path, received.text);
-        const send = (fault, right) => {
-            const { status, body } = spoil(fault, right);
+        const send = (fault, correct) => {
+            const { status, body } = applyFault(fault, correct);
             const text = fault.body ?? writeJson(body);
             const contentType = request.headers['content-type'];
             observe({ method: request.method, path, contentType, body: received.text },
                 { status, body: text });
-            write(response, fault, { status, headers: right.headers, bytes: Buffer.from(text) });
+            write(response, fault, { status, headers: correct.headers, bytes: Buffer.from(text) });
         };
         try {
             const fault = faultOf(faultFile, path);
@@ -66,7 +66,10 @@ function failure(error) {
     return { status: 500, body: { error: `Tessaron Desktop failed: ${reason}` } };
 }
 
-/** Reads a request's body: { text }, { error } if it is refused, { gone } if the client is gone. */
+/**
+ * Reads a request's body. Resolves to { text }, to { text, error } if the body is rejected, or to
+ * { gone } if the client has closed the connection.
+ */
 async function receive(request, limit) {
     const pieces = [];
     let size = 0;

@@ -1,7 +1,7 @@
 'use strict';
 
 // The CSL styles and locales installed on this machine. A style's id is its URL, and the last part
-// of the URL is the name of its file. A dependent style only names the parent that formats it.
+// of the URL is the name of its file. A dependent style only names its parent, which formats instead.
 
 const fs = require('node:fs');
 const path = require('node:path');
@@ -30,7 +30,7 @@ function openStyles(folder = process.env.TESSARON_CSL_DIR || DEFAULT_FOLDER) {
     };
 }
 
-/** Returns the style that formats `id`: itself or its parent. Throws an ApiError without one. */
+/** Returns the style with this id or its parent. Throws an ApiError if it is not installed. */
 function resolveStyle(styles, id) {
     const style = styles.find(id);
     if (!style) {

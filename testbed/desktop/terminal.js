@@ -1,7 +1,7 @@
 'use strict';
 
-// The dialogs on a terminal. An empty line, or the end of the input, cancels. A line that cannot be
-// understood is refused, and the question is asked again.
+// The dialogs on a terminal. An empty line, or the end of the input, cancels. After an invalid line the
+// question is repeated.
 
 const readline = require('node:readline');
 
@@ -23,7 +23,7 @@ const LOCATOR = new RegExp(`^(?:(${LABELS.join('|')}) +)?(\\S*\\d\\S*(?: *[,&-] 
     + '|[ivxlcdm]+(?:-[ivxlcdm]+)?)$', 'i');
 const TITLE_MARKUP = /<\/?(?:i|b|sub|sup|span)(?: [^<>]*)?>/g;
 
-/** Dialogs for a person at the terminal. Only one is open at a time; the others wait. */
+/** Dialogs that the user answers on the terminal. Only one is open at a time; the others wait. */
 function terminalDialogs(app, input, output) {
     const nextLine = lineReader(input);
     const terminal = {
@@ -47,8 +47,10 @@ function terminalDialogs(app, input, output) {
     };
 }
 
-/** A function that resolves to the next line; to '' at the end of the input. `discard` drops the
- *  lines typed so far, so that typing before a dialog opens does not answer it. */
+/**
+ * Returns a function that resolves to the next line, or to '' at the end of the input. Its `discard`
+ * drops the lines typed so far, so that they do not answer a dialog that opens later.
+ */
 function lineReader(input) {
     let lines = [];
     let waiting = null;
@@ -68,7 +70,7 @@ function lineReader(input) {
     return next;
 }
 
-/** Asks until `read` understands the answer; null if the answer is empty. */
+/** Asks until `read` returns a value, and returns the value, or null if the answer is empty. */
 async function askUntil({ say, ask }, question, read, complaint) {
     for (;;) {
         const answer = await ask(question);

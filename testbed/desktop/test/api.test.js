@@ -39,7 +39,7 @@ test('remembers the last word processor', async (t) => {
 });
 
 for (const processId of [0, 4711]) {
-    test(`accepts process ${processId} as the one that allows the focus`, async (t) => {
+    test(`accepts the process id ${processId} as the one that may take the focus`, async (t) => {
         const api = await startApi(t);
         assert.strictEqual((await api.post('/allowSetFocus', { processId })).status, 200);
         const { body } = await api.get('/tessaronDesktopInfo');
@@ -128,7 +128,7 @@ test('leaves the cluster of an unedited text unchanged', async (t) => {
     assert.deepStrictEqual((await api.post(UPDATE, request)).body, { citationCluster: cluster });
 });
 
-test('undoes nothing without error', async (t) => {
+test('returns the same cluster if there is no edit to undo', async (t) => {
     const api = await startApi(t);
     const { status, body } = await api.post(UNDO, { fieldCode: fieldCode(kuhn) });
     assert.strictEqual(status, 200);
@@ -218,7 +218,7 @@ const MALFORMED = [
     ['a list', '[]'],
     ['null', 'null'],
     ['a number', '5'],
-    ['JSON in a text', '"{}"'],
+    ['a JSON string', '"{}"'],
 ];
 for (const path of POSTS) {
     test(`${path} rejects a body that is not a JSON object`, async (t) => {

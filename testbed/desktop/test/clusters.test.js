@@ -19,7 +19,7 @@ const READABLE = [
     ['with two spaces before its JSON', fieldCode({ citationItems: [ITEM] }).replace(' {', '  {')],
     ['with a switch before its JSON',
         fieldCode({ citationItems: [ITEM] }).replace(' {', ' \\* MERGEFORMAT {')],
-    ['with numbers as texts of a work', data({ volume: 12, title: 1984 })],
+    ['with numbers in place of texts', data({ volume: 12, title: 1984 })],
     ['with unknown keys', data({ custom: { a: [1] }, nothing: null })],
     ['with a literal name', data({ author: [{ literal: 'UNESCO' }] })],
     ['with a raw date', data({ issued: { raw: '1963' } })],
@@ -34,7 +34,7 @@ const UNREADABLE = [
     ['JSON cut off', `ADDIN CSL_CITATION {${ITEMS}`, /malformed/],
     ['text after the JSON', `ADDIN CSL_CITATION {${ITEMS}} x`, /malformed/],
     ['a raw line break in a text', `ADDIN CSL_CITATION {"a":"\n",${ITEMS}}`, /malformed/],
-    ['the key of the prototype', `ADDIN CSL_CITATION {"__proto__":{},${ITEMS}}`, /"__proto__"/],
+    ['the key "__proto__"', `ADDIN CSL_CITATION {"__proto__":{},${ITEMS}}`, /"__proto__"/],
     ['very deep nesting', `ADDIN CSL_CITATION ${'['.repeat(200000)}`, /nested too deeply/],
     ['null', 'ADDIN CSL_CITATION null', /not an object/],
     ['a list', 'ADDIN CSL_CITATION []', /not an object/],
@@ -91,7 +91,7 @@ test('passes unknown values through unchanged', () => {
         { previouslyFormattedCitation: 'x', plainTextFormattedCitation: 'x' });
 });
 
-test('merges all works and takes the rest from the first citation', () => {
+test('merges all works and takes other keys from the first citation', () => {
     const first = { a: 1, citationItems: [{ id: 1 }], tessaron: { manualFormatting: 'x', own: 1 } };
     const second = { a: 2, b: 2, citationItems: [{ id: 2 }, { id: 3 }], tessaron: { own: 2 } };
     assert.deepStrictEqual(clusters.mergeClusters([first, second]), {
@@ -111,9 +111,9 @@ const EDITED = [
     ['the text edited before', { ...FORMATTED, manualFormatting: 'Z' }, 'Z', false],
     ['the formatted text again after an edit', { ...FORMATTED, manualFormatting: 'Z' },
         'A <i>b</i> &amp; c', true],
-    ['only a plain text known, and the same', { plainTextFormattedCitation: 'A' }, 'A', false],
-    ['only a plain text known, and another', { plainTextFormattedCitation: 'A' }, 'B', true],
-    ['no text known', {}, 'A', true],
+    ['the same text if only the plain text is recorded', { plainTextFormattedCitation: 'A' }, 'A', false],
+    ['another text if only the plain text is recorded', { plainTextFormattedCitation: 'A' }, 'B', true],
+    ['any text if no text is recorded', {}, 'A', true],
 ];
 
 for (const [name, tessaron, text, expected] of EDITED) {

@@ -17,7 +17,7 @@ test('has at least thirty works with different ids', () => {
 });
 
 for (const { uuid, itemData } of library.entries) {
-    test(`has the data of a reference in ${itemData.id}`, () => {
+    test(`has a complete reference ${itemData.id}`, () => {
         assert.match(uuid, /^[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$/);
         assert.ok(itemData.title.length > 0);
         assert.ok(itemData.author.length > 0);

@@ -61,7 +61,7 @@ test('selects the chosen style and lists it first', async (t) => {
 });
 
 for (const [keep, expected] of [[true, 'Kuhn!'], [false, undefined]]) {
-    test(`keeps an edit by hand if the answer is true: ${keep}`, async (t) => {
+    test(`${keep ? 'keeps' : 'discards'} an edit by hand if the answer is ${keep}`, async (t) => {
         const api = await startApi(t, { answers: [{ dialog: 'updateCitation', keep }] });
         const { body } = await api.post(UPDATE, updateRequest);
         assert.strictEqual((body.citationCluster.tessaron || {}).manualFormatting, expected);
@@ -91,7 +91,7 @@ for (const [name, , url, request, expected] of CANCELS.slice(0, 3)) {
     });
 }
 
-test('keeps the edit if updating has no answer', async (t) => {
+test('keeps an edit by hand if there is no answer', async (t) => {
     const api = await startApi(t);
     const { body } = await api.post(UPDATE, updateRequest);
     assert.strictEqual(body.citationCluster.tessaron.manualFormatting, 'Kuhn!');
@@ -167,7 +167,7 @@ for (const [dialog, wrong] of [['editCitation', { items: {} }], ['chooseStyle', 
     });
 }
 
-/** An API whose dialogs are asked on a terminal; `printed` is all that it has shown so far. */
+/** Starts an API with dialogs on a terminal. `printed()` is all that the terminal has shown so far. */
 async function openTerminal(t) {
     const api = await startApi(t);
     const input = new PassThrough();
@@ -197,7 +197,7 @@ async function startTerminal(t, lines) {
 
 const numberOf = (id) => library.entries.findIndex(({ itemData }) => itemData.id === id) + 1;
 
-test('a person chooses works with their places', async (t) => {
+test('the user chooses works and places in them', async (t) => {
     const works = `${numberOf('kuhn-1962')} ${numberOf('truss-2003')} ${numberOf('darwin-1859')}`;
     const api = await startTerminal(t, [works, '12', 'chapter 3', '']);
     const { body } = await api.post(CHOOSE, {});
@@ -209,14 +209,14 @@ test('a person chooses works with their places', async (t) => {
     assert.match(api.printed(), /Kuhn 1962, The Structure of Scientific Revolutions/);
 });
 
-test('a person edits a citation and sees what it holds', async (t) => {
+test('the user sees the works of a citation before editing it', async (t) => {
     const api = await startTerminal(t, [String(numberOf('truss-2003')), '']);
     assert.deepStrictEqual(titles(await api.post(EDIT, editRequest)),
         [library.find('truss-2003').itemData.title]);
     assert.match(api.printed(), /The citation holds:\n {2}Kuhn 1962/);
 });
 
-test('a person chooses a style by number or URL', async (t) => {
+test('the user chooses a style by number or URL', async (t) => {
     const other = styleUrl('nature-genetics');
     for (const [typed, chosen] of [['2', styleUrl('ieee')], [other, other]]) {
         const api = await startTerminal(t, [typed]);
@@ -226,7 +226,7 @@ test('a person chooses a style by number or URL', async (t) => {
 
 for (const [typed, manual] of [['y', 'Kuhn!'], ['Y', 'Kuhn!'], ['yes', 'Kuhn!'], ['n', undefined],
     ['', undefined]]) {
-    test(`a person answers "${typed}" to whether an edit is kept`, async (t) => {
+    test(`accepts "${typed}" as the answer to whether an edit is kept`, async (t) => {
         const api = await startTerminal(t, [typed]);
         const { citationCluster } = (await api.post(UPDATE, updateRequest)).body;
         assert.strictEqual((citationCluster.tessaron || {}).manualFormatting, manual);
@@ -240,7 +240,7 @@ const TYPED_CANCELS = [
     ['an empty line for the style', STYLE, styleRequest, [''], {}],
 ];
 for (const [name, url, request, lines, expected] of TYPED_CANCELS) {
-    test(`${name} on the terminal cancels`, async (t) => {
+    test(`cancels at ${name} on the terminal`, async (t) => {
         const api = await startTerminal(t, lines);
         const { status, body } = await api.post(url, request);
         assert.strictEqual(status, 200);
@@ -248,15 +248,15 @@ for (const [name, url, request, lines, expected] of TYPED_CANCELS) {
     });
 }
 
-const ASKED_AGAIN = [
+const INVALID_LINES = [
     ['a number too large', CHOOSE, {}, '1 999', 'Please type numbers from 1 to'],
     ['a number too small', CHOOSE, {}, '0', 'Please type numbers from 1 to'],
     ['a word for a number', CHOOSE, {}, 'Kuhn', 'Please type numbers from 1 to'],
     ['an unknown style', STYLE, styleRequest, 'no-such-style', '"no-such-style" is neither'],
     ['a word for y or n', UPDATE, updateRequest, 'maybe', 'Please type y or n.'],
 ];
-for (const [name, url, request, wrong, complaint] of ASKED_AGAIN) {
-    test(`${name} on the terminal is asked for again`, async (t) => {
+for (const [name, url, request, wrong, complaint] of INVALID_LINES) {
+    test(`repeats the question after ${name}`, async (t) => {
         const api = await startTerminal(t, [wrong]);
         assert.strictEqual((await api.post(url, request)).status, 200);
         assert.strictEqual(api.printed().split(complaint).length, 2, api.printed());

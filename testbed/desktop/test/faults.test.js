@@ -10,40 +10,40 @@ const { BATCH, batchRequest, clusterOf, startApi, temporaryFolder } = require('.
 
 const works = [clusterOf([['kuhn-1962']]), clusterOf([['truss-2003']])];
 
-/** An API with a log and a fault file that `spoil` writes. */
-async function startSpoilt(t, faults) {
+/** Starts an API with a log and with faults, which `setFaults` changes. */
+async function startWithFaults(t, faults) {
     const folder = temporaryFolder(t);
     const faultFile = path.join(folder, 'faults.json');
     const logFile = path.join(folder, 'log');
-    const spoil = (value) => fs.writeFileSync(faultFile, JSON.stringify(value));
-    spoil(faults);
+    const setFaults = (value) => fs.writeFileSync(faultFile, JSON.stringify(value));
+    setFaults(faults);
     const api = await startApi(t, { faultFile, logFile });
     const logged = () => fs.readFileSync(logFile, 'utf8').trim().split('\n').map(JSON.parse);
-    return { ...api, spoil, faultFile, logged };
+    return { ...api, setFaults, faultFile, logged };
 }
 
-test('changes only the named path and reads the file again', async (t) => {
-    const api = await startSpoilt(t, { '/userUuid': { status: 503 } });
+test('applies faults to their path only and reads the fault file again', async (t) => {
+    const api = await startWithFaults(t, { '/userUuid': { status: 503 } });
     assert.strictEqual((await api.get('/userAccount')).status, 200);
     assert.strictEqual((await api.get('/userUuid')).status, 503);
-    api.spoil({});
+    api.setFaults({});
     assert.strictEqual((await api.get('/userUuid')).status, 200);
 });
 
 for (const status of [201, 204, 302, 404, 500]) {
     test(`returns the status ${status}`, async (t) => {
-        const api = await startSpoilt(t, { '/userUuid': { status } });
+        const api = await startWithFaults(t, { '/userUuid': { status } });
         const answer = await api.get('/userUuid');
         assert.strictEqual(answer.status, status);
         if (status !== 204) {
-            assert.match(answer.body.error, /was asked for/);
+            assert.match(answer.body.error, /^The fault file asks for the status/);
         }
     });
 }
 
 for (const body of ['', 'not JSON', '[]', '{"citationClusters":5}']) {
     test(`returns the body ${JSON.stringify(body)}`, async (t) => {
-        const api = await startSpoilt(t, { [BATCH]: { body } });
+        const api = await startWithFaults(t, { [BATCH]: { body } });
         const answer = await api.format('apa', works);
         assert.strictEqual(answer.status, 200);
         assert.strictEqual(answer.text, body);
@@ -51,7 +51,7 @@ for (const body of ['', 'not JSON', '[]', '{"citationClusters":5}']) {
 }
 
 test('delays the reply', async (t) => {
-    const api = await startSpoilt(t, { '/userUuid': { delayMs: 300 } });
+    const api = await startWithFaults(t, { '/userUuid': { delayMs: 300 } });
     const start = Date.now();
     assert.strictEqual((await api.get('/userUuid')).status, 200);
     assert.ok(Date.now() - start >= 290);
@@ -59,7 +59,7 @@ test('delays the reply', async (t) => {
 
 for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
     test(`closes the connection: ${drop}`, async (t) => {
-        const api = await startSpoilt(t, { [BATCH]: { drop } });
+        const api = await startWithFaults(t, { [BATCH]: { drop } });
         await assert.rejects(api.format('apa', works), { code: 'ECONNRESET' });
         const [request, ...others] = api.logged();
         assert.deepStrictEqual(others, []);
@@ -82,12 +82,12 @@ function rawGet(port, url) {
 }
 
 test('sends nothing, the headers, or half of the body before it closes', async (t) => {
-    const api = await startSpoilt(t, {});
+    const api = await startWithFaults(t, {});
     const whole = await rawGet(api.port, '/userUuid');
     const [, body] = whole.split('\r\n\r\n');
     const sent = {};
     for (const drop of ['beforeStatus', 'afterHeaders', 'inBody']) {
-        api.spoil({ '/userUuid': { drop } });
+        api.setFaults({ '/userUuid': { drop } });
         sent[drop] = await rawGet(api.port, '/userUuid');
     }
     assert.strictEqual(sent.beforeStatus, '');
@@ -98,7 +98,7 @@ test('sends nothing, the headers, or half of the body before it closes', async (
 
 for (const [extraCitations, count] of [[-1, 1], [-5, 0], [1, 3]]) {
     test(`returns ${extraCitations} extra citations`, async (t) => {
-        const api = await startSpoilt(t, { [BATCH]: { extraCitations } });
+        const api = await startWithFaults(t, { [BATCH]: { extraCitations } });
         const { status, body } = await api.format('apa', works);
         assert.strictEqual(status, 200);
         assert.strictEqual(body.citationClusters.length, count);
@@ -107,7 +107,7 @@ for (const [extraCitations, count] of [[-1, 1], [-5, 0], [1, 3]]) {
 }
 
 test('returns an empty bibliography', async (t) => {
-    const api = await startSpoilt(t, { [BATCH]: { emptyBibliography: true } });
+    const api = await startWithFaults(t, { [BATCH]: { emptyBibliography: true } });
     const { body } = await api.format('apa', works);
     assert.strictEqual(body.bibliography, '');
     assert.strictEqual(body.citationClusters.length, 2);
@@ -118,7 +118,7 @@ const WRONG_FAULTS = [
     ['null', null],
     ['a fault that is a text', { '/userUuid': 'drop' }],
     ['an unknown fault', { '/userUuid': { explode: true } }],
-    ['an unknown place', { '/userUuid': { drop: 'somewhere' } }],
+    ['an invalid "drop"', { '/userUuid': { drop: 'somewhere' } }],
     ['a delay in words', { '/userUuid': { delayMs: 'long' } }],
     ['a negative delay', { '/userUuid': { delayMs: -1 } }],
     ['an impossible status', { '/userUuid': { status: 99 } }],
@@ -126,18 +126,18 @@ const WRONG_FAULTS = [
 ];
 for (const [name, faults] of WRONG_FAULTS) {
     test(`reports a fault file with ${name} as a 500 with a sentence`, async (t) => {
-        const api = await startSpoilt(t, faults);
+        const api = await startWithFaults(t, faults);
         const { status, body } = await api.get('/userUuid');
         assert.strictEqual(status, 500);
         assert.match(body.error, /The fault file .*\/userUuid/);
     });
 }
 
-for (const [name, break_] of [['is malformed', (file) => fs.writeFileSync(file, '{')],
+for (const [name, damage] of [['is malformed', (file) => fs.writeFileSync(file, '{')],
     ['is gone', (file) => fs.rmSync(file)]]) {
     test(`reports a fault file that ${name} as a 500 with a sentence`, async (t) => {
-        const api = await startSpoilt(t, {});
-        break_(api.faultFile);
+        const api = await startWithFaults(t, {});
+        damage(api.faultFile);
         const { status, body } = await api.get('/userUuid');
         assert.strictEqual(status, 500);
         assert.match(body.error, /^Tessaron Desktop failed: /);
@@ -145,7 +145,7 @@ for (const [name, break_] of [['is malformed', (file) => fs.writeFileSync(file, 
 }
 
 test('logs method, path, headers and body of every request, also of rejected ones', async (t) => {
-    const api = await startSpoilt(t, {});
+    const api = await startWithFaults(t, {});
     await api.get('/userUuid?x=1');
     await api.send({ method: 'POST', url: '/nowhere', text: '{"a":"ü"' });
     const [first, second] = api.logged();

@@ -104,7 +104,7 @@ const note = (id, noteIndex) => clusterOf([[id]], { properties: { noteIndex } })
 const NOTES = [
     ['counted in the document', [1, 2, 3]],
     ['all missing', [0, 0, 0]],
-    ['left from before a note was moved', [7, 3, 1]],
+    ['outdated because notes were moved', [7, 3, 1]],
     ['that are not numbers', ['x', null, {}]],
 ];
 for (const [name, numbers] of NOTES) {

@@ -72,7 +72,7 @@ test('passes its options to the API', async (t) => {
     assert.strictEqual(fs.readFileSync(log, 'utf8').trim().split('\n').length, 5);
 });
 
-test('asks a person on the terminal', async (t) => {
+test('shows dialogs on the terminal', async (t) => {
     const { child, port } = await start(t, ['--interactive']);
     const answer = send(port, {
         method: 'POST', url: '/citationStyle/choose/interactive', text: '{"currentStyleUrl":""}',

@@ -19,9 +19,9 @@ const READ = [
     ['small capitals', `${SMALL_CAPS}Knuth</span>`, [{ text: 'Knuth', smallCaps: true }]],
     ['nesting', '<i>a<b>b</b></i>',
         [{ text: 'a', italic: true }, { text: 'b', italic: true, bold: true }]],
-    ['neighbours alike', '<i>a</i><i>b</i>', [{ text: 'ab', italic: true }]],
+    ['adjacent equal runs', '<i>a</i><i>b</i>', [{ text: 'ab', italic: true }]],
     ['other scripts', '<i>こころ</i>', [{ text: 'こころ', italic: true }]],
-    ['half an emoji', 'a\ud83d', [{ text: 'a\ud83d' }]],
+    ['an unpaired surrogate', 'a\ud83d', [{ text: 'a\ud83d' }]],
 ];
 
 const NOT_MARKUP = [
@@ -55,7 +55,7 @@ for (const [name, text, runs] of READ) {
 }
 
 for (const [name, text] of NOT_MARKUP) {
-    test(`takes ${name} as plain text`, () => {
+    test(`treats ${name} as plain text`, () => {
         assert.strictEqual(markup.parseMarkup(text), null);
         assert.strictEqual(markup.plainText(markup.parseAnyText(text)), text);
     });
@@ -75,7 +75,7 @@ test('returns plain text without tags and escapes', () => {
 
 const PROCESSOR = [
     ['numeric escapes', 'a &#38; b &#60;i&#62;', 'a &amp; b &lt;i&gt;'],
-    ['oblique type', '<em>a</em>', '<i>a</i>'],
+    ['emphasis', '<em>a</em>', '<i>a</i>'],
     ['upright in italics', '<i>On <span style="font-style:normal;">C. elegans</span> now</i>',
         '<i>On </i>C. elegans<i> now</i>'],
     ['normal weight in bold', '<b>a<span style="font-weight:normal;">b</span></b>', '<b>a</b>b'],

@@ -20,7 +20,7 @@ const fieldCode = (cluster) => `ADDIN CSL_CITATION ${JSON.stringify(cluster)}`;
 const library = openLibrary();
 const contract = openContract();
 
-/** A cluster of the library's works: [id, details] each. */
+/** Returns a cluster of works of the library. Each work is [id, details]. */
 function clusterOf(works, more = {}) {
     const citationItems = works.map(([id, details]) => citationItem(library.find(id), details));
     return { citationID: 'c1', citationItems, properties: { noteIndex: 0 }, ...more };
@@ -35,8 +35,8 @@ function replyProblems({ path: url, body: requestBody }, reply) {
 }
 
 /**
- * Starts the API for one test, which ends it; `answers` are those of its dialogs. Unless the test
- * makes it misbehave, every reply must satisfy the contract.
+ * Starts the API for one test and stops it after the test. `answers` are the answers to its dialogs.
+ * Without a fault file, every reply must satisfy the contract.
  */
 async function startApi(test, { answers = [], answersFile, settings, ...options } = {}) {
     const app = createApp({ styles: openStyles(), library, settings });
@@ -76,7 +76,10 @@ function batchRequest(style, clusters) {
     };
 }
 
-/** { status, headers, text, body }: `body` is the parsed text. Rejects if the server closes the connection. */
+/**
+ * Sends a request. Resolves to { status, headers, text, body }, where `body` is the parsed text. Rejects
+ * if the server closes the connection.
+ */
 function send(port, { method, url, text, headers = { 'Content-Type': 'application/json' } }) {
     return new Promise((resolve, reject) => {
         const options = { host: '127.0.0.1', port, method, path: url, headers, agent: false };

@@ -5,7 +5,7 @@ const path = require('node:path');
 
 const SCRIPT = path.join(__dirname, '..', '..', 'ask-citeproc.js');
 
-/** How the CSL processor alone formats a document, in the markup of the stand-in. */
+/** Formats a document with the CSL processor alone. Returns texts in the markup of the stand-in. */
 function askDirectly(styleName, citationClusters) {
     const input = JSON.stringify({ citationClusters });
     const options = { input, maxBuffer: 1 << 30 };
