@@ -2,12 +2,12 @@
 
 const http = require('node:http');
 
-const LARGEST = 512 * 1024 * 1024; // the bridge takes no larger reply either
+const MAX_REPLY_BYTES = 512 * 1024 * 1024; // the same limit as the bridge's
 
 /**
- * Sends a request to 127.0.0.1. Resolves to { status, body, error }: `error` is empty if the reply
- * is complete, and otherwise says why not; status 0 means that there was no reply. `limitMs` 0
- * waits forever.
+ * Sends a request to 127.0.0.1. Resolves to { status, body, error }. `error` is empty if the reply is
+ * complete and otherwise gives the reason. The status 0 means that there was no reply. If `limitMs` is
+ * 0, there is no timeout.
  */
 function ask(port, { method, path, text, limitMs }) {
     return new Promise((resolve) => {
@@ -28,7 +28,7 @@ function ask(port, { method, path, text, limitMs }) {
             response.on('data', (piece) => {
                 size += piece.length;
                 pieces.push(piece);
-                if (size > LARGEST) {
+                if (size > MAX_REPLY_BYTES) {
                     end('The reply is larger than 512 MB');
                 }
             });

@@ -15,15 +15,15 @@ const { portOfSettings } = require('./settings');
 const USAGE = `usage: check-application [OPTION]...
 
 Asks a running Tessaron Desktop everything that the Word bridge asks, and checks each reply against
-the contract of the local API. For a reply that deviates it shows where, what was found, and what
-the bridge makes of the reply. Nothing in the library or in a document is changed.
+the contract of the local API. If a reply deviates, it shows where, what was found, and what the
+bridge's command returns then. Nothing in the library or in a document is changed.
 
-  --port N             the application's port (default: the one in its settings, else 50002)
-  --dialogs            also open the application's dialogs, and say what to do in each
+  --port N             the application's port (default: the one in its settings, otherwise 50002)
+  --dialogs            also open the application's dialogs, and print what to do in each
   --limit SECONDS      how long a reply may take (default 10); dialogs have no limit
   --write-report FILE  also write the results as JUnit XML
   --contract FILE      another contract (default: local-api.yaml of this program)
-  --bridge PROGRAM     the bridge (default: $BRIDGE, else build/tessaron-word-bridge)
+  --bridge PROGRAM     the bridge (default: $BRIDGE, otherwise build/tessaron-word-bridge)
   --help               print this
 
 Exit status: 0 if all replies satisfy the contract, 1 if one deviates, 2 if nothing answers or an
@@ -35,12 +35,12 @@ const OPTIONS = {
     port: text, dialogs: flag, limit: { ...text, default: '10' }, 'write-report': text,
     contract: { ...text, default: FILE }, bridge: text, help: flag,
 };
-const SHOWN = 60;
+const SHOWN_LENGTH = 60;
 
 const say = (line) => process.stdout.write(`${line}\n`);
 const deviation = (pointer, problem, found) => ({ severity: 'violation', pointer, problem, found });
 
-/** The findings about a reply to a question. */
+/** Returns the findings about the reply to a question. */
 function check(contract, { path, fails, expect = () => false }, requestBody, { status, body, error }) {
     if (error) {
         return [deviation(undefined, 'must be complete', `${error} (status ${status})`)];
@@ -54,9 +54,10 @@ function check(contract, { path, fails, expect = () => false }, requestBody, { s
     return unmet ? [deviation(unmet.pointer, unmet.problem, shorten(body))] : findings;
 }
 
-const shorten = (value) => (value.length > SHOWN ? `${value.slice(0, SHOWN - 3)}...` : value);
+const shorten = (value) => (value.length > SHOWN_LENGTH
+    ? `${value.slice(0, SHOWN_LENGTH - 3)}...` : value);
 
-/** A sentence about what the bridge makes of a reply. */
+/** Returns a sentence about what the bridge's command returns after this reply. */
 async function outcomeOf(bridge, { path, requestBody }, { status, body, error }) {
     const found = commandOf(path, requestBody);
     if (!found) {
@@ -99,7 +100,7 @@ function nothingAnswers({ reply: { status, error } }) {
     return status === 0 && (error === 'Connection refused' || error.startsWith('No complete reply'));
 }
 
-/** The results of all questions. Throws if nothing answers the first one. */
+/** Asks all questions and returns their results. Throws if nothing answers the first one. */
 async function askAll(contract, options) {
     const results = [];
     let style;
@@ -147,10 +148,10 @@ async function main() {
     return results.some(({ verdict }) => verdict === 'DEVIATES') ? 1 : 0;
 }
 
-/** The program; sets the exit status. */
+/** Runs the program and sets the exit status. */
 async function runCheck() {
     for (const signal of ['SIGINT', 'SIGTERM']) {
-        process.once(signal, () => process.exit(2)); // ends a bridge that runs
+        process.once(signal, () => process.exit(2)); // on exit, runBridge() kills a running bridge
     }
     try {
         process.exitCode = await main();

@@ -30,7 +30,7 @@ function readYaml(file) {
     return value;
 }
 
-/** The contract in `file`. Throws an Error with a sentence if the file is not a contract. */
+/** Reads the contract in `file`. Throws an Error with a sentence if the file is not a contract. */
 function openContract(file = FILE) {
     const document = readYaml(file);
     if (typeof document.paths !== 'object' || document.paths === null) {
@@ -51,7 +51,7 @@ function openContract(file = FILE) {
     return contract;
 }
 
-/** Compiles the schema of every request and reply, so that an error shows at once. */
+/** Compiles the schema of every request and reply, so that an error in the contract shows at once. */
 function compileAll(contract) {
     for (const path of Object.keys(contract.document.paths)) {
         const { method, operation } = operationOf(contract, path);
@@ -168,7 +168,7 @@ function parseObject(text) {
     }
 }
 
-/** Formatting returns as many citations as were sent. */
+/** Checks that formatting returns as many citations as were sent. */
 function checkCount(requestBody, { citationClusters }) {
     const sent = (parseObject(requestBody || '') || {}).citationClusters;
     return Array.isArray(sent) && Array.isArray(citationClusters)
@@ -216,7 +216,7 @@ function checkCsl(contract, at, cluster) {
             .map((error) => asWarning(error, at));
 }
 
-/** The findings about a request and its reply, as lines that name the path. */
+/** Returns the findings about a request and its reply, as lines that name the path. */
 function checkExchange(contract, request, reply) {
     const { method, path, body: requestBody } = request;
     const about = (what) => (finding) => `${what} ${method} ${path}: ${describeFinding(finding)}`;
@@ -227,7 +227,7 @@ function checkExchange(contract, request, reply) {
     ];
 }
 
-/** One line about a finding. A finding about more than the body has no pointer. */
+/** Returns one line about a finding. A finding about the whole reply, not its body, has no pointer. */
 function describeFinding({ severity, pointer, problem, found }) {
     const where = pointer === '' ? 'the body' : pointer ?? 'the reply';
     return `${severity === 'warning' ? 'warning: ' : ''}${where} ${problem}; found ${found}`;

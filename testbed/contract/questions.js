@@ -9,9 +9,10 @@ const FORMAT = '/formattedCitationsAndBibliography/interactive';
 const UNREADABLE = { fieldCode: 'ADDIN CSL_CITATION {', formattedText: '(unreadable)' };
 
 /**
- * The questions: { path, asks, body, fails, expect, dialog }. `body` overrides keys of the
- * contract's example. `fails`: the application must refuse. `expect(reply)` returns a deviation
- * that the contract cannot state, { pointer, problem }. `dialog` says what the person must do.
+ * The questions: { path, asks, body, fails, expect, dialog }. `asks` describes the question. `body`
+ * returns keys that override those of the contract's example. If `fails` is set, the application must
+ * refuse. `expect(reply)` returns a deviation { pointer, problem } that the contract cannot express.
+ * `dialog` tells the user what to do in the dialog.
  */
 const QUESTIONS = [
     { path: '/tessaronDesktopInfo', asks: 'whether it runs' },

@@ -2,7 +2,7 @@
 
 const { describeFinding } = require('./contract');
 
-/** The lines about one answered question, for a person. */
+/** Returns readable lines about the result of one question. */
 function describeResult({ method, path, asks, verdict, findings, outcome }) {
     return [
         `${verdict.padEnd(8)}  ${`${method} ${path}`.padEnd(52)}  ${asks}`,
@@ -19,7 +19,7 @@ function summaryOf(results) {
         + `${warnings} warnings.`;
 }
 
-/** The results as JUnit XML. */
+/** Returns the results as JUnit XML. */
 function junitOf(results) {
     const cases = results.map(({ method, path, asks, verdict, findings, outcome }) => {
         const text = [...findings.map(describeFinding), outcome].filter(Boolean).join('\n');

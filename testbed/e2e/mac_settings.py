@@ -1,7 +1,7 @@
-"""The application's settings on macOS: the port that the bridge reads, changed for a while.
+"""Temporarily changes the port in the application's settings on macOS.
 
-The system keeps preferences for each user in a service, so no variable redirects them. They are
-changed with `defaults`, and the former value is restored.
+The system keeps the preferences of each user in a service, so no environment variable redirects them.
+The program `defaults` changes them, and restores the former value afterwards.
 """
 
 import atexit
@@ -13,7 +13,7 @@ KEY = "General.httpServerPort"
 
 
 class Settings:
-    """Remembers the port when created. restore() puts it back, also at the end of the program."""
+    """Saves the port when created. restore() restores it and is also called at the end of the program."""
 
     def __init__(self):
         self.kind = self._kind()
@@ -33,14 +33,14 @@ class Settings:
             command = ["write", DOMAIN, KEY, f"-{self.kind}", self.value]
         else:
             command = ["delete", DOMAIN, KEY]
-        # Nothing to delete where the first write failed.
+        # If the first write failed, there is nothing to delete.
         if (self.kind or self._kind()) and _run(*command).returncode != 0:
             raise RuntimeError(
                 f"The port in the settings could not be restored. Run: defaults {shlex.join(command)}"
             )
 
     def _kind(self):
-        """The type of the stored value as `defaults write` names it; None where there is no value."""
+        """The type of the stored value, as `defaults write` names it, or None if there is no value."""
         done = _run("read-type", DOMAIN, KEY)
         if done.returncode != 0:
             return None

@@ -20,7 +20,8 @@ STYLES = {
 
 
 def ask(style, clusters):
-    """Citations and bibliography. Each citation is in a note, and a work's first URI is its id."""
+    """Returns citations and bibliography. Puts each citation into a new note and uses the first URI of a
+    work as its id."""
     numbered = [
         {
             "citationItems": [{**item, "id": item["uris"][0]} for item in cluster["citationItems"]],
@@ -73,9 +74,8 @@ class _Reader(html.parser.HTMLParser):
 
 
 def comparable(text_letters):
-    """Returns the text and its letters with marks, in a form that can be compared. Whitespace counts
-    as one space and has no marks. A control character of a title is dropped, or becomes a space if
-    it separates words."""
+    """Returns the text and its letters with marks, in a form that can be compared. Whitespace becomes
+    one space without marks. Other control characters are dropped."""
     text = "".join(letter for letter, _ in text_letters)
     text = re.sub("[\x00-\x08\x0e-\x1f\x7f]", "", re.sub(r"[\t-\r]", " ", text))
     seen = [(letter, marks) for letter, marks in text_letters if letter > " " and letter != "\x7f"]

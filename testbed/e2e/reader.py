@@ -1,4 +1,4 @@
-"""Reads saved documents for the tests. Shares no code with the macro's stand-in, so that a mistake
+"""Reads saved documents for the tests. Shares no code with the stand-in for the macro, so that a mistake
 there is not repeated here."""
 
 import copy
@@ -50,7 +50,7 @@ def _is_visible(node, with_copies=False):
 
 
 def fields(root, with_copies=False):
-    """All fields of a tree in document order, on request with the copies of text boxes."""
+    """All fields of a tree in document order. `with_copies` includes the copies of text boxes."""
     found, stack = [], []
     for node in [n for n in root.iter() if isinstance(n.tag, str) and _is_visible(n, with_copies)]:
         if node.tag == W + "fldSimple":
@@ -113,12 +113,12 @@ def marks(run):
 
 
 def citations(path):
-    """The citations in the document's order that contain no other field and are in none."""
+    """The citations that contain no other field and are in no other field, in reading order."""
     return [field for field in all_citations(path) if not field.inner and field.outer is None]
 
 
 def all_citations(path):
-    """All citations of a document in its order; a note counts where it is referred to."""
+    """All citations of a document in reading order: those in a note come where it is referred to."""
     roots = trees(path)
     notes = {
         (kind, note.get(W + "id")): [f for f in fields(note)]
@@ -151,7 +151,7 @@ def _paragraphs(field):
 
 
 def without_fields(path):
-    """Each part as canonical XML in which an empty element replaces each citation and bibliography."""
+    """Returns each part as canonical XML, with a mark in place of each citation and bibliography."""
     result = {}
     for name, data in parts(path).items():
         if name not in PARTS.values():
@@ -160,14 +160,14 @@ def without_fields(path):
         root = etree.fromstring(data)
         for field in fields(root, with_copies=True):
             if field.kind.startswith("CSL_") and not field.inner:
-                _empty(field)
+                _replace_by_mark(field)
         memory = io.BytesIO()
         root.getroottree().write_c14n(memory)
         result[name] = memory.getvalue()
     return result
 
 
-def _empty(field):
+def _replace_by_mark(field):
     mark = etree.Element("mark")
     if field.first.tag == W + "fldSimple":
         field.first.getparent().replace(field.first, mark)
@@ -203,7 +203,7 @@ def _remove(node):
 
 
 def paragraphs(path, *parts):
-    """The texts of all paragraphs, split at anything that is not text."""
+    """Returns the texts of all paragraphs, split where they contain anything but text."""
     found = []
     for root in [root for kind, root in trees(path).items() if kind in (parts or PARTS)]:
         for paragraph in root.iter(W + "p"):

@@ -1,4 +1,4 @@
-"""What every end-to-end test uses: a temporary home, the application's stand-in, the macro's."""
+"""What all end-to-end tests use: a temporary home, and the stand-ins for the application and the macro."""
 
 import os
 import random
@@ -34,8 +34,8 @@ def bridge():
 
 
 def free_port():
-    """A free port that no outgoing connection can take before it is used: it is below the ports that
-    systems give to connections."""
+    """A free port below the range that systems use for outgoing connections, so that no connection takes
+    it before the test does."""
     while True:
         port = random.randrange(20000, 32000)
         with socket.socket() as probe:
@@ -44,7 +44,7 @@ def free_port():
 
 
 class Home:
-    """Temporary folders in place of the user's, with settings that hold the port."""
+    """Temporary folders that replace the user's, and the application's settings with the port."""
 
     def __init__(self, test):
         self.folder = Path(tempfile.mkdtemp(prefix="testbed-e2e-"))
@@ -52,7 +52,7 @@ class Home:
         self.environment = {**os.environ, "BRIDGE": bridge()}
         self.test = test
         if ON_MAC:
-            # No variable redirects the settings there.
+            # On macOS no environment variable redirects the settings.
             self.settings = Settings()
             _at_end(test, self.settings.restore)
             return
@@ -71,14 +71,14 @@ class Home:
         settings.write_text(f"[%General]\nhttpServerPort={port}\n")
 
     def desktop(self, *options):
-        """Starts the application's stand-in on a free port. It is stopped at the end of the test."""
+        """Starts the stand-in for the application on a free port and stops it after the test."""
         process = subprocess.Popen(
             ["node", str(DESKTOP), "--port", "0", *options], stdout=subprocess.PIPE, text=True
         )
         _at_end(self.test, lambda: _stop(process))
         line = process.stdout.readline()
         if not line.startswith("listening on 127.0.0.1:"):
-            raise RuntimeError(f"The desktop stand-in did not start: {line!r}")
+            raise RuntimeError(f"The stand-in for the application did not start: {line!r}")
         self.set_port(line.rsplit(":", 1)[1].strip())
         return process
 
@@ -156,7 +156,7 @@ def rewrite(path, change, part="word/document.xml"):
         data = {name: package.read(name) for name in package.namelist()}
     text = data[part].decode("utf-8")
     changed = change(text)
-    assert changed != text, "the change found nothing to change"
+    assert changed != text, "the change had no effect"
     with zipfile.ZipFile(path, "w") as package:
         for name, content in data.items():
             package.writestr(name, changed if name == part else content)

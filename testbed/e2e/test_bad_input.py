@@ -1,4 +1,5 @@
-"""Bad documents and bad answers end with a sentence, exit status 1, and no changed file."""
+"""Bad documents and bad answers cause a sentence on standard error and exit status 1, and change no
+file."""
 
 import json
 import os
@@ -15,7 +16,7 @@ from support import APA, MACRO, STYLE_URL, EndToEnd, make, rewrite
 DAMAGED = "is damaged"
 NOT_WORD = "is not a Word document"
 ENCRYPTED = "is encrypted"
-CITATION = "rejected citation 3 of 12"
+REJECTED = "rejected citation 3 of 12"
 BATCH = "/formattedCitationsAndBibliography/interactive"
 MAIN = "word/document.xml"
 
@@ -45,7 +46,7 @@ def sub(pattern, new, count=1):
     return main_part(lambda xml: re.sub(pattern, new, xml, count=count))
 
 
-def flip(path):
+def flip_byte(path):
     """Changes one byte in the middle of the compressed main part."""
     with zipfile.ZipFile(path) as source:
         info = source.getinfo(MAIN)
@@ -74,9 +75,9 @@ def without_part(name):
     return remove
 
 
-def twice(path):
+def part_twice(path):
     with zipfile.ZipFile(path, "a") as target, warnings.catch_warnings():
-        warnings.simplefilter("ignore")  # the library warns of exactly this mistake
+        warnings.simplefilter("ignore")  # the library warns of duplicate names
         target.writestr(MAIN, "<again/>")
 
 
@@ -92,7 +93,7 @@ def third_code(change):
 
 
 def strict(xml):
-    """The namespaces of the Strict variant of the format."""
+    """Replaces the namespaces by those of the Strict variant of the format."""
     new = "http://purl.oclc.org/ooxml/"
     return xml.replace("http://schemas.openxmlformats.org/wordprocessingml/2006/", new + "w/").replace(
         "http://schemas.openxmlformats.org/officeDocument/2006/", new + "officeDocument/"
@@ -100,7 +101,7 @@ def strict(xml):
 
 
 def damaged_lzma(path):
-    """The main part compressed with LZMA, and bytes in its middle changed."""
+    """Compresses the parts with LZMA and changes bytes in the middle of the main part."""
     with zipfile.ZipFile(path) as source:
         parts = {name: source.read(name) for name in source.namelist()}
     with zipfile.ZipFile(path, "w", zipfile.ZIP_LZMA) as target:
@@ -113,14 +114,14 @@ def damaged_lzma(path):
     path.write_bytes(data)
 
 
-def wrong_name(path):
-    """A part whose name is flagged as UTF-8 and holds a byte that cannot occur in it."""
+def name_not_utf8(path):
+    """Adds a part whose name is flagged as UTF-8 and is not valid UTF-8."""
     with zipfile.ZipFile(path, "a") as target:
         target.writestr("word/é.xml", "<x/>")
     path.write_bytes(path.read_bytes().replace("é".encode(), b"\xff\xff"))
 
 
-def twice_in_other_letters(path):
+def part_twice_in_capitals(path):
     with zipfile.ZipFile(path, "a") as target:
         target.writestr(MAIN.upper(), "<again/>")
 
@@ -128,8 +129,8 @@ def twice_in_other_letters(path):
 SIGNATURE = "http://schemas.openxmlformats.org/package/2006/relationships/digital-signature/origin"
 
 
-def signed(path):
-    """The parts of a digital signature, and what refers to them."""
+def sign(path):
+    """Adds the parts of a digital signature and the references to them."""
     link = f'<Relationship Id="s" Type="{SIGNATURE}" Target="_xmlsignatures/origin.sigs"/>'
     end = "</Relationships>"
     rewrite(path, lambda xml: xml.replace(end, link + end), "_rels/.rels")
@@ -157,11 +158,11 @@ DOCUMENTS = {
     "cut after a tenth": (cut(0.1), DAMAGED),
     "cut in the middle": (cut(0.5), DAMAGED),
     "cut before the end": (cut(0.99), DAMAGED),
-    "one byte wrong": (flip, DAMAGED),
+    "one byte wrong": (flip_byte, DAMAGED),
     "main part missing": (without_part(MAIN), DAMAGED),
     "content types missing": (without_part("[Content_Types].xml"), NOT_WORD),
     "relationships missing": (without_part("_rels/.rels"), NOT_WORD),
-    "a part twice": (twice, "holds the same part twice"),
+    "a part twice": (part_twice, "holds the same part twice"),
     "main part not XML": (main_part(lambda xml: "no XML"), "not well-formed"),
     "main part cut off": (main_part(lambda xml: xml[: len(xml) // 2]), "not well-formed"),
     "main part empty": (main_part(lambda xml: ""), "not well-formed"),
@@ -176,13 +177,13 @@ DOCUMENTS = {
     "a field without a beginning": (sub(BEGIN, ""), "an end without a beginning"),
     "a field cut inside a simple one": (
         sub(BEGIN, '<w:fldSimple w:instr=" PAGE ">' + BEGIN + "</w:fldSimple>"), "overlap"),
-    "a field code cut in the middle": (third_code(lambda code: code[: len(code) // 2]), CITATION),
-    "a field code cut before its end": (third_code(lambda code: code[:-1]), CITATION),
-    "a field code cut after its name": (third_code(lambda code: code[:18]), CITATION),
-    "a field code of null": (third_code(lambda code: code[:19] + "null"), CITATION),
-    "a field code of a list": (third_code(lambda code: code[:19] + "[1]"), CITATION),
-    "a field code without works": (third_code(lambda code: code[:19] + "{}"), CITATION),
-    "a field code of nested brackets": (third_code(lambda code: code[:19] + "[" * 9000), CITATION),
+    "a field code cut in the middle": (third_code(lambda code: code[: len(code) // 2]), REJECTED),
+    "a field code cut before its end": (third_code(lambda code: code[:-1]), REJECTED),
+    "a field code cut after its name": (third_code(lambda code: code[:18]), REJECTED),
+    "a field code of null": (third_code(lambda code: code[:19] + "null"), REJECTED),
+    "a field code of a list": (third_code(lambda code: code[:19] + "[1]"), REJECTED),
+    "a field code without works": (third_code(lambda code: code[:19] + "{}"), REJECTED),
+    "a field code of nested brackets": (third_code(lambda code: code[:19] + "[" * 9000), REJECTED),
     "a field code with a number beyond a double": (
         third_code(lambda code: code.replace('"noteIndex": 0', '"noteIndex": 1e400')),
         "in the body, holds the number 1e400, which exceeds the range of a double"),
@@ -193,20 +194,20 @@ DOCUMENTS = {
         lambda path: rewrite(path, strict, "_rels/.rels"), "is in the format Strict Open XML"),
     "Strict Open XML by its main part": (main_part(strict), "is in the format Strict Open XML"),
     "a damaged part compressed with LZMA": (damaged_lzma, DAMAGED),
-    "a part name that is not the UTF-8 that it claims": (wrong_name, DAMAGED),
-    "a part twice in different letters": (twice_in_other_letters, "holds the same part twice"),
-    "a digital signature": (signed, "has a digital signature"),
-    "a work without a type": (third_code(lambda code: code.replace('"type"', '"kind"')), CITATION),
+    "a part name that is flagged as UTF-8 and is not": (name_not_utf8, DAMAGED),
+    "a part twice, once in capital letters": (part_twice_in_capitals, "holds the same part twice"),
+    "a digital signature": (sign, "has a digital signature"),
+    "a work without a type": (third_code(lambda code: code.replace('"type"', '"kind"')), REJECTED),
 }
 
 STYLES = ("", "apa", STYLE_URL + "no-such-style", "../../etc/passwd", "http://example.org/apa")
 
-NULL = {"citationStyleUrl": APA, "bibliography": "b",
-        "citationClusters": [{"formattedText": str(n)} for n in range(12)]}
+WITHOUT_CLUSTERS = {"citationStyleUrl": APA, "bibliography": "b",
+                    "citationClusters": [{"formattedText": str(n)} for n in range(12)]}
 
 
 def answer(text="(x)", style=APA, bibliography="b", cluster='{"citationItems":[{"id":1}]}'):
-    """The body of an answer for twelve citations, all alike."""
+    """A fault whose body is an answer for twelve equal citations."""
     one = f'{{"citationCluster":{cluster},"formattedText":{json.dumps(text)}}}'
     every = ",".join([one] * 12)
     start = {"citationStyleUrl": style, "bibliography": bibliography}
@@ -236,7 +237,7 @@ FAULTS = {
     "another success than 200": ({"status": 201}, "refused the style"),
     "a body that is not JSON": ({"body": "<html>"}, "could not be used"),
     "an empty answer": ({"body": ""}, "could not be used"),
-    "citations without clusters": ({"body": json.dumps(NULL)}, "holds no citation"),
+    "citations without clusters": ({"body": json.dumps(WITHOUT_CLUSTERS)}, "holds no citation"),
 }
 
 
@@ -250,7 +251,7 @@ class BadInput(EndToEnd):
         self.document.write_bytes(self.original)
 
     def fails(self, fragment, style=APA, target=None):
-        """Formatting fails with a sentence that holds the fragment; no file changes."""
+        """Checks that formatting fails with a sentence that contains the fragment and changes no file."""
         before = self.files()
         message = self.failure("format", self.document, target or self.target, "--style", style)
         self.assertIn(fragment, message)
@@ -262,17 +263,17 @@ class BadInput(EndToEnd):
 
     def test_refuses_bad_documents(self):
         self.home.desktop()
-        for name, (spoil, fragment) in DOCUMENTS.items():
+        for name, (damage, fragment) in DOCUMENTS.items():
             with self.subTest(name):
                 self.document.write_bytes(self.original)
-                spoil(self.document)
+                damage(self.document)
                 self.assertNotEqual(self.document.read_bytes(), self.original)
                 self.fails(fragment)
                 self.fails(fragment, target=self.document)
 
     def test_drops_a_signature_on_request(self):
         self.home.desktop()
-        signed(self.document)
+        sign(self.document)
         self.ok("list", self.document)
         self.ok("format", self.document, self.target, "--style", APA, "--drop-signature")
         found = reader.parts(self.target)
@@ -297,7 +298,7 @@ class BadInput(EndToEnd):
             rewrite(self.document, lambda xml: xml.replace("<Rel", "<!-- x --><Rel"), name)
         self.ok("format", self.document, self.target, "--style", APA)
 
-    def test_refuses_outputs_that_are_no_ordinary_file(self):
+    def test_refuses_outputs_that_are_not_ordinary_files(self):
         self.home.desktop()
         os.mkfifo(self.path("pipe"))
         self.fails("it is a pipe or a device", target=self.path("pipe"))
@@ -349,11 +350,11 @@ class BadInput(EndToEnd):
                 self.fails(fragment)
                 self.fails(fragment, target=self.document)
 
-    def test_names_an_absent_application(self):
+    def test_reports_an_application_that_is_not_running(self):
         self.home.set_port(1)
         self.fails("does not answer")
 
-    def test_names_a_missing_bridge(self):
+    def test_reports_a_missing_bridge(self):
         self.home.environment["BRIDGE"] = str(self.path("no-bridge"))
         self.fails("cannot be started")
 
@@ -377,7 +378,7 @@ ready() {{ printf %s "$1" | iconv -t UTF-16LE > "$ready"; }}
 
 
 class Exchange(EndToEnd):
-    """What the macro must check, with bridges that misbehave."""
+    """The checks of the macro on the exchange files, with bridges that misbehave."""
 
     def setUp(self):
         super().setUp()
@@ -388,7 +389,7 @@ class Exchange(EndToEnd):
         self.bridge.chmod(0o755)
         self.home.environment["BRIDGE"] = str(self.bridge)
 
-    def test_names_what_is_wrong_with_an_answer(self):
+    def test_reports_what_is_wrong_with_the_files(self):
         for name, (script, fragment) in BRIDGES.items():
             with self.subTest(name):
                 self.use(script)
@@ -449,12 +450,12 @@ class Exchange(EndToEnd):
                               env=self.home.environment, stderr=subprocess.PIPE)  # fmt: skip
         self.assertEqual((done.returncode, done.stderr), (0, b""))
 
-    def test_names_a_results_folder_that_cannot_be_written(self):
+    def test_reports_a_results_folder_that_cannot_be_written(self):
         self.use("printf '' > $results; ready 0")
         message = self.failure("run", "--results", "/dev/null", "lastError")
         self.assertIn("cannot be written to /dev/null", message)
 
-    def test_gives_no_trace_as_a_reason(self):
+    def test_does_not_quote_the_trace_as_the_reason(self):
         trace = "tessaron.http.body: (the document)\\nof two lines"
         counts = "Citation count mismatch.  Submitted 1 citations but only received 0 formatted citations."
         self.use(f"printf '{trace}\\n{counts}\\n' >&2; exit 3")

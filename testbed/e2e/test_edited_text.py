@@ -1,4 +1,4 @@
-"""A text that a person edited by hand is replaced only if the person gives it up."""
+"""A text that the user edited by hand is replaced only if the user allows it."""
 
 import json
 import unittest
@@ -8,13 +8,13 @@ from support import APA, IEEE, EndToEnd, make, rewrite
 
 UPDATE = "/citation/update/interactive"
 BATCH = "/formattedCitationsAndBibliography/interactive"
-FAULTS = {
+FAILED = {
     "status 500": {"status": 500},
     "status 404": {"status": 404},
     "another success than 200": {"status": 201},
     "a connection closed at once": {"drop": "beforeStatus"},
 }
-CUT = {
+WITHOUT_CITATION = {
     "a connection closed after the headers": {"drop": "afterHeaders"},
     "a connection closed in the body": {"drop": "inBody"},
     "no JSON": {"body": "<html>"},
@@ -54,18 +54,18 @@ class EditedText(EndToEnd):
             self.assertIn(fragment, message)
         self.assertEqual(self.document.read_bytes(), self.before)
 
-    def test_a_check_that_fails_leaves_the_document(self):
-        for name, fault in {**FAULTS, **CUT}.items():
+    def test_a_failed_check_leaves_the_document_unchanged(self):
+        for name, fault in {**FAILED, **WITHOUT_CITATION}.items():
             with self.subTest(name):
                 self.faults.write_text(json.dumps({UPDATE: fault}))
-                reason = "was not recorded" if name in FAULTS else "holds no citation"
+                reason = "was not recorded" if name in FAILED else "holds no citation"
                 self.fails(reason, f'citation 2 of 12, "{EDIT}" in the body', "Nothing was written")
 
-    def test_a_cancelled_dialog_leaves_the_document(self):
+    def test_a_cancelled_dialog_leaves_the_document_unchanged(self):
         self.answer(cancel=True)
         self.fails("its dialog was cancelled", "--discard-edits")
 
-    def test_an_answer_without_the_edit_leaves_the_document(self):
+    def test_an_answer_without_the_edit_leaves_the_document_unchanged(self):
         (_, field, *_) = reader.citations(self.document)
         cluster = field.cluster
         other_works = {**cluster, "citationItems": [{"id": 1}], "tessaron": {}}
@@ -76,19 +76,19 @@ class EditedText(EndToEnd):
                 self.faults.write_text(json.dumps({UPDATE: {"body": body}}))
                 self.fails("was not recorded")
 
-    def test_a_second_edit_that_is_not_recorded_leaves_the_document(self):
+    def test_a_second_edit_that_is_not_recorded_leaves_the_document_unchanged(self):
         self.ok("format", self.document, self.document, "--style", APA)
         rewrite(self.document, lambda xml: xml.replace(f">{EDIT}<", ">(other words)<"))
         self.before = self.document.read_bytes()
         self.answer(cancel=True)
         self.fails("was not recorded", '"(other words)"')
 
-    def test_an_application_that_has_ended_is_named(self):
+    def test_reports_an_application_that_has_ended(self):
         self.desktop.terminate()
         self.desktop.wait(10)
         self.fails("Tessaron Desktop does not answer")
 
-    def test_an_edit_that_is_given_up_gets_the_styles_text(self):
+    def test_a_discarded_edit_is_replaced_by_the_text_of_the_style(self):
         self.answer(keep=False)
         self.ok("format", self.document, self.document, "--style", APA)
         self.assertEqual(self.texts(), self.styled)
@@ -104,7 +104,7 @@ class EditedText(EndToEnd):
         self.ok("format", self.document, self.document, "--style", APA, "--discard-edits")
         self.assertEqual(self.texts(), self.styled)
 
-    def test_a_batch_that_drops_a_recorded_edit_leaves_the_document(self):
+    def test_a_batch_that_drops_a_recorded_edit_leaves_the_document_unchanged(self):
         self.ok("format", self.document, self.document, "--style", APA)
         self.before = self.document.read_bytes()
         clusters = [{"citationCluster": f.cluster, "formattedText": "(other)"}

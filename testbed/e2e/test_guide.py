@@ -1,5 +1,5 @@
-"""The blocks of docs/macro-guide.md, as a person types them in a fresh clone; what each command
-prints is compared with what the guide shows."""
+"""Runs the examples of docs/macro-guide.md in a fresh clone and compares what each command prints with
+what the guide shows."""
 
 import os
 import re
@@ -16,8 +16,8 @@ NOT_CLONED = shutil.ignore_patterns(".git", "build*", "node_modules", "__pycache
 
 
 def commands():
-    """Pairs of a command and the lines that it prints. A block without prompts is one command
-    whose output the guide does not show; its lines are None."""
+    """Returns pairs of a command and the lines that it prints. A block of the language "sh" is one
+    command whose output the guide does not show: its lines are None."""
     pairs = []
     blocks = re.findall(r"^( *)```(\w+)\n(.*?)^ *```", GUIDE.read_text(), re.DOTALL | re.MULTILINE)
     for indentation, language, block in blocks:
@@ -34,7 +34,8 @@ def commands():
 
 
 def pattern(lines):
-    """A line of "..." stands for any lines, "..." in a line for any text in it."""
+    """Returns a regular expression for the lines. A line "..." matches any lines, and "..." within a line
+    matches any text."""
     parts = [
         r"(?:.*\n)*?" if line == "..." else r".*".join(map(re.escape, line.split("..."))) + r"\n"
         for line in lines
@@ -48,7 +49,7 @@ def files(folder):
 
 class Guide(EndToEnd):
     def clone(self):
-        """A copy of the repository without what is built, and then with what ./demo builds."""
+        """Copies the repository without build output, then adds what ./demo would install and build."""
         clone = self.path("clone")
         shutil.copytree(ROOT, clone, ignore=NOT_CLONED, symlinks=True)
         (clone / "build").mkdir()
@@ -57,7 +58,7 @@ class Guide(EndToEnd):
         (clone / modules).symlink_to(ROOT / modules)
         return clone
 
-    def test_every_block_runs_as_it_is_typed(self):
+    def test_every_example_prints_what_the_guide_shows(self):
         clone, port = self.clone(), str(free_port())
         self.home.set_port(port)
         temporary = self.path("tmp")

@@ -1,4 +1,4 @@
-"""The bridge launches an absent application through its desktop entry."""
+"""The bridge launches an application that is not running, through its desktop entry."""
 
 import os
 import shutil
@@ -16,7 +16,7 @@ Exec="{node}" "{desktop}" --port {port} --log "{log}"
 """
 
 
-@unittest.skipIf(ON_MAC, "desktop entries are Linux's; on a Mac, tools/try-on-mac tries the launch.")
+@unittest.skipIf(ON_MAC, "Only Linux has desktop entries. On a Mac, tools/try-on-mac tests the launch.")
 @unittest.skipIf(FIXED_PATH.exists(), f"{FIXED_PATH} is installed and would be started instead.")
 class Launch(EndToEnd):
     def setUp(self):
@@ -43,7 +43,7 @@ class Launch(EndToEnd):
         if process_id:
             stop_by_id(process_id)
 
-    def test_launches_an_absent_application(self):
+    def test_launches_an_application_that_is_not_running(self):
         self.assertEqual(self.ok("run", "isTessaronRunning"), "1: false\n")
         message = self.failure("format", self.source, self.path("a.docx"), "--style", APA)
         self.assertIn("Tessaron Desktop does not answer", message)

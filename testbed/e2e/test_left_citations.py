@@ -1,4 +1,4 @@
-"""A citation that cannot be written counts; one that cannot be read stops the run."""
+"""A citation that cannot be written is still sent; one that cannot be read stops the run."""
 
 import re
 import unittest
@@ -21,10 +21,11 @@ class LeftCitations(EndToEnd):
         source = source or self.source
         return self.home.macro("format", source, self.target, "--style", style, *options)
 
-    def check_texts(self, counted):
-        """The texts are the processor's for all counted citations; returns the last entry."""
-        texts, entries = processor.ask("ieee", [field.cluster for field in counted])
-        written = [t for f, t in zip(counted, texts) if not f.inner and f.outer is None]
+    def check_texts(self, sent):
+        """Checks that the target has the CSL processor's texts for the citations that were sent. Returns
+        the texts of the bibliography's entries."""
+        texts, entries = processor.ask("ieee", [field.cluster for field in sent])
+        written = [t for f, t in zip(sent, texts) if not f.inner and f.outer is None]
         compared = processor.comparable
         found = [compared(field.letters) for field in reader.citations(self.target)]
         self.assertEqual(found, [compared(text) for text in written])
@@ -32,7 +33,7 @@ class LeftCitations(EndToEnd):
         self.assertEqual(entries_found, [compared(entry) for entry in entries])
         return [text for text, _ in entries_found]
 
-    def test_a_citation_that_is_not_written_counts(self):
+    def test_a_citation_that_is_not_written_is_still_sent(self):
         done = self.format()
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertRegex(done.stderr, r"\AWarning: The citation .* is left as it was: it contains "
@@ -57,10 +58,10 @@ class LeftCitations(EndToEnd):
 
     def test_rejected_citations_can_be_skipped(self):
         source = self.path("samples/numeric.docx")
-        counted = reader.all_citations(source)
-        spoil = '"citationItems"'
-        rewrite(source, lambda xml: replace_nth(xml, spoil, 5, '"citationStuff"'))
-        rewrite(source, lambda xml: replace_nth(xml, spoil, 2, '"citationStuff"'))
+        citations = reader.all_citations(source)
+        key = '"citationItems"'
+        rewrite(source, lambda xml: replace_nth(xml, key, 5, '"citationStuff"'))
+        rewrite(source, lambda xml: replace_nth(xml, key, 2, '"citationStuff"'))
         done = self.format(source=source)
         self.assertIn("rejected citation 2 of 10", done.stderr)
         self.assertFalse(self.target.exists())
@@ -68,12 +69,12 @@ class LeftCitations(EndToEnd):
         self.assertEqual((done.returncode, done.stderr.count(SKIPPED)), (0, 2), done.stderr)
         texts = [field.text for field in reader.citations(self.target)]
         self.assertEqual([texts[1], texts[4]], ["[2]", "[5]"], "skipped citations keep their text")
-        kept = [field for number, field in enumerate(counted) if number not in (1, 4)]
+        kept = [field for number, field in enumerate(citations) if number not in (1, 4)]
         expected, _ = processor.ask("ieee", [field.cluster for field in kept])
         found = [t for number, t in enumerate(texts) if number not in (1, 4)]
         self.assertEqual(found, [processor.comparable(text)[0] for text in expected])
 
-    def test_a_comment_inside_a_citation_is_no_reason_to_leave_it(self):
+    def test_writes_a_citation_with_a_comment_inside(self):
         source = self.path("samples/author-date.docx")
         text = '<w:r><w:t xml:space="preserve">(Turing 1937)</w:t></w:r>'
         comment = (

@@ -1,4 +1,4 @@
-"""Changes to one citation: a text edited by hand, undo, insert, edit, merge, a rejection."""
+"""Changes to one citation: edit by hand, undo, insert, edit, merge, and a rejected citation."""
 
 import json
 import unittest
@@ -30,12 +30,12 @@ class OneCitation(EndToEnd):
         return [field.code for field in reader.citations(self.document)]
 
     def work(self, number):
-        """The library's id of the first work of a citation."""
+        """The uuid in the library of the first work of a citation."""
         (item, *_) = reader.citations(self.document)[number - 1].cluster["citationItems"]
         return item["uris"][0].removeprefix("urn:uuid:")
 
     def edit_by_hand(self, number, text):
-        """Types over the text of a citation, as a person would in Word."""
+        """Replaces the text of a citation, as a user does in Word."""
         old = f">{self.texts()[number - 1]}</w:t>"
         rewrite(self.document, lambda xml: xml.replace(old, f">{text}</w:t>"))
         self.assertEqual(self.texts()[number - 1], text)
@@ -64,7 +64,7 @@ class OneCitation(EndToEnd):
         self.assertEqual(lines[0], '1: "Turing" in the body (edited by hand)')
         self.assertEqual(lines[1], '2: "(Turing, 1937, p. 231)" in the body')
 
-    def test_replaces_an_edit_that_the_user_gives_up(self):
+    def test_replaces_an_edit_that_the_user_discards(self):
         before = self.texts()
         self.answer(dialog="updateCitation", keep=False)
         self.edit_by_hand(2, "(as Turing says)")
@@ -179,8 +179,7 @@ class OneCitation(EndToEnd):
     def test_names_a_rejected_citation_and_changes_nothing(self):
         path = self.path("bad.docx")
         self.source.rename(path)
-        spoil = '"citationItems"'
-        rewrite(path, lambda xml: replace_nth(xml, spoil, 5, '"citationStuff"'))
+        rewrite(path, lambda xml: replace_nth(xml, '"citationItems"', 5, '"citationStuff"'))
         before = path.read_bytes()
         for target in (path, self.document):
             kept = target.read_bytes()

@@ -31,7 +31,7 @@ class Output(EndToEnd):
         self.assertNotIn("Exception", done.stderr)
         return done.returncode
 
-    def test_the_exit_status_is_about_the_document(self):
+    def test_the_exit_status_depends_only_on_the_document(self):
         self.home.desktop()
         for redirection in (">&-", ">/dev/full", ">&- 2>&-", "| exec true; exit ${PIPESTATUS[0]}"):
             with self.subTest(redirection):
@@ -42,19 +42,19 @@ class Output(EndToEnd):
                 failing = ("format", self.source, self.target, "--style", "none")
                 self.assertEqual(self.run_with(redirection, *failing), 1)
 
-    def test_what_cannot_be_shown_is_a_failure(self):
+    def test_fails_if_the_list_or_the_help_cannot_be_printed(self):
         for redirection in (">&-", ">/dev/full", ">&- 2>&-"):
             with self.subTest(redirection):
                 self.assertEqual(self.run_with(redirection, "list", self.source), 1)
         self.assertEqual(self.run_with(">/dev/full", "--help"), 1)
         self.assertEqual(self.run_with("2>/dev/full", "--wrong"), 1)
 
-    def test_the_list_of_a_document_without_citations(self):
+    def test_lists_a_document_without_citations(self):
         rewrite(self.source, lambda xml: xml.replace("CSL_CITATION", "OTHER"))
         message = f"{self.source} holds no citations that can be changed.\n"
         self.assertEqual(self.ok("list", self.source), message)
 
-    def test_the_trace_is_passed_on_and_is_no_reason(self):
+    def test_the_trace_is_passed_on_and_not_quoted_as_the_reason(self):
         self.home.desktop()
         rules = "tessaron.http.debug=true;tessaron.http.body.debug=true"
         self.home.environment["QT_LOGGING_RULES"] = rules
@@ -110,7 +110,7 @@ class Places(EndToEnd):
         boxes = ["".join(b.itertext(reader.W + "t")) for b in root.iter(reader.W + "txbxContent")]
         self.assertEqual(boxes, ["(Kuhn, 1962)In the box (Carson, 1962)."] * 2)
 
-    def test_both_forms_of_a_drawing_get_the_bibliography(self):
+    def test_both_copies_of_a_text_box_get_the_bibliography(self):
         place = "ADDIN CSL_BIBLIOGRAPHY"
         rewrite(self.document, lambda xml: xml.replace(place, "ADDIN OTHER"))
         code = re.compile(r"ADDIN CSL_CITATION [^<]*carson-1962[^<]*(?:</w:instrText></w:r><w:r>"
@@ -141,7 +141,7 @@ class Signals(EndToEnd):
         process = subprocess.Popen(
             [MACRO, "run", "mergeFields", "a secret"],
             env=self.home.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-            # A background job ignores SIGINT, and so would the processes that it starts.
+            # If the tests run as a background job, SIGINT is ignored, and child processes inherit that.
             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
         )  # fmt: skip
         deadline = time.monotonic() + 60
@@ -162,7 +162,7 @@ class Signals(EndToEnd):
                 self.assertEqual(list(self.temporary.iterdir()), [])
                 self.assertFalse(is_running(bridge))
 
-    def test_the_next_run_removes_what_a_killed_one_left(self):
+    def test_the_next_run_removes_the_folder_of_a_killed_run(self):
         process, bridge = self.start()
         process.kill()
         process.communicate(timeout=60)
@@ -173,7 +173,7 @@ class Signals(EndToEnd):
         for folder in (left, foreign):
             os.utime(folder, (time.time() - 25 * 3600,) * 2)
         self.run_again()
-        self.assertTrue(left.exists(), "the bridge still runs and owns it")
+        self.assertTrue(left.exists(), "the bridge is still running and uses it")
         os.kill(bridge, signal.SIGKILL)
         while is_running(bridge):
             time.sleep(0.02)

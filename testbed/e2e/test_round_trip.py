@@ -1,4 +1,4 @@
-"""Every sample through `format` in four styles, in the document and in LibreOffice's PDF."""
+"""Formats every sample in four styles, and checks the document and LibreOffice's PDF of it."""
 
 import collections
 import functools
@@ -74,17 +74,18 @@ class RoundTrip(unittest.TestCase):
         self.assertEqual(len(found), counts.get(sample, 15))
 
     @each
-    def test_texts_are_the_processors(self, sample, style):
+    def test_texts_are_those_of_the_csl_processor(self, sample, style):
         citations, entries = self.expected(sample, style)
         path = self.after(sample, style)
         self.assertTexts([f.letters for f in read_citations(path)], citations)
         self.assertTexts(reader.bibliography(path), entries)
 
     def expected(self, sample, style):
-        """The processor's texts of the citations that are written. Those that are left count."""
-        counted = reader.all_citations(self.before(sample))
-        texts, entries = processor.ask(style, [f.cluster for f in counted])
-        written = [text for f, text in zip(counted, texts) if not f.inner and f.outer is None]
+        """Returns the CSL processor's texts of the citations that are written, and the bibliography. The
+        other citations are sent, too."""
+        sent = reader.all_citations(self.before(sample))
+        texts, entries = processor.ask(style, [f.cluster for f in sent])
+        written = [text for f, text in zip(sent, texts) if not f.inner and f.outer is None]
         return written, entries
 
     def assertTexts(self, found, expected):
@@ -136,7 +137,7 @@ class RoundTrip(unittest.TestCase):
     def test_returning_to_a_style_gives_the_same_document(self):
         for sample in SAMPLES:
             with self.subTest(sample=sample):
-                path = self.home.folder / f"{sample}-way.docx"
+                path = self.home.folder / f"{sample}-returned.docx"
                 for style in ("ieee", "apa"):
                     start = path if path.exists() else self.after(sample, "nature")
                     self.assertEqual(self.format(start, path, style).returncode, 0)
@@ -146,7 +147,7 @@ class RoundTrip(unittest.TestCase):
         shutil.which("soffice") and shutil.which("pdftotext"),
         "LibreOffice (soffice) or pdftotext is not installed.",
     )
-    def test_pdf_holds_every_text(self):
+    def test_pdf_contains_every_text(self):
         self.convert()
         self.compare_with_pdf()
 
@@ -156,7 +157,7 @@ class RoundTrip(unittest.TestCase):
         citations, entries = self.expected(sample, style)
         texts = [processor.comparable(letters)[0] for letters in [*citations, *entries]]
         self.assertEqual(pdf.missing(collections.Counter(texts)), [])
-        # A citation such as "1" would be found by chance, so the sentence around it is checked too.
+        # A citation such as "1" could be found by chance, so the sentence around it is checked, too.
         sentences = collections.Counter(reader.paragraphs(self.after(sample, style)))
         self.assertEqual(pdf.missing(sentences), [])
 
@@ -175,11 +176,10 @@ class RoundTrip(unittest.TestCase):
 
 
 class Pdf:
-    """The text of a PDF. It is compared without whitespace and hyphens (lines break at them, and
-    pdftotext joins hyphenated words), with ligatures and other compatibility forms decomposed (NFKC),
-    and without marks of direction. pdftotext gives a line with right-to-left script in the order of
-    the page, with punctuation and numbers moved. Such a text counts as found if all its words and
-    numbers are in eight consecutive lines."""
+    """The text of a PDF. It is compared without whitespace and hyphens, because lines break at them and
+    pdftotext joins hyphenated words; with ligatures and other compatibility forms decomposed (NFKC);
+    and without directional marks. In right-to-left text, pdftotext moves punctuation and numbers. Such a
+    text counts as found if all its words and numbers are in eight consecutive lines."""
 
     def __init__(self, path):
         done = subprocess.run(["pdftotext", str(path), "-"], stdout=subprocess.PIPE, timeout=60)

@@ -11,7 +11,7 @@ const SEPARATOR = '\u0001';
 const BYTE_ORDER_MARK = '\ufeff';
 const BUILT = path.join(__dirname, '..', '..', 'build', 'tessaron-word-bridge');
 
-/** The bridge's executable: `option`, $BRIDGE or the build folder's. Throws if there is none. */
+/** Returns the bridge's executable: `option`, $BRIDGE or the one in build. Throws if it cannot be run. */
 function findBridge(option) {
     const program = path.resolve(option || process.env.BRIDGE || BUILT);
     try {
@@ -24,7 +24,7 @@ function findBridge(option) {
 
 /**
  * Runs `command` with `args` against the application at `port`. Resolves to { results, errors }:
- * the list of results, null if the bridge wrote none, and its standard error. The bridge is ended
+ * the list of results, null if the bridge wrote none, and its standard error. The bridge is killed
  * if it takes longer than `limitMs`.
  */
 async function runBridge(program, { command, args, port, environment = {}, limitMs = 60000 }) {
@@ -32,7 +32,7 @@ async function runBridge(program, { command, args, port, environment = {}, limit
     try {
         writePort(folder, port);
         const file = (name) => path.join(folder, `mac-word-plugin-${name}.txt`);
-        // The bridge drops one byte order mark, which then cannot be one of the first argument's.
+        // The bridge drops one byte order mark. This one protects a U+FEFF that begins the first argument.
         fs.writeFileSync(file('args'), BYTE_ORDER_MARK + args.join(SEPARATOR), 'utf16le');
         const env = { ...process.env, ...environment, XDG_CONFIG_HOME: folder };
         const errors = await run(program, [command, folder], env, limitMs);

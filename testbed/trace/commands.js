@@ -28,7 +28,7 @@ const COMMANDS = {
             ...citationClusters.flatMap(({ fieldCode, formattedText }) => [fieldCode, formattedText])],
 };
 
-/** { command, args } of a request; null if no command sends it. `body` is its JSON. */
+/** Returns { command, args } of a request, or null if no command sends it. `body` is its JSON. */
 function commandOf(path, body) {
     if (!Object.hasOwn(COMMANDS, path)) {
         return null;

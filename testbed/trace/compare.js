@@ -1,8 +1,8 @@
 'use strict';
 
-const SHOWN = 80;
+const SHOWN_LENGTH = 80;
 
-/** The first difference between a recorded request and another, as a sentence; '' if there is none. */
+/** Returns the first difference between a recorded request and another as a sentence, or ''. */
 function firstDifference(recorded, asked) {
     if (recorded.method !== asked.method || recorded.path !== asked.path) {
         return `the trace has ${recorded.method} ${recorded.path}, the bridge sent `
@@ -13,7 +13,7 @@ function firstDifference(recorded, asked) {
     }
     const [before, now] = [parse(recorded.body), parse(asked.body)];
     if (before === undefined || now === undefined) {
-        return differ('the body', recorded.body.toString(), asked.body.toString());
+        return describeDifference('the body', recorded.body.toString(), asked.body.toString());
     }
     return valueDifference(before, now, '');
 }
@@ -29,12 +29,12 @@ function parse(body) {
 const isContainer = (value) => typeof value === 'object' && value !== null;
 
 function valueDifference(before, now, pointer) {
-    // Each run has a folder of its own.
+    // Each run has another folder.
     if (before === now || (pointer === '/tempDirectory' && typeof now === typeof before)) {
         return '';
     }
     if (!isContainer(before) || !isContainer(now) || Array.isArray(before) !== Array.isArray(now)) {
-        return differ(pointer || 'the body', before, now);
+        return describeDifference(pointer || 'the body', before, now);
     }
     const keys = new Set([...Object.keys(before), ...Object.keys(now)]);
     for (const key of keys) {
@@ -46,15 +46,15 @@ function valueDifference(before, now, pointer) {
     return '';
 }
 
-function differ(where, before, now) {
+function describeDifference(where, before, now) {
     const [first, second] = [before, now].map((value) => JSON.stringify(value) ?? 'nothing');
     let same = 0;
     while (same < first.length && first[same] === second[same]) {
         same += 1;
     }
-    const from = Math.max(0, same - SHOWN / 2);
-    const show = (text) => `${from > 0 ? '...' : ''}${text.slice(from, from + SHOWN)}`
-        + `${text.length > from + SHOWN ? '...' : ''}`;
+    const from = Math.max(0, same - SHOWN_LENGTH / 2);
+    const show = (text) => `${from > 0 ? '...' : ''}${text.slice(from, from + SHOWN_LENGTH)}`
+        + `${text.length > from + SHOWN_LENGTH ? '...' : ''}`;
     return `at ${where} the trace has ${show(first)}, the bridge sent ${show(second)}`;
 }
 

@@ -18,7 +18,7 @@ function createPlayer(exchanges, onRequest) {
                 pieces.push(piece);
             }
         } catch {
-            return; // the bridge was ended
+            return; // the bridge was killed
         }
         const exchange = left.shift();
         onRequest(exchange, { method: request.method, path: request.url, body: Buffer.concat(pieces) });
@@ -30,7 +30,7 @@ function createPlayer(exchanges, onRequest) {
 // repeats a GET when the connection closes without one.
 const NO_ANSWER = 'HTTP/1.1 000 No Answer\r\nContent-Length: 0\r\nConnection: close\r\n\r\n';
 
-/** Sends a recorded reply, or the status 0 without one. */
+/** Sends a recorded reply, or the status 0 if there is none. */
 function answer(response, reply) {
     if (!reply || reply.status === 0) {
         response.socket.end(NO_ANSWER);
@@ -51,7 +51,7 @@ function answer(response, reply) {
     }
 }
 
-/** Starts a player on `port`; resolves to it when it listens. */
+/** Starts a player on `port`, or on any free port if it is 0. Resolves to the port. */
 function listen(player, port) {
     return new Promise((resolve, reject) => {
         player.once('error', (error) => reject(new Error(`Port ${port} cannot be used: ${error.message}`)));

@@ -14,7 +14,7 @@ const CONTROLS = /[\u0000-\u001f]/g;
 const csl = YAML.parse(fs.readFileSync(
     path.join(__dirname, '..', 'contract', 'citation.yaml'), 'utf8')).$defs;
 
-// The values that stay, by key.
+// By key, the values that are not replaced.
 const ENUMERATED = {
     type: csl.itemData.properties.type.enum,
     label: csl.citeItem.properties.label.enum,
@@ -31,7 +31,7 @@ function isJson(text) {
     }
 }
 
-/** A text with `replace(value, key)` applied to each string value, if it is JSON, or to all of it. */
+/** Applies `replace(value, key)` to each string value of a JSON text, or to the whole text if not JSON. */
 function redactText(text, replace) {
     return isJson(text) ? redactJson(text, replace) : replace(text, '');
 }
@@ -54,7 +54,7 @@ function redactJson(json, replace) {
     return parts.join('') + json.slice(end);
 }
 
-/** The index after the JSON string that starts at `start`. Not a pattern: a string may be long. */
+/** Returns the index after the JSON string at `start`. A pattern could fail on a very long string. */
 function endOfString(json, start) {
     let end = start + 1;
     while (json[end] !== '"') {
@@ -89,7 +89,7 @@ function escapeLike(unit, character) {
         const hex = character.charCodeAt(0).toString(16).padStart(4, '0');
         return `\\u${/[A-F]/.test(unit) ? hex.toUpperCase() : hex}`;
     }
-    return unit; // it stands for a character that stays, or for a slash
+    return unit; // a character that is not replaced, or a slash
 }
 
 function redactValue(value, key, replace) {

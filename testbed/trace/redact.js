@@ -9,25 +9,25 @@ const { ENUMERATED, FIELD_CODE, redactText } = require('./redact-json');
 const { PREFIX, readEvents, readLines, readTrace } = require('./trace');
 
 const PATHS = Object.keys(openContract().document.paths);
-// What Qt reports by itself; any other error text may hold text of the application.
+// Qt's own error texts. Any other error text may contain text of the application.
 const ERRORS = ['Connection refused', 'Connection closed', 'Operation canceled', 'Unknown error'];
 const USAGE = `usage: redact TRACE > REDACTED
 
 Replaces every text in a trace of the bridge by placeholders of the same length and script, so that
-the trace can be sent to somebody who may not read the document. It can still be replayed.
+the trace can be sent to someone who may not read the document. It can still be replayed.
 
 Replaced:
 - each string value in the bodies of requests and replies, and within field codes: accounts, ids,
-  URLs, folder names, titles, names, digits and single letters. All letters of a script become the
-  same letter, all digits the same digit, all other characters the same symbol
-- a body that is not JSON, wholly
+  URLs, folder names, titles, names. All letters of a script become the same letter, all digits the
+  same digit, all other characters the same symbol
+- the whole body, if it is not JSON
 - the error texts of the application, and all lines that do not belong to the trace
-- the time: the trace starts at 2000-01-01, and intervals stay
+- the time: the trace starts at 2000-01-01, and intervals stay the same
 
 Not replaced:
 - keys, numbers, true, false and null, and the order and size of everything
 - spaces, quotes, backslashes, control characters, and how characters are escaped
-- method, path, status and process id of each request; which of these errors the transport reported:
+- method, path, status and process id of each request, and these error texts of the transport:
   ${ERRORS.join(', ')}
 - the text "${FIELD_CODE}"
 - these values of "type": ${ENUMERATED.type.join(', ')}
@@ -39,7 +39,7 @@ Exit status: 0, or 2 if the trace cannot be used.
 `;
 const EPOCH = Date.parse('2000-01-01T00:00:00.000Z');
 
-/** Redacts the bytes of a body. A body that is not UTF-8 stays so. */
+/** Redacts the bytes of a body. Invalid UTF-8 stays invalid. */
 function redactBody(body, replace) {
     const text = body.toString('utf8');
     if (Buffer.from(text, 'utf8').equals(body)) {
@@ -49,7 +49,7 @@ function redactBody(body, replace) {
     return Buffer.from(body.map((byte, index) => (byte >= 0x80 ? 0xff : ascii.charCodeAt(index))));
 }
 
-/** The lines of a trace, redacted with `replace(value, key)`. */
+/** Returns the lines of a trace, redacted with `replace(value, key)`. */
 function redactLines(lines, events, replace) {
     const result = lines.map(({ text, entry }) => (entry ? '' : redactOther(text, replace)));
     const start = Date.parse(events[0].first.at);
@@ -91,7 +91,7 @@ function textOf(bytes) {
     return Buffer.from(text, 'utf8').equals(bytes) ? { text } : { textBase64: bytes.toString('base64') };
 }
 
-/** Redacts a line for a person, and any other line. */
+/** Redacts a line that holds no body: a readable line of the trace, or a line from elsewhere. */
 function redactOther(line, replace) {
     const request = /^tessaron\.http: (?:GET|POST) (\S+) \d+ bytes$/.exec(line);
     if (request && PATHS.includes(request[1])) {
@@ -103,7 +103,10 @@ function redactOther(line, replace) {
         : replace(line, '');
 }
 
-/** The values that `redactLines` replaces, and their placeholders. */
+/**
+ * Returns the redacted lines of a trace. Uses the placeholders that turn the fewest values into other
+ * values of the trace, so that no original value seems to remain.
+ */
 function redact(file) {
     readTrace(file); // reports a trace that cannot be used
     const lines = readLines(file);
@@ -132,7 +135,7 @@ function main() {
         return;
     }
     if (positionals.length !== 1) {
-        throw new Error('Name one trace. --help says what is replaced.');
+        throw new Error('Name one trace. --help explains what is replaced.');
     }
     const lines = redact(positionals[0]);
     // In pieces, because one string cannot hold a long trace.
@@ -141,7 +144,7 @@ function main() {
     }
 }
 
-/** The program; sets the exit status. */
+/** Runs the program and sets the exit status. */
 function runRedact() {
     try {
         main();

@@ -10,15 +10,16 @@ const { SWITCH, readTrace } = require('./trace');
 
 const USAGE = `usage: replay TRACE [--port N] [--run] [--bridge PROGRAM] [--limit SECONDS]
 
-Plays the application from a trace of the bridge. Record the trace, over one or more commands, with
+Plays the application from a trace of the bridge. To record a trace of one or more commands, run the
+bridge with
   ${SWITCH}
-It prints the port that it listens on. Run the same commands again: each request gets the recorded
+replay prints the port that it listens on. Run the same commands again: each request gets the recorded
 reply. The first request that differs from the trace is reported. The folder of a run may differ.
 
   --port N          listen on 127.0.0.1:N (default: any free port)
   --run             also run the bridge, with each command and its arguments from the trace (Linux)
-  --bridge PROGRAM  the bridge for --run (default: $BRIDGE, else build/tessaron-word-bridge)
-  --limit SECONDS   stop if no request comes for so long (default 600)
+  --bridge PROGRAM  the bridge for --run (default: $BRIDGE, otherwise build/tessaron-word-bridge)
+  --limit SECONDS   stop if no request comes within this time (default 600)
   --help            print this
 
 Exit status: 0 if all requests were as recorded, 1 if one differed or is missing, 2 if the trace or
@@ -42,8 +43,8 @@ function readNumber(name, text, largest) {
 }
 
 /**
- * Plays `exchanges` and resolves to a sentence about the first difference, '' if there is none.
- * With `program`, also runs the bridge.
+ * Plays `exchanges` and resolves to a sentence about the first difference, or to ''. With `program`, also
+ * runs the bridge.
  */
 async function play(exchanges, { port, limitMs, program }) {
     const state = { asked: 0, isFinished: false };
@@ -54,7 +55,7 @@ async function play(exchanges, { port, limitMs, program }) {
     const stop = (why) => finish(state.asked === exchanges.length ? ''
         : `${why} after ${state.asked} of ${exchanges.length} requests.`);
     const player = createPlayer(exchanges, (exchange, request) => {
-        timer.refresh(); // it exists, because requests come after listen()
+        timer.refresh(); // set below, before the first request
         state.asked += 1;
         const sentence = report(state.asked, exchange, request);
         if (sentence || state.asked === exchanges.length) {
@@ -76,7 +77,7 @@ async function play(exchanges, { port, limitMs, program }) {
     return difference;
 }
 
-/** Prints a request; returns a sentence if it is not the recorded one, else ''. */
+/** Prints a request. Returns a sentence if it differs from the recorded request, otherwise ''. */
 function report(number, exchange, request) {
     const difference = exchange ? firstDifference(exchange, request)
         : `the trace has no more requests, the bridge sent ${request.method} ${request.path}`;
@@ -129,7 +130,7 @@ async function main() {
     return difference ? 1 : 0;
 }
 
-/** The program; sets the exit status. */
+/** Runs the program and sets the exit status. */
 async function runReplay() {
     try {
         process.exitCode = await main();

@@ -1,21 +1,20 @@
 'use strict';
 
-// Reads the trace that the bridge prints to standard error: lines of "tessaron.http", which are for
-// a person, and of "tessaron.http.body", which hold all that is needed. apiclient/HttpTrace.h
-// describes them.
+// Reads the trace that the bridge prints to standard error. Lines of "tessaron.http" are for people and
+// are ignored. Lines of "tessaron.http.body" are complete. apiclient/HttpTrace.h describes both.
 
 const fs = require('node:fs');
 
 const PREFIX = 'tessaron.http.body: ';
-const LARGEST = 512 * 1024 * 1024;
+const MAX_TRACE_BYTES = 512 * 1024 * 1024;
 const SWITCH = 'QT_LOGGING_RULES="tessaron.http.debug=true;tessaron.http.body.debug=true"';
 
-/** The bytes of a file. Throws an Error with a sentence if it cannot be taken as a trace. */
+/** Returns the bytes of a file. Throws an Error with a sentence if it is unreadable or too large. */
 function readBytes(file) {
     let size;
     try {
         ({ size } = fs.statSync(file));
-        if (size <= LARGEST) {
+        if (size <= MAX_TRACE_BYTES) {
             return fs.readFileSync(file);
         }
     } catch (error) {
@@ -24,7 +23,7 @@ function readBytes(file) {
     throw new Error(`The trace ${file} is larger than 512 MB. Trace fewer commands.`);
 }
 
-/** The lines of a trace as { number, text, entry }; `entry` is the value of a line of bodies. */
+/** Returns the lines of a trace as { number, text, entry }. `entry` is the JSON of a body line. */
 function readLines(file) {
     const bytes = readBytes(file);
     if (bytes.length === 0) {
@@ -53,7 +52,7 @@ function readEntry(file, number, text, isLast) {
             return entry;
         }
     } catch {
-        // the same sentences as for another value
+        // reported below, like JSON that is not an entry
     }
     throw new Error(isLast ? `The trace ${file} is cut off in line ${number}.`
         : `Line ${number} of the trace ${file} is damaged, or another version of the bridge wrote it.`);

@@ -1,6 +1,6 @@
 'use strict';
 
-// The bridge and the stand-in for the application, checked against the contract while they talk.
+// Checks the requests of the bridge and the replies of the stand-in against the contract.
 
 const assert = require('node:assert');
 const fs = require('node:fs');
@@ -36,7 +36,7 @@ test('all seventeen commands and their replies satisfy the contract', async (t) 
     assert.deepStrictEqual(violations, []);
 });
 
-test('commands that fail satisfy the contract', async (t) => {
+test('commands that fail send valid requests, except for merging nothing', async (t) => {
     const faults = path.join(temporaryFolder(t), 'faults');
     fs.writeFileSync(faults, JSON.stringify({ '/userUuid': { status: 503 } }));
     const { port, errors } = await startDesktop(t, ['--validate', '--faults', faults]);
@@ -45,7 +45,7 @@ test('commands that fail satisfy the contract', async (t) => {
         ['formatCitationsAndBibliography', 'no such style']]) {
         await runBridge(BRIDGE, { command, args, port });
     }
-    // An empty list of arguments reads back as one empty field code, which holds no citation.
+    // An empty argument file is read as one empty field code, which holds no citation.
     assert.deepStrictEqual(errors().trim().split('\n'), [
         'contract: request POST /citations/merge: /citationClusters/0/fieldCode must hold the JSON '
             + 'object of a citation; found ""']);

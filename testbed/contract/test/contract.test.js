@@ -60,7 +60,7 @@ for (const [name, change] of BREAKAGES) {
     });
 }
 
-test('the contract has the fifteen paths', () => {
+test('the contract has fifteen paths with their methods and dialogs', () => {
     const table = PATHS.map((url) => {
         const { method, operation } = operationOf(contract, url);
         return [method, url, operation['x-dialog'] ?? 'never'].join(' ');
@@ -115,7 +115,7 @@ for (const [name, check, { schema, values }] of MESSAGES) {
     const rules = rulesOf(schema, resolveInApi);
     assert.ok(rules.length > 0);
     for (const { name: rule, pointer, breakIn } of rules) {
-        test(`the ${name} is rejected without ${rule}`, () => {
+        test(`the ${name} must satisfy the rule ${rule}`, () => {
             const broken = breakIn(structuredClone(values[0]));
             const expected = broken === null || typeof broken !== 'object' || Array.isArray(broken)
                 ? '' : pointer;
@@ -136,7 +136,7 @@ for (const [severity, schema] of [['violation', 'cluster'], ['warning', 'csl']])
         if (pointer === '' && name.includes('type')) {
             continue; // a citation that is not an object is a case of the messages above
         }
-        test(`a citation without ${schema} ${name} gives a ${severity}`, () => {
+        test(`a citation that breaks the rule ${name} of ${schema} gives a ${severity}`, () => {
             const broken = breakIn(structuredClone(CLUSTER));
             const found = [
                 [`/fieldCode#${pointer}`, request(EDIT, { fieldCode: code(broken) })],
@@ -155,7 +155,7 @@ const batch = { citationStyleUrl: 's', tempDirectory: '/t',
     citationClusters: [{ fieldCode: EXAMPLE_CODE, formattedText: '' }] };
 const REQUESTS = [
     ['an unknown path', { method: 'GET', path: '/userName', body: '' }, 'must be a path of the contract'],
-    ['a path of Object', { method: 'GET', path: 'constructor', body: '' }, 'must be a path of the contract'],
+    ['a path that is a member of Object', { method: 'GET', path: 'constructor', body: '' }, 'must be a path of the contract'],
     ['another method', { method: 'POST', path: '/userUuid', body: '{}' }, 'must be sent with GET'],
     ['a GET with a body', { method: 'GET', path: '/userUuid', body: '{}' }, 'must have no body'],
     ['another content type', { method: 'POST', path: '/citation/choose/interactive', body: '{}',
@@ -183,7 +183,7 @@ test('a field code is read from its first to its last brace', () => {
 });
 
 for (const body of ['', '<html></html>', '[]', 'null', '5', '{"uuid":"u"']) {
-    test(`the body ${JSON.stringify(body)} is no reply, and the reason of a failure`, () => {
+    test(`the body ${JSON.stringify(body)} is a violation with status 200, otherwise a warning`, () => {
         const check = (status) => checkReply(contract, { path: '/userUuid' }, { status, body });
         assert.deepStrictEqual(check(200).map(({ severity }) => severity), ['violation']);
         assert.deepStrictEqual(check(500).map(({ severity }) => severity), ['warning']);

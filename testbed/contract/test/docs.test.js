@@ -29,7 +29,7 @@ function patternOf(lines) {
     return new RegExp(`^${parts.join('')}$`);
 }
 
-test('the examples of the page print what it says', async (t) => {
+test('the examples of the page print what it shows', async (t) => {
     const folder = temporaryFolder(t);
     const faults = path.join(folder, 'faults');
     fs.writeFileSync(faults, '{"/userUuid":{"body":"{\\"userUuid\\":\\"u-1\\"}"}}');

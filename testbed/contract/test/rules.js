@@ -32,7 +32,7 @@ function rulesOf(schema, resolve, at = []) {
     ];
 }
 
-// What breaks each keyword: pairs of a name and a change of the value that the keyword is about.
+// By keyword: the ways to break it, as pairs of a name and a change of the value that it applies to.
 const RULES = {
     type: (types) => {
         const fits = (value) => [types].flat().some((type) => TYPE_OF[type](value));

@@ -1,6 +1,6 @@
 'use strict';
 
-// Traces for the tests: recorded from the bridge, or written as the bridge writes them.
+// Makes traces for the tests: records them from the bridge, or writes them as the bridge does.
 
 const { spawn } = require('node:child_process');
 const { once } = require('node:events');
@@ -12,21 +12,21 @@ const { ANSWERS, BODIES, BRIDGE, runAllCommands, startDesktop, temporaryFolder }
 
 const PREFIX = 'tessaron.http.body: ';
 
-/** A file with `text` in a folder of the test. */
+/** Writes `text` to a file in a temporary folder and returns the path. */
 function traceFile(t, text) {
     const file = path.join(temporaryFolder(t), 'trace');
     fs.writeFileSync(file, text);
     return file;
 }
 
-/** The trace of all seventeen commands against the stand-in for the application. */
+/** Records the trace of all seventeen commands against the stand-in for the application. */
 async function recordAllCommands(t) {
     const { port } = await startDesktop(t, ANSWERS);
     const outcomes = await runAllCommands(port, BODIES);
     return outcomes.map(([, { errors }]) => errors).join('');
 }
 
-/** A server that answers each request with `answer(request)`: { status, body } or nothing. */
+/** Starts a server that answers each request with `answer(request, body)`: { status, body }. */
 async function startServer(t, answer) {
     const server = http.createServer(async (request, response) => {
         const pieces = [];
@@ -57,7 +57,7 @@ async function traceInto(t, file, command, port) {
     fs.closeSync(descriptor);
 }
 
-/** The lines of one exchange, as the bridge writes them; without `reply` only the request. */
+/** Returns the lines of one exchange as the bridge writes them. Without `reply`, only the request. */
 function exchangeLines({ method = 'POST', path: url, body = '', reply, process = 1, exchange = 1 }) {
     const at = '2026-01-02T03:04:05.678Z';
     const about = { exchange, process };

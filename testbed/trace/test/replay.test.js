@@ -40,7 +40,7 @@ test('--run derives the commands from the trace', async (t) => {
     assert.match(output, /^All 16 requests were as recorded\.$/m);
 });
 
-test('every request of the contract has a command, but for the one that no command sends', () => {
+test('every request of the contract except /allowSetFocus has a command', () => {
     const contract = openContract();
     for (const url of Object.keys(contract.document.paths)) {
         const { operation } = operationOf(contract, url);
@@ -50,13 +50,13 @@ test('every request of the contract has a command, but for the one that no comma
     }
 });
 
-const KEEPS = [
+const UNUSUAL_ARGUMENTS = [
     ['unusual characters', ['\ufeff\u0000\n"\\é字😀', '', ' ']],
     ['an unpaired surrogate', ['a\ud83d']],
     ['no text', ['']],
 ];
-for (const [name, codes] of KEEPS) {
-    test(`--run passes on ${name}`, async (t) => {
+for (const [name, codes] of UNUSUAL_ARGUMENTS) {
+    test(`--run passes on ${name} in an argument`, async (t) => {
         const body = json({ citationClusters: codes.map((fieldCode) => ({ fieldCode })) });
         const { status, output } = await runTool(t, 'replay',
             [traceFile(t, traceOf({ ...MERGE, body })), '--run']);
@@ -93,9 +93,9 @@ const DIFFERENCES = [
         'Request 1 differs: the trace has GET /userUuid, the bridge sent POST /citations/merge.'],
     ['another text', [MERGE], ['mergeFields', 'b'],
         'Request 1 differs: at /citationClusters/0/fieldCode the trace has "a", the bridge sent "b".'],
-    ['something more', [MERGE], ['mergeFields', 'a', 'b'], 'Request 1 differs: at /citationClusters/1 '
+    ['an additional element', [MERGE], ['mergeFields', 'a', 'b'], 'Request 1 differs: at /citationClusters/1 '
         + 'the trace has nothing, the bridge sent {"fieldCode":"b"}.'],
-    ['something less', [{ ...MERGE, body: json(clusters('a', 'b')) }], ['mergeFields', 'a'],
+    ['a missing element', [{ ...MERGE, body: json(clusters('a', 'b')) }], ['mergeFields', 'a'],
         'Request 1 differs: at /citationClusters/1 the trace has {"fieldCode":"b"}, the bridge sent nothing.'],
     ['a difference late in a long text', [{ ...MERGE, body: json(clusters('x'.repeat(5000))) }],
         ['mergeFields', `${'x'.repeat(4990)}y${'x'.repeat(9)}`],

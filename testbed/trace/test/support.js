@@ -15,14 +15,17 @@ const KUHN = '5fca65e8-28ab-4e73-a63a-0c167c9057c5';
 const BRIDGE = findBridge();
 const BODIES = { QT_LOGGING_RULES: 'tessaron.http.debug=true;tessaron.http.body.debug=true' };
 
-/** A folder for one test, removed after it. */
+/** Makes a folder that is removed after the test. */
 function temporaryFolder(t) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'trace-test-'));
     t.after(() => fs.rmSync(folder, { recursive: true, force: true }));
     return folder;
 }
 
-/** Starts a program of the test bed that listens: { child, port, errors() }. It ends with the test. */
+/**
+ * Starts a program of the test bed that listens, and kills it after the test. Resolves to { child, port,
+ * errors() }, where `errors()` is its standard error so far.
+ */
 async function startListening(t, program, options) {
     const child = spawn(process.execPath, [path.join(TESTBED, program), ...options]);
     t.after(() => child.kill('SIGKILL'));
@@ -37,7 +40,7 @@ function startDesktop(t, options = []) {
     return startListening(t, 'desktop/main.js', ['--port', '0', ...options]);
 }
 
-/** Runs a program of the test bed: { status, output, errors }. It is ended after a minute. */
+/** Runs a program of the test bed, for a minute at most. Resolves to { status, output, errors }. */
 async function runTool(t, program, args, environment = {}) {
     const child = spawn(process.execPath, [path.join(TESTBED, program), ...args],
         { env: { ...process.env, ...environment }, stdio: ['ignore', 'pipe', 'pipe'], timeout: 60000 });
@@ -49,7 +52,7 @@ async function runTool(t, program, args, environment = {}) {
     return outcome;
 }
 
-/** The answers of a user who chooses in each dialog, for the commands below. */
+/** Options for the stand-in: the answers to the dialogs of runAllCommands(). */
 const ANSWERS = [
     { dialog: 'chooseCitation', items: [{ uuid: 'kuhn-1962', label: 'page', locator: '10' }] },
     { dialog: 'editCitation', items: [{ uuid: 'darwin-1859' }] },
@@ -57,7 +60,7 @@ const ANSWERS = [
     { dialog: 'updateCitation', keep: true },
 ].flatMap((answer) => ['--answer', JSON.stringify(answer)]);
 
-/** Runs all seventeen commands in the order of a document's life: [command, outcome] each. */
+/** Runs all seventeen commands in a usual order. Resolves to a list of [command, outcome]. */
 async function runAllCommands(port, environment) {
     const outcomes = [];
     const run = async (command, ...args) => {

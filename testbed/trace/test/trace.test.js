@@ -33,7 +33,7 @@ const REPLIES = [
     ['nothing', Buffer.alloc(0)],
 ];
 for (const [name, body] of REPLIES) {
-    test(`a reply with ${name} comes out of the trace unchanged`, async (t) => {
+    test(`a reply with ${name} is read from the trace unchanged`, async (t) => {
         const port = await startServer(t, () => ({ status: 200, body }));
         const { errors } = await runBridge(BRIDGE,
             { command: 'getUserUuid', args: [], port, environment: BODIES });
@@ -141,7 +141,7 @@ for (const program of ['replay', 'redact']) {
             assert.match(errors, sentence);
         }
     });
-    test(`${program} explains itself`, async (t) => {
+    test(`${program} prints its usage`, async (t) => {
         const { status, output } = await runTool(t, program, ['--help']);
         assert.strictEqual(status, 0);
         assert.match(output, new RegExp(`^usage: ${program} `));

@@ -106,7 +106,7 @@ function parse(text) {
     }
 }
 
-/** A folder for one test, removed after it. */
+/** Makes a folder that is removed after the test. */
 function temporaryFolder(test) {
     const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'desktop-test-'));
     test.after(() => fs.rmSync(folder, { recursive: true, force: true }));
