@@ -1,18 +1,18 @@
 #!/bin/sh
-# Starts, looks for and ends the bridge, outside Word's sandbox. TessaronBridge.applescript runs it
-# for the macro. The only argument is a request: the action, then its arguments, one a line.
+# Starts, checks and ends the bridge, outside Word's sandbox. TessaronBridge.applescript runs this
+# script for the macro. The only argument is a request: the action and its arguments, one per line.
 #
 #   start COMMAND FOLDER TRACE   starts the bridge and prints its process id; TRACE is empty,
 #                                "requests" or "bodies"
-#   running ID FOLDER            prints true or false
+#   running ID FOLDER            prints whether that bridge is running: true or false
 #   end ID FOLDER                ends that bridge
 #   trace-file                   prints the path of the trace
 #
-# A failure prints "error: " and a message for the user. The exit status is 0 then too, because
+# On failure it prints "error: " and a message for the user. The exit status is always 0, because
 # AppleScript returns the output only after success.
 #
-# The macros of every document can call this script. So it starts one program only, in folders of
-# Word only, and ends no process but that program.
+# The macros of every document can call this script. Therefore it starts only the bridge, only in Word's
+# folders, and ends no other process.
 
 # Put the path of your bridge here.
 BRIDGE="/Applications/Your Product.app/Contents/Helpers/tessaron-word-bridge"
@@ -40,8 +40,8 @@ find_folder() {
     esac
 }
 
-# Whether process $1 is a bridge that works in folder $2. A process id alone proves nothing: the
-# system reuses it.
+# Whether process $1 is a bridge that works in folder $2. The process id alone is not enough, because
+# the system reuses ids.
 runs() {
     case $1 in '' | *[!0-9]*) return 1 ;; esac
     case $(ps -ww -p "$1" -o command= 2>/dev/null) in
@@ -50,7 +50,7 @@ runs() {
     return 1
 }
 
-# They hold texts of documents, and remain when Word crashes.
+# Removes folders that are older than a day. They contain texts of documents, and remain if Word crashes.
 remove_old_folders() {
     find "$1" -maxdepth 1 -type d -name 'tessaron-*' -mmin +1440 2>/dev/null |
         while IFS= read -r old; do

@@ -2,14 +2,14 @@ Attribute VB_Name = "TessaronDocument"
 Option Explicit
 Option Private Module
 
-' Layer 2 of 3, second half: what the macros do with a document. All decisions are here.
+' Layer 2 of 3, second half: the logic of the macros.
 '
 ' A citation is a field with the code "ADDIN CSL_CITATION {...}", the bibliography a field with the
 ' code "ADDIN CSL_BIBLIOGRAPHY". Nothing is written before the answer for the whole document has
 ' been checked. Then everything is written in one step, which is undone if any part of it fails.
 '
-' This module needs nothing of Word. The document is in another module (TessaronWord for Word),
-' which must have these procedures. A place is Array(anchor, story, start, end): the main text is
+' This module does not use Word's object model. Another module (TessaronWord for Word) must have the
+' procedures below. A place is Array(anchor, story, start, end): the main text is
 ' story 0; each note and text box has a story number, and its anchor is where the main text refers
 ' to it. In the main text the anchor is the start.
 '   TessaronOpenDocument() As String   takes the active document and its selection; these stay the
@@ -38,8 +38,8 @@ Option Private Module
 Private Const Unchanged As String = " Nothing was changed."
 Private Const NoField As Long = -1
 
-' The parts of a citation, an array of `cites`.
-Private Const FieldNumber As Long = 0 ' NoField for one that is not in the document yet
+' The indexes in a citation, which is an array in `cites`.
+Private Const FieldNumber As Long = 0 ' NoField if it is not in the document yet
 Private Const OldCode As Long = 1 ' as in the document
 Private Const ShownText As Long = 2
 Private Const Place As Long = 3
@@ -55,10 +55,10 @@ Private fingerprint As String
 Private mergedFirst As Long ' field numbers; NoField without a merge
 Private mergedLast As Long
 
-Private busy As Boolean
-Private introduced As Boolean
+Private busy As Boolean ' a macro is running
+Private introduced As Boolean ' setWordProcessor was sent
 
-' Runs one macro. Shows a message if it fails, and then nothing of the document has changed.
+' Runs one macro. If it fails, shows a message and leaves the document unchanged.
 Public Sub TessaronDo(action As String)
     Dim message As String
     If busy Then ' during a wait, the user can start another macro
@@ -97,7 +97,7 @@ Private Sub Perform(action As String)
     End Select
 End Sub
 
-' Ends the wait of the macro that is running.
+' Cancels the running macro.
 Public Sub TessaronCancelMacro()
     If busy Then
         TessaronRequestCancel True
@@ -148,7 +148,7 @@ Private Function AskOne(commandName As String, argument As String) As String
     AskOne = TessaronRunCommand(commandName, Array(argument))(0)
 End Function
 
-' Runs a dialog. An empty answer has two meanings: the user cancelled, or the application failed.
+' Runs a dialog. An empty answer means that the user cancelled or that the application failed.
 Private Function AskDialog(commandName As String, argument As String) As String
     AskDialog = AskOne(commandName, argument)
     If AskDialog = "" And Not ApplicationRuns() Then
@@ -179,7 +179,7 @@ Private Sub InsertCitation()
         Exit Sub
     End If
     newCode = Checked(newCode, "the new citation")
-    ReadDocument ' the user may have written on
+    ReadDocument ' the user may have typed during the dialog
     AddCitation Array(NoField, "", "", TessaronKeptPlace(), newCode, "", False)
     RefreshOrKeep newCode, "", _
         "Insert the citation without its text? The text comes with the next refresh."
@@ -283,8 +283,8 @@ Private Sub UndoManualEdit()
     FormatDocument DocumentStyle()
 End Sub
 
-' Formats the document with the change. If that fails, the user can keep the change alone, so that
-' the work in the dialog is not lost. `sent` is the old code, "" for a new citation.
+' Formats the document with the change. If that fails, the user can keep only the change, so that the
+' work in the dialog is not lost. `sent` is the old code, "" for a new citation.
 Private Sub RefreshOrKeep(newCode As String, sent As String, question As String)
     Dim message As String
     On Error GoTo Failed
@@ -303,7 +303,7 @@ End Sub
 
 ' The document
 
-' Reads all fields, sorts the citations into reading order, and forgets the change.
+' Reads all fields, sorts the citations into reading order, and discards the change.
 Private Sub ReadDocument()
     Dim i As Long, field As Variant
     cites = Array()
@@ -325,7 +325,7 @@ Private Sub ReadDocument()
     fingerprint = FingerprintNow()
 End Sub
 
-' A citation inside another one or inside the bibliography does not count: it is about to go.
+' Ignores a citation inside another one or inside the bibliography: writing the outer field removes it.
 Private Sub RemoveNested()
     Dim all As Variant, i As Long, outer As Variant, outerInMainText As Variant
     all = cites
@@ -342,7 +342,7 @@ Private Sub RemoveNested()
     Next i
 End Sub
 
-' Everything that must not change during a wait: the codes and texts of citations and bibliographies.
+' Returns all that must not change during a wait: codes and texts of citations and bibliographies.
 Private Function FingerprintNow() As String
     Dim i As Long, field As Variant, parts() As String, total As Long
     total = TessaronListFields()
@@ -357,7 +357,7 @@ Private Function FingerprintNow() As String
     FingerprintNow = Join(parts, ChrW(1))
 End Function
 
-' Call this after a wait and before writing.
+' Fails if the citations have changed. Call this after a wait and before writing.
 Private Sub CheckDocument()
     Dim problem As String
     problem = TessaronDocumentProblem()
@@ -372,14 +372,14 @@ Private Function DocumentStyle() As String
     DocumentStyle = TessaronStyle()
     If DocumentStyle <> "" Then Exit Function
     DocumentStyle = AskOne("getDesktopCitationStyleId", "")
-    ' This command answers a failure with a sentence.
+    ' On failure, this command returns a sentence.
     If DocumentStyle = "" Or Left(DocumentStyle, 37) = "Can't get selected citation style id " Then
         Fail "Tessaron did not name its citation style. Choose a style in Tessaron Desktop." & _
             Unchanged
     End If
 End Function
 
-' Adds a citation in reading order. The fields mostly come in this order already.
+' Adds a citation in reading order. Usually the fields come in this order.
 Private Sub AddCitation(citation As Variant)
     Dim i As Long
     Append cites, citation
@@ -418,7 +418,7 @@ Private Function IsBefore(one As Variant, other As Variant) As Boolean
     IsBefore = one(3) < other(3)
 End Function
 
-' Whether the first place is inside the second one. The ends of a field are beside it.
+' Whether the first place is inside the second one. A cursor at the start or end of a field is outside.
 Private Function IsInside(inner As Variant, outer As Variant) As Boolean
     If inner(1) <> outer(1) Or inner(2) < outer(2) Or inner(3) > outer(3) Then Exit Function
     IsInside = inner(2) < inner(3) Or (inner(2) > outer(2) And inner(3) < outer(3))
@@ -450,7 +450,7 @@ Private Function InsertPosition() As Long
             Unchanged
     End If
     InsertPosition = where(3)
-    ' After the mark, the field would be in the next paragraph or table cell.
+    ' After the end mark, the field would be in the next paragraph or table cell.
     If where(2) < where(3) And InStr(vbCr & ChrW(7), Right(TessaronSelection()(1), 1)) > 0 Then
         If TessaronSelection()(1) <> "" Then InsertPosition = where(3) - 1
     End If
@@ -469,7 +469,7 @@ Private Function IsInsideAny(where As Variant, fields As Variant) As Boolean
     Next i
 End Function
 
-' The first and the last citation that the selection touches; first > last if there is none.
+' Sets the first and the last citation in the selection; first > last if there is none.
 Private Sub SelectedCitations(first As Long, last As Long)
     Dim i As Long, where As Variant, there As Variant
     where = SelectedPlace()
@@ -515,14 +515,14 @@ End Function
 Private Function IsEdited(index As Long) As Boolean
     Dim recorded As String
     recorded = TessaronRecordedMarkup(CStr(cites(index)(OldCode)))
-    ' Without a text nothing was edited: the style's text comes back.
+    ' A citation without a text is not edited: the refresh restores the style's text.
     If recorded = "" Or cites(index)(ShownText) = "" Then Exit Function
     IsEdited = Not TessaronSameText(CStr(cites(index)(ShownText)), _
         TessaronPlainText(TessaronRunsOfMarkup(recorded)))
 End Function
 
-' Before each refresh: has the application record what the user has typed into citations. Without
-' the record, the refresh would replace it.
+' Lets the application record what the user has typed into citations. Without the record, the refresh
+' would replace it.
 Private Sub RecordEdits()
     Dim i As Long
     For i = 0 To UBound(cites)
@@ -544,7 +544,7 @@ Private Function WithRecord(index As Long) As String
         Array(before, typed))(0)), CitationName(index))
     recorded = TessaronPlainText(TessaronRunsOfMarkup(TessaronManualMarkup(WithRecord)))
     If TessaronSameText(CStr(cites(index)(ShownText)), recorded) Then Exit Function
-    ' The user took the style's text in the application's dialog: an older record is gone.
+    ' The user chose the style's text in the application's dialog, which removed an older record.
     If TessaronHasManualEdit(before) And Not TessaronHasManualEdit(WithRecord) Then Exit Function
     ' The application failed, or the user cancelled, or there was no older record.
     If Not TessaronAsk("You have edited the text of " & CitationName(index) & _
@@ -596,7 +596,8 @@ Private Function BatchArguments(style As String) As Variant
     BatchArguments = arguments
 End Function
 
-' If the document still shows the text that the application gave, that text with its formatting.
+' Returns the text to send. If the document still shows the application's text, this is that text with
+' its formatting.
 Private Function SentText(index As Long) As String
     Dim shown As String
     shown = cites(index)(ShownText)
@@ -663,7 +664,7 @@ Undo:
     Fail "The document could not be changed: " & message & Unchanged
 End Sub
 
-' Without an answer for the whole document: only what the user chose in the dialog.
+' Writes only what the user chose in the dialog, without a refresh.
 Private Sub WriteChangeOnly(newCode As String, sent As String)
     Dim index As Long, message As String
     ReadDocument
@@ -690,7 +691,7 @@ Private Sub RemoveMerged()
     If mergedFirst <> NoField Then TessaronRemoveFields mergedFirst, mergedLast
 End Sub
 
-' Writes what changed. Returns a line for the user if the field had to be left as it was.
+' Writes what changed. Returns a line for the user if the field cannot be written.
 Private Function WriteCitation(index As Long) As String
     Dim number As Long, runs As Variant, shown As String
     number = cites(index)(FieldNumber)

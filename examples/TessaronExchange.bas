@@ -5,11 +5,11 @@ Option Private Module
 ' Layer 1 of 3: one command through the bridge. Writes the argument file, starts the bridge, waits,
 ' checks the status and reads the results.
 '
-' This module needs nothing of Word. The platform is in another module (TessaronWord for Word on
-' macOS), which must have these procedures:
+' This module does not use Word's object model. Another module (TessaronWord for Word on macOS) must
+' have these procedures:
 '   TessaronCallScript(request) As String  runs TessaronBridge.sh with the request and returns its
 '                                          output
-'   TessaronPause(milliseconds)            waits; the user can go on working meanwhile
+'   TessaronPause(milliseconds)            waits, while the user can go on working
 '   TessaronTemporaryFolder() As String    the folder for the runs' folders, without a slash at the end
 
 ' The number of every error that the example raises. The description is a message for the user.
@@ -62,7 +62,7 @@ Public Function TessaronSecondsFor(commandName As String) As Long
     End Select
 End Function
 
-' Returns when the ready file is there. Raises TessaronFailed if the bridge ended without it, if
+' Returns when the ready file exists. Raises TessaronFailed if the bridge ended without it, if
 ' the user cancelled, or after `seconds` (0: no limit). The last two end the bridge.
 Public Sub TessaronWaitForAnswer(folder As String, processId As String, seconds As Long)
     Dim waited As Long, lastCheck As Long, interval As Long
@@ -75,11 +75,11 @@ Public Sub TessaronWaitForAnswer(folder As String, processId As String, seconds 
             StopBridge folder, processId
             Fail "Tessaron did not answer within " & seconds & " seconds."
         End If
-        ' Looking for a file is cheap, asking for a process is not.
+        ' Checking for a file is cheap; checking for a process is not.
         If waited - lastCheck >= 1000 Then
             lastCheck = waited
             If Not BridgeRuns(folder, processId) Then
-                ' The bridge may have written its answer after the last look.
+                ' The bridge may have written its answer after the last check.
                 If FileExists(folder & ReadyFile) Then Exit Sub
                 Fail "The connection to Tessaron ended without an answer."
             End If
@@ -90,14 +90,14 @@ Public Sub TessaronWaitForAnswer(folder As String, processId As String, seconds 
     Loop
 End Sub
 
-' The pause between two looks for the answer, in milliseconds. It grows while a dialog is open.
+' The pause before the next check for the answer, in milliseconds. It grows with the wait so far.
 Public Function TessaronPauseAfter(waited As Long) As Long
     TessaronPauseAfter = waited \ 10
     If TessaronPauseAfter < 50 Then TessaronPauseAfter = 50
     If TessaronPauseAfter > 2000 Then TessaronPauseAfter = 2000
 End Function
 
-' Ends the current wait. Called by the macro TessaronCancel, which the user can run during the wait.
+' True ends the current wait: the user can run the macro TessaronCancel during a wait. False resets.
 Public Sub TessaronRequestCancel(requested As Boolean)
     cancelRequested = requested
 End Sub
@@ -150,7 +150,7 @@ Public Sub TessaronWriteText(path As String, text As String)
     Open path For Binary Access Write As #handle
     If text <> "" Then
         bytes = text
-        ' A reader drops U+FEFF at the start of a file. A second one keeps the text's own.
+        ' The bridge drops a U+FEFF at the start of a file. A second one protects that of the text.
         If Left(text, 1) = ChrW(&HFEFF) Then bytes = ChrW(&HFEFF) & text
         Put #handle, , bytes
     End If
@@ -168,7 +168,7 @@ Public Function TessaronReadText(path As String) As String
     TessaronReadText = bytes
 End Function
 
-' A folder for each run: a late answer to one run is never read by the next.
+' Makes a folder for each run, so that a late answer to one run is never read by the next run.
 Private Function NewFolder() As String
     Dim path As String
     Do

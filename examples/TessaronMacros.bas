@@ -4,7 +4,7 @@ Option Explicit
 ' The macros for the user. This module alone has no "Option Private Module", so that Word's list of
 ' macros shows these and nothing else. Give each a button or a key, TessaronCancel above all.
 
-' In a citation: edits it. Elsewhere: inserts one, beside a citation if the cursor is beside it.
+' Inserts a citation at the cursor. If the cursor is inside a citation, edits that one.
 Public Sub TessaronInsertCitation()
     TessaronDo "InsertCitation"
 End Sub
@@ -26,22 +26,22 @@ Public Sub TessaronInsertBibliography()
     TessaronDo "InsertBibliography"
 End Sub
 
-' Makes one citation of the selected ones, which must stand side by side.
+' Merges the selected citations, which must be adjacent.
 Public Sub TessaronMergeCitations()
     TessaronDo "MergeCitations"
 End Sub
 
-' Brings back the style's text of a citation that was edited by hand.
+' Restores the style's text of a citation that was edited by hand.
 Public Sub TessaronUndoManualEdit()
     TessaronDo "UndoManualEdit"
 End Sub
 
-' Ends the wait of the macro that is running.
+' Cancels the running macro.
 Public Sub TessaronCancel()
     TessaronCancelMacro
 End Sub
 
-' Switches the trace of the requests on or off, and shows where it is.
+' Switches the trace of the requests on or off, and shows the path of its file.
 Public Sub TessaronTrace()
     TessaronSwitchTrace
 End Sub

@@ -2,11 +2,11 @@ Attribute VB_Name = "TessaronText"
 Option Explicit
 Option Private Module
 
-' Layer 2 of 3, first half: what is inside a field code and inside a formatted text. Pure functions.
+' Layer 2 of 3, first half: reads and writes field codes and formatted texts. Pure functions.
 '
 ' A formatted text is markup: <i>, <b>, <sup>, <sub> and <span style="font-variant:small-caps;">,
-' with &amp; &lt; &gt; for those three characters. Between reading and writing it is an array of
-' runs, each an array of a text and its marks, the sum of:
+' with &amp; &lt; &gt; for those three characters. In memory it is an array of runs. A run is an array
+' of a text and its marks, the sum of:
 Public Const TessaronItalic As Long = 1
 Public Const TessaronBold As Long = 2
 Public Const TessaronSuperscript As Long = 4
@@ -71,14 +71,14 @@ Private Function ClusterOf(code As String) As String
     If start > 0 Then ClusterOf = Mid(code, start)
 End Function
 
-' The code as Word can hold it. Such characters are only inside JSON strings, so that the escape
-' sequence has the same meaning.
+' Returns the code with escape sequences for characters that Word cannot store. They occur only inside
+' JSON strings, where an escape sequence has the same meaning.
 Public Function TessaronWordCode(code As String) As String
-    TessaronWordCode = Holdable(code, True)
+    TessaronWordCode = Storable(code, True)
 End Function
 
-' The code of a bibliography's field. It changes with the markup, so that a change of nothing but
-' italics is noticed.
+' The code of a bibliography's field. It contains a checksum of the markup, so that a change of only
+' the italics is noticed.
 Public Function TessaronBibliographyCode(markup As String) As String
     Dim sum As Long, i As Long
     For i = 1 To Len(markup)
@@ -108,7 +108,7 @@ Public Function TessaronJsonMember(json As String, memberKey As String) As Strin
         If Mid(json, at, 1) <> "," Then Exit Do
         at = AfterSpace(json, at + 1)
     Loop
-    ' Only a whole object counts.
+    ' A truncated object has no members.
     If Mid(json, at, 1) = "}" And AfterSpace(json, at + 1) > Len(json) Then
         TessaronJsonMember = found
     End If
@@ -141,7 +141,7 @@ Private Function Unescaped(value As String, mark As Long) As String
     End Select
 End Function
 
-' The positions after something, or after the end of the text if it is cut off.
+' These functions return the position after an element, or after the end of the text if it is cut off.
 
 Private Function AfterSpace(json As String, ByVal at As Long) As Long
     Do While at <= Len(json)
@@ -199,7 +199,7 @@ End Function
 
 ' Formatted texts
 
-' The runs of a markup. Anything that is not a tag of the list above is text.
+' The runs of a markup. Any other tag than those listed above is text.
 Public Function TessaronRunsOfMarkup(markup As String) As Variant
     Dim runs As Variant, at As Long, mark As Long, openTags As String, length As Long
     runs = Array()
@@ -276,7 +276,7 @@ Private Function TagLength(markup As String, at As Long, openTags As String) As 
     Next tag
 End Function
 
-' Text cannot be high and low at once: of nested tags for it, the inner one counts.
+' Text cannot be superscript and subscript at once: of nested tags, the inner one applies.
 Private Function MarksOf(openTags As String) As Long
     Dim tag As Long
     For tag = 0 To 4
@@ -330,13 +330,13 @@ Public Function TessaronWordRuns(markup As String, lineBreak As String) As Varia
     Dim runs As Variant, i As Long
     runs = TessaronRunsOfMarkup(markup)
     For i = LBound(runs) To UBound(runs)
-        runs(i) = Array(WithLineBreaks(Holdable(CStr(runs(i)(0)), False), lineBreak), runs(i)(1))
+        runs(i) = Array(WithLineBreaks(Storable(CStr(runs(i)(0)), False), lineBreak), runs(i)(1))
     Next i
     TessaronWordRuns = runs
 End Function
 
-' Whether a text of the document is a text of the application: without this, characters that Word
-' writes in another way would look like an edit by hand.
+' Whether a text of the document equals a text of the application. Characters that Word stores in
+' another way do not count as an edit by hand.
 Public Function TessaronSameText(shown As String, formatted As String) As Boolean
     TessaronSameText = Comparable(shown) = Comparable(formatted)
 End Function
@@ -349,11 +349,11 @@ End Function
 
 ' A text of the document as it can be sent.
 Public Function TessaronSendableText(text As String) As String
-    TessaronSendableText = WithLineBreaks(Holdable(text, False), vbLf)
+    TessaronSendableText = WithLineBreaks(Storable(text, False), vbLf)
 End Function
 
-' Whether the text of a field is nothing but text. Writing would lose a picture (1), a note's
-' reference (2), a comment's anchor (5), a table cell (7), a paragraph (13) or a field (19).
+' Whether a field contains only text. Writing would lose a picture (1), a note's reference (2), a
+' comment's anchor (5), a table cell (7), a paragraph (13) or a field (19).
 Public Function TessaronIsOnlyText(shown As String) As Boolean
     Dim code As Variant
     For Each code In Array(1, 2, 5, 7, 13, 19)
@@ -372,9 +372,9 @@ Private Function WithLineBreaks(text As String, lineBreak As String) As String
     Next code
 End Function
 
-' Word's files cannot hold control characters, halves of surrogate pairs, U+FFFE and U+FFFF. They
-' become a JSON escape sequence or U+FFFD.
-Private Function Holdable(text As String, asJson As Boolean) As String
+' Word's files cannot store control characters, unpaired surrogates, U+FFFE and U+FFFF. They become JSON
+' escape sequences or U+FFFD.
+Private Function Storable(text As String, asJson As Boolean) As String
     Dim i As Long, unit As Long, start As Long, bad As Boolean
     start = 1
     For i = 1 To Len(text)
@@ -387,11 +387,11 @@ Private Function Holdable(text As String, asJson As Boolean) As String
             bad = IsBadUnit(text, i, unit)
         End If
         If bad Then
-            Holdable = Holdable & Mid(text, start, i - start) & Replacement(unit, asJson)
+            Storable = Storable & Mid(text, start, i - start) & Replacement(unit, asJson)
             start = i + 1
         End If
     Next i
-    Holdable = Holdable & Mid(text, start)
+    Storable = Storable & Mid(text, start)
 End Function
 
 Private Function IsBadUnit(text As String, i As Long, unit As Long) As Boolean

@@ -2,7 +2,7 @@ Attribute VB_Name = "TessaronWord"
 Option Explicit
 Option Private Module
 
-' Layer 3 of 3: Word's object model, and the platform of the exchange. Decides nothing.
+' Layer 3 of 3: access to Word's object model and to macOS. Contains no logic.
 '
 ' ONLY WORD FOR MAC CAN RUN THIS MODULE. It has not been run by us; the other layers have. README.md
 ' has a checklist for the first run. TessaronDocument and TessaronExchange have the contracts of the
@@ -17,13 +17,14 @@ Private Const ScriptHandler As String = "callBridge"
 Private Const StyleVariable As String = "TessaronStyle"
 Private Const MessageTitle As String = "Tessaron"
 
-' Taken before the first wait: during a wait the user can click elsewhere, and ActiveDocument and
+' Set before the first wait: during a wait the user can click elsewhere, and ActiveDocument and
 ' Selection change. A Range moves with its text.
 Private target As Document
 Private selected As Range
 Private kept As Range
 
-' The text is in parts: the main text, each note, each text box. The same index in each collection.
+' The parts of the document's text: the main text, each note, each text box. A part has the same index
+' in each collection.
 Private partRanges As Collection
 Private partAnchors As Collection
 Private partStories As Collection
@@ -249,11 +250,11 @@ Public Function TessaronReadField(number As Long) As Variant
         StartOf(item), EndOf(item)))
 End Function
 
-' Range.Text shows a picture as "/", and of a field inside only its text. U+0001 stands for all that
-' is not text. Each sum is a statement, because after an error the next statement runs.
+' In Range.Text, a picture is "/", and a field inside is only its text. A U+0001 at the start means that
+' there is anything but text. Each addition is a statement, because after an error the next one runs.
 Private Function ResultText(ByVal item As Field) As String
     Dim others As Long
-    On Error Resume Next ' a field without a result; a story that cannot have one of these
+    On Error Resume Next ' a field may have no result, and a story may not support all of these
     ResultText = item.Result.Text
     others = others + item.Result.Fields.Count
     others = others + item.Result.InlineShapes.Count
@@ -295,7 +296,7 @@ Public Function TessaronFieldRuns(number As Long) As Variant
     TessaronFieldRuns = runs
 End Function
 
-' What the whole field looks like is not markup: in an italic heading a citation is italic.
+' The formatting of the whole field is not part of the markup, for example in an italic heading.
 Private Function MarksOfField(ByVal item As Field) As Long
     MarksOfField = MarksOf(item.Code.Characters(1).Font)
 End Function
@@ -320,7 +321,7 @@ End Function
 Public Sub TessaronBeginChange()
     changed = False
     recording = False
-    On Error Resume Next ' these are comfort: without one of them the change is still right
+    On Error Resume Next ' these are optional: the change is correct without them
     Application.ScreenUpdating = False
     Application.UndoRecord.StartCustomRecord "Tessaron"
     recording = Application.UndoRecord.IsRecordingCustomRecord
@@ -328,7 +329,7 @@ Public Sub TessaronBeginChange()
     showingCodes = target.ActiveWindow.View.ShowFieldCodes
     target.ActiveWindow.View.ShowFieldCodes = False
     On Error GoTo 0
-    ' With Track Changes on, a code that is written would keep the old code beside it.
+    ' With Track Changes on, the old code would stay beside the new one.
     tracking = target.TrackRevisions
     target.TrackRevisions = False
 End Sub
@@ -385,7 +386,7 @@ Private Sub SetMarks(ByVal where As Range, ByVal marks As Long)
         .Italic = (marks And TessaronItalic) <> 0
         .Bold = (marks And TessaronBold) <> 0
         .SmallCaps = (marks And TessaronSmallCaps) <> 0
-        ' One of these switches the other one off, so that the one that is on comes last.
+        ' Switching on one of these switches off the other one.
         If (marks And TessaronSuperscript) <> 0 Then
             .Superscript = True
         ElseIf (marks And TessaronSubscript) <> 0 Then

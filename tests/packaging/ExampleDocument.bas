@@ -1,7 +1,7 @@
 Option Explicit
 
-' A document for the example's logic, in place of Word's: pieces of stories in their order. A piece
-' is a text, a field, a field nested in the field before it, or the anchor of another story.
+' A simple document that replaces Word's in the tests of the example. It is a list of pieces of stories.
+' A piece is a text, a field, a field nested in the field before it, or the anchor of another story.
 ' TessaronDocument.bas has the contract of the procedures whose names begin with "Tessaron".
 '
 ' In a file, pieces are separated by U+E000, and the parts of a piece by U+E001: story, kind, code,
@@ -15,8 +15,8 @@ Private starts() As Long ' of each piece, while `startsAreKnown`
 Private startsAreKnown As Boolean
 Private listed As Variant ' ids of the fields
 Private selected As Variant ' story, start, end
-Private keptId As Long ' the kept place is `keptOffset` after the start of this piece
-Private keptOffset As Long
+Private keptId As Long ' the piece with the kept place
+Private keptOffset As Long ' of the kept place from the start of that piece; in a text, from its end
 Private before As String ' the document before the change that has begun
 Private problem As String
 Private writesUntilFailure As Long
@@ -137,7 +137,7 @@ End Sub
 
 Sub RemovePiece(index As Long)
     Dim i As Long, rest As Variant
-    If pieces(index)(0) = keptId Then ' as a Range in Word, which collapses
+    If pieces(index)(0) = keptId Then ' like a Range in Word, which collapses
         keptId = pieces(index - 1)(0)
         keptOffset = 0
     End If
@@ -163,7 +163,7 @@ Function FirstField() As Long
 End Function
 
 Function IndexOf(id As Long) As Long
-    ' The document counts its pieces from 1 when it is loaded.
+    ' When a document is loaded, its pieces get the ids 1, 2 and so on.
     If id <= UBound(pieces) Then IndexOf = id - 1
     If pieces(IndexOf)(0) <> id Then IndexOf = 0
     Do While pieces(IndexOf)(0) <> id
@@ -227,7 +227,7 @@ Function TessaronDocumentProblem() As String
     TessaronDocumentProblem = problem
 End Function
 
-' From the last to the first: the logic must not rely on an order.
+' Lists the fields from the last to the first, because the logic must not rely on an order.
 Function TessaronListFields() As Long
     Dim i As Long
     listed = Array()
@@ -283,7 +283,7 @@ Sub TessaronKeepPlace(position As Long)
     For i = 0 To UBound(pieces)
         If pieces(i)(1) = selected(0) And pieces(i)(2) <> "nested" And StartOf(i) <= position And _
             position <= EndOf(i) Then
-            ' At the border of two pieces the text, so that a field beside it can go away.
+            ' At the border of two pieces, chooses the text, so that the field beside it can be removed.
             If pieces(i)(2) = "text" Or position < EndOf(i) Or i = UBound(pieces) Then
                 keptId = pieces(i)(0)
                 keptOffset = position - StartOf(i)
@@ -294,7 +294,7 @@ Sub TessaronKeepPlace(position As Long)
     Next i
 End Sub
 
-' In a text, the offset counts from its end: typing is at its start.
+' In a text, the offset counts from its end, because the tests type at its start.
 Function TessaronKeptPlace() As Variant
     Dim i As Long, position As Long
     i = IndexOf(keptId)

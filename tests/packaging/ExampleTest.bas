@@ -1,9 +1,9 @@
 Option Explicit
 
 ' The platform for the example's modules, and the runner of the tests. Waits for the file SCENARIO,
-' runs its steps and writes the file OUTCOME, until a scenario is "quit". A step is a line, its parts
-' separated by tabs; its outcome is a line too. Texts in both are UTF-16 code units in hexadecimal;
-' lists have commas between texts, and in the outcome their length first.
+' runs its steps and writes the file OUTCOME, until a step is "quit". A step is a line with parts
+' separated by tabs. Its outcome is a line, too. Texts are UTF-16 code units in hexadecimal. The texts
+' of a list are separated by commas; in an outcome, the number of texts comes first.
 
 Private messages As String
 Private currentCommand As String
@@ -11,7 +11,7 @@ Private callProgram As String
 Private temporaryFolder As String
 Private ended As Boolean
 
-' Ends after five minutes without a scenario too: a test that is killed cannot say "quit".
+' Also ends after five minutes without a scenario, because a killed test cannot send "quit".
 Sub Main
     Dim idle As Long
     Do Until ended Or idle = 30000
