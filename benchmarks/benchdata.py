@@ -1,5 +1,5 @@
 """Makes the documents that the benchmarks format: argument files as the macro writes them, and
-the application's answers to them. Everything comes from one seed, so every run sees equal bytes."""
+the application's answers to them. All data comes from one random seed, so it is the same in every run."""
 import json
 import os
 import random
@@ -28,7 +28,7 @@ def compact(value, sort_keys=False):
 
 
 class Library:
-    """A reference manager's library: citation clusters without end, with abstracts."""
+    """A generated library. Returns any number of citation clusters, with abstracts."""
 
     def __init__(self):
         self.random = random.Random(20)
@@ -55,7 +55,7 @@ class Library:
         }
 
     def cluster(self, number, abstract=None):
-        """One citation. Its keys stand in the application's order, which is not sorted."""
+        """One citation. Its keys are in the application's order, which is not sorted."""
         abstract = abstract or " ".join(self.random.choices(self.sentences, k=8))
         item = self.item(number, abstract)
         text = f"({item['author'][0]['family']}, {item['issued']['date-parts'][0][0]})"
@@ -82,7 +82,7 @@ def write_json(path, value):
 
 
 def write_clusters(folder, clusters):
-    """The argument file that the macro would write for these citations, and the answer to it."""
+    """Writes the argument file that the macro would write for these citations, and the answer to it."""
     arguments, answers, bibliography = [STYLE], [], []
     for cluster in clusters:
         text = cluster["tessaron"]["plainTextFormattedCitation"]
@@ -102,7 +102,7 @@ def write_document(folder, count):
 
 
 def write_huge_citation(folder, length):
-    """A document with one citation of about `length` bytes."""
+    """Writes a document with one citation of about `length` bytes."""
     library = Library()
     sentences = " ".join(library.sentences)
     repeats = length // len(sentences.encode()) + 1

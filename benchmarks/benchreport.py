@@ -1,4 +1,4 @@
-"""Turns measured runs into the report: tables, the straight line, the picture."""
+"""Turns measured runs into the report: tables, fitted lines and a picture."""
 import statistics
 
 LINE_GOAL = 0.15
@@ -27,13 +27,13 @@ def verdict(value, goal):
 
 
 def round_ratios(runs, program, other, key):
-    # A run too short for the clock of processor time counts as one microsecond.
+    # A run that is too short for the processor clock counts as one microsecond.
     return [max(mine[key], 1e-3) / max(its[key], 1e-3)
             for mine, its in zip(runs[program], runs[other])]
 
 
 def ratio_row(what, series, program, other):
-    """The ratio is the median over the series of the medians over the rounds of a series."""
+    """One row of the table. The ratio is the median over the series of the median over their rounds."""
     def ratio_of(key):
         return [statistics.median(round_ratios(runs, program, other, key)) for runs in series]
     def time_of(name):
@@ -87,16 +87,16 @@ def fit_line(points):
 
 
 class Line:
-    """How far the bridge's cost is from a straight line over the answer's size."""
+    """A straight line fitted to the bridge's cost by size of the answer, and the deviations from it."""
 
     def __init__(self, growth, key, start):
         points = [point for point in growth if point["size"] >= start]
         self.key = key
         self.base, self.slope = fit_line(
             [(point["answerMb"], median(point["bridge"], key)) for point in points])
-        self.worst = max(abs(self.share(point)) for point in points)
+        self.worst = max(abs(self.deviation(point)) for point in points)
 
-    def share(self, point):
+    def deviation(self, point):
         """The relative deviation of a point: 0.1 is a tenth above the line."""
         return median(point["bridge"], self.key) / (self.base + self.slope * point["answerMb"]) - 1
 
@@ -115,7 +115,7 @@ def series_table(start, what, points, programs):
         for key in ("ms", "peakMb"):
             row += [f"{median(point[program], key):.1f}" for program in programs]
         for line in lines:
-            row.append(f"{100 * line.share(point):+.0f} %" if point["size"] >= start else "")
+            row.append(f"{100 * line.deviation(point):+.0f} %" if point["size"] >= start else "")
         rows.append(row)
     time, memory = lines
     return table(header, rows) + (
@@ -134,7 +134,7 @@ def server_table(server_times):
 
 
 def write_picture(path, growth, programs):
-    """Time and memory over citations; False when matplotlib is not there."""
+    """Draws time and memory by number of citations. Returns False if matplotlib is not installed."""
     try:
         import matplotlib
     except ImportError:

@@ -1,4 +1,4 @@
-"""Runs the programs under comparison against the canned server, and checks what they leave."""
+"""Runs the compared programs against the canned server and checks their results."""
 import contextlib
 import json
 import os
@@ -23,7 +23,7 @@ class Failure(Exception):
 
 
 class Bench:
-    """The programs, and the folder that is their home during the measurement."""
+    """The compared programs and their home folder during the measurement."""
 
     def __init__(self, bridges, tools, home):
         """`bridges`: the bridge's programs by name; the last one is run last in each round."""
@@ -76,7 +76,7 @@ class Bench:
         self.server_times[os.path.basename(folder)] = times.get(TARGETS[command], {"requests": 0})
 
     def spawn(self, rounds, folder, lines):
-        """Runs the command lines in turn; for each a list of runs {ms, cpuMs, peakMb, faults}."""
+        """Runs the command lines in turn. Returns for each a list of runs {ms, cpuMs, peakMb, faults}."""
         spawner = [self.spawner, str(rounds)]
         for name in (RESULTS, READY):
             spawner += "--remove", os.path.join(folder, name)
@@ -98,9 +98,9 @@ class Bench:
         """Runs the command lines, by program, in turn against one server: A B C A B C. Returns the
         runs of each program. "{port}" in a line becomes the port.
 
-        The bridge exits with 0 even if its command fails, so a bridge must come last: the results
-        of the last run are checked. The first round is not counted, because memory that has not
-        been used for a while may have to come back from a virtual machine's host."""
+        The bridge exits with 0 even if its command fails, so a bridge must come last, because the
+        results of the last run are checked. The first round is not counted, because a virtual machine
+        may first have to get memory back from its host."""
         rounds += 1
         with self.server(command, folder) as port:
             runs = self.spawn(rounds, folder, [
@@ -112,7 +112,7 @@ class Bench:
         return {name: counted for name, (_, *counted) in zip(lines, runs)}
 
     def check_equal(self, command, folder):
-        """Every program must send the same request and leave the same results, by value."""
+        """Checks that every program sends the same request and writes the same results, by value."""
         saved = os.path.join(folder, "request.json")
         seen = {}
         for program, line in self.command_lines(command, folder).items():
@@ -137,7 +137,7 @@ def read_utf16(folder, name):
 
 
 def read_results(command, folder):
-    """The results by value; objects in field codes as pairs, so that the keys' order counts."""
+    """Returns the results by value. Objects in field codes become pairs, so that the order of keys counts."""
     lines = read_utf16(folder, RESULTS).split(benchdata.SEPARATOR)
     if command == FORMAT:
         for index in range(3, len(lines), 4):

@@ -1,11 +1,11 @@
-// A local HTTP server whose answers are prepared: what is measured against it is the client.
+// A local HTTP server with prepared answers, for measuring clients.
 //
 //   canned_server [--save FILE] METHOD PATH FILE [METHOD PATH FILE]...
 //
 // Prints the port it listens on (loopback, chosen by the system), serves one request at a time
 // until its standard input is closed, then prints one line of JSON with its own time for each
-// path. Tying its life to standard input means that it cannot outlive the script that started it.
-// Request bodies are thrown away unread; with --save the last one is kept in FILE.
+// path. It ends with its standard input so that it cannot outlive the script that started it.
+// Request bodies are discarded unread; with --save the last one is written to FILE.
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -29,7 +29,7 @@ namespace {
 
 struct Served {
     std::vector<double> cpuMs; // processor time from the request's first byte to the answer's last
-    std::vector<double> wallMs; // the same span by the clock; waiting for the client included
+    std::vector<double> wallMs; // wall-clock time of the same span, including waits for the client
     std::vector<double> answerMs; // from the request's last byte to the answer's last
 };
 
@@ -80,7 +80,7 @@ bool sendAll(int connection, std::string_view bytes)
     return true;
 }
 
-// The value of a header field in lower case, or empty text.
+// Returns the value of a header field in lower case, or an empty string.
 std::string headerValue(std::string_view lowerHeader, std::string_view name)
 {
     const std::string start = "\r\n" + std::string(name) + ":";
@@ -107,7 +107,8 @@ Request parseHeader(std::string_view header)
     return request;
 }
 
-// Reads up to the blank line and, most often, into the body. False when the client has gone.
+// Reads the header and usually a part of the body. Returns false if the client has closed the
+// connection.
 bool readHeader(int connection, Request* request, std::string* bodyStart)
 {
     std::string bytes;
@@ -130,7 +131,7 @@ bool readHeader(int connection, Request* request, std::string* bodyStart)
 bool readBody(int connection, const Request& request, std::string body)
 {
     static std::vector<char> piece(1 << 20);
-    // MSG_TRUNC takes bytes off a TCP socket without copying them.
+    // MSG_TRUNC discards bytes of a TCP socket without copying them.
     const int flags = saveTo.empty() ? MSG_TRUNC : 0;
     for (size_t left = request.bodyLength - request.bodySeen; left > 0;) {
         const ssize_t count = recv(connection, piece.data(), std::min(left, piece.size()), flags);
@@ -145,7 +146,7 @@ bool readBody(int connection, const Request& request, std::string body)
     return true;
 }
 
-// Serves one request; false when the connection is to be closed.
+// Serves one request. Returns false if the connection must be closed.
 bool serve(int connection)
 {
     const double cpuStart = clockMs(CLOCK_THREAD_CPUTIME_ID);
@@ -190,7 +191,7 @@ int listenOnLoopback()
     return listener;
 }
 
-// Idle connections wait in poll(); the one that has something to say is served to the end.
+// Waits in poll() for a request on any connection and serves it to its end.
 void serveUntilInputCloses(int listener)
 {
     std::vector<pollfd> waiting{{STDIN_FILENO, POLLIN, 0}, {listener, POLLIN, 0}};

@@ -1,5 +1,5 @@
-// The limit for a small command: the system calls of getUserUuid and nothing else, in a static
-// program. Reads the port and the arguments, sends one GET, writes both result files.
+// The lower limit of the time of a small command: a static program that makes only the system calls
+// of getUserUuid. Reads the port and the arguments, sends one GET, writes both result files.
 //
 //   limit COMMAND FOLDER
 

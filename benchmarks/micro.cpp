@@ -1,6 +1,6 @@
-// The hottest paths of the bridge one by one: reading and writing JSON, building field codes,
-// reading and writing the exchange files. Bytes per second count the bytes on the outside of the
-// process: JSON in UTF-8, files in UTF-16.
+// Measures the slowest functions of the bridge one by one: reading and writing JSON, building field
+// codes, reading and writing the exchange files. Bytes per second refer to the external encoding:
+// UTF-8 for JSON, UTF-16 for files.
 
 #include "apiclient/json/JsonUtils.h"
 #include "frontend/ArgsFile.h"
@@ -20,7 +20,7 @@ const char* const abstractSentence =
     "Spatial variability of the measured response differs between populations (p < 0.05); "
     "the \\\"null\\\" model of Poincaré at 25 °C explains most of it. ";
 
-/// One citation of about 1.9 KB as the application answers it, its keys not sorted.
+/// One citation of about 1.9 KB as the application returns it, with unsorted keys.
 QByteArray citationJson()
 {
     return QByteArray(R"json({"citationCluster":{"citationItems":[{"id":"ITEM-1","itemData":{
@@ -45,7 +45,7 @@ QByteArray answerJson()
     return json + "],\"bibliography\":\"García. Regional interactions.\"}";
 }
 
-/// A benchmark of malformed data would measure how fast it is refused.
+/// Aborts if the JSON is malformed: the benchmark would only measure how fast it is rejected.
 QVariantMap parsedOrAbort(const QByteArray& json)
 {
     const QVariantMap map = JsonUtils::parse(json).toMap();

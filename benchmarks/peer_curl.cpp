@@ -1,6 +1,6 @@
-// The bridge's peer in C++: the same three commands on libcurl and nlohmann::json, written
-// the way both libraries are meant to be used. Answers that the bridge would report as failures
-// end it with status 1: it is there to be compared, not to be shipped.
+// A peer of the bridge in C++, for comparison: three of its commands with libcurl and
+// nlohmann::json, used as their manuals show. Where the bridge would report a failure, this program
+// exits with status 1.
 //
 //   peer_curl getUserUuid|getRecentStyles|formatCitationsAndBibliography FOLDER
 
@@ -26,7 +26,7 @@ namespace {
 
 constexpr char separator = '\x01';
 
-// UTF-16LE to UTF-8; an unpaired surrogate becomes U+FFFD, a byte order mark is dropped.
+// Converts UTF-16LE to UTF-8. An unpaired surrogate becomes U+FFFD; a byte order mark is dropped.
 std::string decodeUtf16(const std::string& bytes)
 {
     const auto unit = [&bytes](size_t at) -> unsigned {
@@ -71,7 +71,7 @@ void appendUnit(std::string* bytes, unsigned unit)
     *bytes += char(unit >> 8);
 }
 
-// Valid UTF-8, which is all that the JSON library lets through, to UTF-16LE.
+// Appends valid UTF-8 as UTF-16LE. The JSON library rejects invalid UTF-8 before.
 void appendUtf16(std::string* bytes, const std::string& text)
 {
     for (size_t at = 0; at < text.size();) {
@@ -113,7 +113,7 @@ Lines readArguments(const fs::path& path)
     return lines;
 }
 
-// Writes beside the target, then replaces it. Returns the number of bytes.
+// Writes a file beside the target, then replaces the target. Returns the number of bytes.
 size_t writeFile(const fs::path& path, const Lines& lines)
 {
     size_t length = 0;
@@ -136,7 +136,7 @@ size_t writeFile(const fs::path& path, const Lines& lines)
     return bytes.size();
 }
 
-// The port stands in the group "[%General]" of the application's settings.
+// The port is in the group "[%General]" of the application's settings.
 int settingsPort()
 {
     const char* config = std::getenv("XDG_CONFIG_HOME");
@@ -159,14 +159,14 @@ size_t appendReply(char* data, size_t size, size_t count, void* reply)
     return size * count;
 }
 
-// A GET, or with a body a POST.
+// Sends a POST if there is a body, otherwise a GET.
 json request(const std::string& path, const std::string& body = {})
 {
     const std::unique_ptr<CURL, void (*)(CURL*)> curl(curl_easy_init(), curl_easy_cleanup);
     const std::string url = "http://127.0.0.1:" + std::to_string(settingsPort()) + path;
     std::string reply;
     curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
-    headers = curl_slist_append(headers, "Expect:"); // no waiting for "100 Continue"
+    headers = curl_slist_append(headers, "Expect:"); // do not wait for "100 Continue"
     curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl.get(), CURLOPT_NOPROXY, "*");
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, appendReply);

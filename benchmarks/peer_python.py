@@ -1,10 +1,9 @@
 #!/usr/bin/python3
-"""The bridge's peer in Python: the same three commands on the standard library.
+"""A peer of the bridge in Python, for comparison: three of its commands with the standard library.
 
 usage: peer_python.py getUserUuid|getRecentStyles|formatCitationsAndBibliography FOLDER
 
-Answers that the bridge would report as failures end it with an exception: it is there to be
-compared, not to be shipped.
+Where the bridge would report a failure, this program ends with an exception.
 """
 import configparser
 import http.client
@@ -16,7 +15,7 @@ SEPARATOR = "\x01"
 ENCODING = "utf-16-le"
 SETTINGS_ORGANISATION = "tessaron.com"
 
-# Escaping what is not ASCII is the default and much the fastest.
+# Escaping non-ASCII characters is the default and by far the fastest.
 to_json = json.JSONEncoder(separators=(",", ":"), sort_keys=True).encode
 
 
@@ -26,7 +25,7 @@ def read_arguments(path):
 
 
 def write_file(path, lines):
-    """Writes beside the target, then replaces it. Returns the number of bytes."""
+    """Writes a file beside the target, then replaces the target. Returns the number of bytes."""
     data = SEPARATOR.join(lines).encode(ENCODING)
     with open(path + ".temp", "wb") as file:
         file.write(data)
@@ -35,7 +34,7 @@ def write_file(path, lines):
 
 
 def settings_port():
-    """The port stands in the group "[%General]" of the application's settings."""
+    """The port is in the group "[%General]" of the application's settings."""
     home = os.environ.get("XDG_CONFIG_HOME") or os.path.expanduser("~/.config")
     settings = configparser.RawConfigParser()
     settings.read(os.path.join(home, SETTINGS_ORGANISATION, "Tessaron Desktop.conf"))

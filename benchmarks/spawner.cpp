@@ -2,11 +2,11 @@
 //
 //   spawner ROUNDS [--remove FILE]... -- PROGRAM [ARGUMENT]... [-- PROGRAM [ARGUMENT]...]...
 //
-// Each round runs every program once, in the order given, after the files named by --remove are
-// gone; standard output goes to the null device. One line for each run:
+// Each round runs every program once, in the order given. The files named by --remove are removed
+// before each run, and standard output goes to the null device. Prints one line for each run:
 //   program-index wall-ns peak-KiB user-us system-us page-faults
-// It is a small static program because a child starts with its parent's peak memory: started
-// from a script, every child would seem to need what the script needs.
+// It is a small static program because a child starts with its parent's peak memory: every child of
+// a script would seem to need at least as much memory as the script.
 
 #include <cstdio>
 #include <cstdlib>
@@ -35,7 +35,7 @@ long long microseconds(const timeval& time)
     return time.tv_sec * 1000000LL + time.tv_usec;
 }
 
-// Ends the series when a program fails: a figure of a failed run means nothing.
+// Ends the series if a program fails, because the figures of a failed run are meaningless.
 void runOnce(size_t index, char** command, const posix_spawn_file_actions_t* actions)
 {
     const long long start = nowNs();
@@ -68,7 +68,7 @@ int main(int argc, char** argv)
     for (; next < argc; ++next) {
         if (std::string_view(argv[next]) != "--")
             continue;
-        argv[next] = nullptr; // ends the arguments of the program before
+        argv[next] = nullptr; // ends the arguments of the previous program
         if (next + 1 < argc)
             commands.push_back(argv + next + 1);
     }
