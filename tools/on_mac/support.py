@@ -1,4 +1,4 @@
-"""What the trials of tools/try-on-mac share: programs, questions, a server and the bridge."""
+"""Helpers for the trials of tools/try-on-mac: run programs, ask the user, serve requests, run the bridge."""
 
 import contextlib
 import http.server
@@ -28,7 +28,7 @@ class Stop(Exception):
 
 
 def run(*command, timeout=600, check=True, **options):
-    """Runs a program and returns what it printed; Problem when it fails or is not there."""
+    """Runs a program and returns what it printed. Raises Problem if it fails or cannot be run."""
     text = " ".join(str(part) for part in command)
     try:
         done = subprocess.run(
@@ -45,7 +45,7 @@ def run(*command, timeout=600, check=True, **options):
 
 
 def works(*command):
-    """Whether the program is there and ends with status 0."""
+    """Whether the program can be run and ends with status 0."""
     try:
         run(*command)
     except Problem:
@@ -58,7 +58,7 @@ def last_lines(text, count=3):
 
 
 def ask(question):
-    """Asks the person and returns the answer; empty where nobody can answer."""
+    """Asks the user and returns the answer, or an empty string at the end of the input."""
     try:
         return input(f"\n{question}\n> ").strip()
     except EOFError:
@@ -70,8 +70,8 @@ def agreed(question):
 
 
 def free_port():
-    """A free port that no outgoing connection can take before it is used: it is below the ports that
-    systems give to connections (from 32768 on Linux, from 49152 on macOS)."""
+    """A free port below the range that systems use for outgoing connections, so that no connection takes
+    it first. The range begins at 32768 on Linux and at 49152 on macOS."""
     while True:
         port = random.randrange(20000, 32000)
         if is_free(port):
@@ -89,7 +89,7 @@ def is_free(port):
 
 
 class Server:
-    """Answers every request with an empty cluster and records it. While `hold` is set, a POST waits."""
+    """Answers and records every request. While `hold` is set, a POST waits for `release`."""
 
     def __init__(self, port):
         self.requests = []
@@ -134,7 +134,7 @@ class Server:
 
 
 class Exchange:
-    """One command as a macro runs it: arguments in, results out, in a folder that is removed."""
+    """Runs commands as a macro does, in a temporary folder."""
 
     def __init__(self, bridge, parent=None):
         self.bridge = bridge

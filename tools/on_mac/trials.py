@@ -1,4 +1,4 @@
-"""What only a Mac can show. Each trial returns what the report says, or raises Problem or NotTried."""
+"""The trials that need a Mac. Each returns lines for the report, or raises Problem or NotTried."""
 
 import contextlib
 import json
@@ -32,7 +32,7 @@ DIALOG = "getFieldCodeFromCitationEditor"
 
 
 class Mac:
-    """What the trials work with. `undo`, an ExitStack, restores the settings."""
+    """What all trials need. The ExitStack `undo` restores the settings."""
 
     def __init__(self, bridge, port, undo):
         self.bridge = bridge
@@ -47,7 +47,7 @@ class Mac:
 
 
 def installed_applications():
-    """The real application, wherever Spotlight or the fixed path knows it."""
+    """The paths of the real application that Spotlight finds, and the fixed path if it exists."""
     found = run("mdfind", f"kMDItemCFBundleIdentifier == '{IDENTIFIER}'", check=False).splitlines()
     found = [line for line in found if line.endswith(".app")]
     if APPLICATION.exists() and str(APPLICATION) not in found:
@@ -56,7 +56,7 @@ def installed_applications():
 
 
 def files(mac):
-    """What the system's tools say about the executable."""
+    """The output of the system's tools about the executable."""
     lines = [f"architectures: {run('lipo', '-archs', mac.bridge)}"]
     libraries = [line.split()[0] for line in run("otool", "-L", mac.bridge).splitlines()[1:]]
     foreign = [path for path in libraries if not path.startswith(("/usr/lib/", "/System/"))]
@@ -67,7 +67,7 @@ def files(mac):
 
 
 def settings(mac):
-    """The port as `defaults` writes it is the port that the bridge uses."""
+    """The bridge uses the port that `defaults` writes."""
     with Server(mac.port) as server, Exchange(mac.bridge) as exchange:
         mac.settings.set_port(mac.port)
         exchange.run("isTessaronRunning")
@@ -80,7 +80,7 @@ def settings(mac):
 
 
 def launch(mac):
-    """launchTessaron starts an application that only its identifier names."""
+    """launchTessaron finds and starts an application by its identifier."""
     real = installed_applications()
     if real:
         question = (
@@ -107,12 +107,12 @@ def launch(mac):
 
 
 def make_bundle(folder, node, port):
-    """A small application that runs the test bed's stand-in."""
+    """Makes an application bundle that runs the stand-in for the application."""
     contents = folder / "Tessaron Desktop stand-in.app" / "Contents"
     program = contents / "MacOS" / "stand-in"
     program.parent.mkdir(parents=True)
     desktop = ROOT / "testbed" / "desktop" / "main.js"
-    # The stand-in starts only with a style; nothing is formatted with this one.
+    # The stand-in needs an installed style to start. This one is not used for formatting.
     styles = folder / "csl" / "styles"
     styles.mkdir(parents=True)
     (styles / "trial.csl").write_text(STYLE)
@@ -160,7 +160,7 @@ def stop_stand_in(port):
 
 
 def container(mac):
-    """The exchange in a folder of Word's container, and what the system asks then."""
+    """A command in a folder of Word's container, and the permission that the system asks for."""
     folder = home() / "Library" / "Containers" / "com.microsoft.Word" / "Data" / "tmp"
     if not folder.is_dir():
         raise NotTried(f"{folder} does not exist. Start Word once")
@@ -183,7 +183,7 @@ def container(mac):
 
 
 def start_up(mac):
-    """The time of a whole small command, beside curl with the same request."""
+    """The time of a whole small command, compared with curl and the same request."""
     with Server(mac.port), Exchange(mac.bridge) as exchange:
         mac.settings.set_port(mac.port)
         exchange.run("getUserUuid")
