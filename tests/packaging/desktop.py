@@ -1,4 +1,4 @@
-"""The stand-in for the application for the tests of the example, and documents for the example."""
+"""Helpers for the tests of the example: the stand-in for the application, documents and scenarios."""
 
 import json
 import shutil
@@ -32,7 +32,7 @@ def text(content, story=0):
 
 
 def field(code, shown, story=0, kind="field"):
-    """`shown` is a text or a list of runs, each its marks and a text."""
+    """`shown` is a text or a list of runs. A run is a pair of its marks and a text."""
     return (story, kind, code, [(0, shown)] if isinstance(shown, str) else shown)
 
 
@@ -114,7 +114,7 @@ class Desktop:
         return code_of(self.ask(path, documentUuid=found["uuid"])["citationCluster"])
 
     def format(self, codes, style=APA):
-        """The codes and texts as a refresh leaves them, and the bibliography."""
+        """Returns pairs of code and text as after a refresh, and the bibliography."""
         entries = [{"fieldCode": code, "formattedText": ""} for code in codes]
         reply = self.ask(BATCH, citationStyleUrl=style, citationClusters=entries, tempDirectory="")
         return (
@@ -128,7 +128,7 @@ class Desktop:
 
 
 class Scenario:
-    """A document, what the user and the application do, and the macro that runs."""
+    """A document, a macro that runs on it, and what the user and the application do meanwhile."""
 
     def __init__(self, document, macro, select=None, answers="", dialogs=(), faults=None, **prepare):
         self.document, self.macro = document, macro
@@ -170,7 +170,7 @@ class Outcome:
 
 
 class DesktopCase(OfficeCase):
-    """The application's stand-in runs, and the bridge finds it."""
+    """A test case with a running stand-in for the application, which the bridge finds."""
 
     maxDiff = 3000
 
@@ -221,13 +221,13 @@ UNCHANGED = "Nothing was changed."
 FAILURES = {
     "status 500": {"status": 500},
     "status 404": {"status": 404},
-    "hangs up": {"drop": "beforeStatus"},
-    "hangs up after the headers": {"drop": "afterHeaders"},
+    "connection closed": {"drop": "beforeStatus"},
+    "connection closed after the headers": {"drop": "afterHeaders"},
     "reply cut off": {"drop": "inBody"},
     "reply without JSON": {"body": "no JSON"},
 }
-# The status says success, but there is no value.
-CUT_OFF = ("hangs up after the headers", "reply cut off", "reply without JSON")
+# Replies with the status of a success, but without a usable value.
+CUT_OFF = ("connection closed after the headers", "reply cut off", "reply without JSON")
 
 
 class ExampleCase(DesktopCase):
@@ -237,7 +237,7 @@ class ExampleCase(DesktopCase):
         (self.kuhn, self.carson), self.entries = self.desktop.format(codes)
 
     def document(self, *shown):
-        """A document that was refreshed: "See (Kuhn, 1962), then (Carson, 1962)." """
+        """A refreshed document: "See (Kuhn, 1962), then (Carson, 1962)." """
         kuhn, carson = shown or (self.kuhn[1], self.carson[1])
         return [APA, text("See "), field(self.kuhn[0], kuhn), text(", then "),
                 field(self.carson[0], carson), text(".\r")]  # fmt: skip

@@ -1,5 +1,5 @@
-# Lets CMake generate the build files for macOS on another system. The variables answer every
-# question for which CMake would run the compiler. The build files can be read, but not built.
+# Lets CMake generate the build for macOS on another system. CMake does not run the compiler, so the
+# generated files can be read, but not built.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_OSX_SYSROOT /)
 set(CMAKE_CXX_COMPILER_ID AppleClang)

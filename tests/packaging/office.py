@@ -42,7 +42,7 @@ def answer(*texts):
 
 
 class Office:
-    """LibreOffice in the background, which runs one scenario after the other."""
+    """LibreOffice in the background. Runs one scenario after the other."""
 
     def __init__(self, folder):
         self.scenario, self.outcome = folder / "scenario", folder / "outcome"
@@ -57,7 +57,7 @@ class Office:
         new.rename(self.scenario)
         deadline = time.monotonic() + 400
         while not self.outcome.exists():
-            # LibreOffice also stops for good at an error that no handler takes.
+            # LibreOffice also hangs at an error that no handler catches.
             if self.process.poll() is not None or time.monotonic() > deadline:
                 self.kill()
                 raise AssertionError("LibreOffice did not finish the steps.")
@@ -133,7 +133,7 @@ class OfficeCase(Case):
         self.use_bridge(BRIDGE)
 
     def use_bridge(self, program):
-        """Installs TessaronBridge.sh as a user does, with the path of the bridge in it."""
+        """Installs TessaronBridge.sh as a user does, and puts the path of the bridge into it."""
         self.bridge = program
         settings = {"BRIDGE": program, "TEMPORARY": self.word_temporary, "TRACE_FILE": self.trace}
         text = (EXAMPLES / "TessaronBridge.sh").read_text()
@@ -144,7 +144,7 @@ class OfficeCase(Case):
         self.script.write_text(text)
 
     def use_script(self, lines):
-        """A bridge that does what the lines say; $1 is the command and $2 the folder."""
+        """Installs a shell script in place of the bridge. $1 is the command and $2 the folder."""
         program = self.folder / "bridge"
         program.write_text(f"#!/bin/sh\n{lines}\n")
         program.chmod(0o755)

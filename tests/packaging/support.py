@@ -1,6 +1,8 @@
-"""What the tests of the packages share: where things are, and running programs."""
+"""Helpers for the tests of the packages: paths, and running programs."""
 
 import os
+import random
+import socket
 import subprocess
 import sys
 import tempfile
@@ -10,13 +12,13 @@ from pathlib import Path
 SOURCE = Path(os.environ["SOURCE_DIR"])
 BUILD = Path(os.environ["BUILD_DIR"])
 BRIDGE = Path(os.environ["BRIDGE"])
-WORK = Path(os.environ["WORK_DIR"])  # this test run's own folder
+WORK = Path(os.environ["WORK_DIR"])  # a folder for this test run
 CMAKE = os.environ["CMAKE_COMMAND"]
 VERSION = os.environ["VERSION"]
 QT_MAJOR = os.environ["QT_VERSION"].split(".")[0]
 QT_OPTIONS = [f"-DBRIDGE_QT={QT_MAJOR}", f"-DQt{QT_MAJOR}_DIR={os.environ['QT_DIR']}"]
 
-# What the product is made of. The rest of the repository must not be needed to build it.
+# The files of the product. Building it must not need the rest of the repository.
 PRODUCT = ["CMakeLists.txt", "apiclient", "service", "frontend", "packaging"]
 INSTALLED = ["bin/tessaron-word-bridge", "share/man/man1/tessaron-word-bridge.1"]
 DOCUMENTS = "share/doc/tessaron-word-bridge"
@@ -51,7 +53,7 @@ INSTALLED.sort()
 
 
 def skip(reason):
-    """Ends the test; CTest reports it as skipped. The test that BRIDGE_TEST_REQUIRED names fails."""
+    """Ends the test, which CTest reports as skipped. The test that BRIDGE_TEST_REQUIRED names fails."""
     if os.environ.get("BRIDGE_TEST_REQUIRED") == Path(sys.argv[0]).stem:
         sys.exit(f"Failed, because it may not be skipped: {reason}")
     print(f"Skipped: {reason}")
@@ -59,7 +61,7 @@ def skip(reason):
 
 
 def run(*command, status=0, **options):
-    """Runs a program and returns its standard output; any other status is an error."""
+    """Runs a program and returns its standard output. Fails if it ends with another status."""
     done = subprocess.run(
         [str(part) for part in command],
         stdin=subprocess.DEVNULL,
@@ -77,7 +79,7 @@ def run(*command, status=0, **options):
 
 
 def configure(source, build, *options, **keywords):
-    """Configures with the compiler, the generator and the Qt of the build that is under test."""
+    """Configures with the compiler, the generator and the Qt of the tested build."""
     return run(
         CMAKE, "-S", source, "-B", build, "-G", os.environ["GENERATOR"],
         f"-DCMAKE_CXX_COMPILER={os.environ['CXX']}", *QT_OPTIONS, *options, **keywords,
@@ -96,13 +98,24 @@ def home_without_application(folder):
     return {**os.environ, "XDG_CONFIG_HOME": str(folder)}
 
 
+def free_port():
+    """A free port below the range that systems use for outgoing connections, so that no connection takes
+    it before the test does."""
+    while True:
+        port = random.randrange(20000, 32000)
+        with socket.socket() as probe:
+            if probe.connect_ex(("127.0.0.1", port)) != 0:
+                return port
+
+
 def utf16(text):
     return text.encode("utf-16-le", "surrogatepass")
 
 
 class Case(unittest.TestCase):
     def assertHolds(self, program, known, unknown):
-        """The file contains the text `known` and none of the folders. Failures do not print it."""
+        """Checks that a program contains the text `known` and none of the folders `unknown`. A failure does
+        not print the program."""
         data = program.read_bytes()
         self.assertTrue(utf16(known) in data, f"{known} is not in {program}.")
         for folder in unknown:

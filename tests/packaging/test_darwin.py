@@ -1,7 +1,7 @@
 """Compiles and links the whole project for macOS, on Linux.
 
 The C library, the C++ library and the language are the real ones. Qt and Apple's framework are stubs,
-and nothing is run: docs/macos.md says what that shows.
+and nothing is run. docs/macos.md explains what the test shows.
 """
 
 import os
@@ -27,7 +27,7 @@ llvm = None
 
 
 def set_up():
-    """Makes the SDKs and the Qt to build with; ends the test where that is not possible."""
+    """Makes the SDKs and the Qt to build with. Skips the test if that is not possible."""
     global llvm
     if (platform.system(), platform.machine()) != ("Linux", "x86_64"):
         skip("the toolchain is made for Linux on x86_64. On a Mac, run tools/try-on-mac.")
@@ -54,7 +54,7 @@ def environment(architecture):
 
 
 def build(architecture):
-    """Builds the project with its tests, every warning an error. Returns the executables."""
+    """Builds the project and its tests with warnings as errors. Returns the executables."""
     folder = WORK / architecture
     # A program that an earlier build left must not count as built.
     shutil.rmtree(folder, ignore_errors=True)
@@ -138,7 +138,7 @@ class BuildTest(Case):
 
 
 class AvailabilityTest(Case):
-    """That the flags of the build reject what the oldest system does not have."""
+    """The flags of the build reject functions that the oldest system does not have."""
 
     def compile(self, architecture, oldest, code):
         done = subprocess.run(
@@ -168,7 +168,7 @@ class AvailabilityTest(Case):
         self.rejected("x86_64", "10.14", code, message)
         self.accepted("x86_64", oldest_system["x86_64"], code)
 
-    def test_rejects_what_no_such_system_has(self):
+    def test_rejects_a_function_that_is_never_available(self):
         code = "#include <charconv>\nvoid f(char* p) { std::to_chars(p, p + 9, 1.5); }\n"
         for architecture, oldest in oldest_system.items():
             self.rejected(architecture, oldest, code, "'to_chars' is unavailable")

@@ -1,4 +1,4 @@
-"""What packaging_darwin does where its toolchain cannot be had: a sentence that says what to do."""
+"""If its toolchain is not available, packaging_darwin prints a sentence that says what to do."""
 
 import json
 import os
@@ -27,16 +27,16 @@ class ToolchainCase(Case):
         self.addCleanup(patch.stop)
 
     def program(self, name, script):
-        """Puts a shell script on PATH; its folder is the only one there."""
+        """Puts a shell script into the only folder on PATH."""
         path = self.programs / name
         path.write_text(f"#!/bin/sh\n{script}\n")
         path.chmod(0o755)
         return path
 
-    def assertMissing(self, sentences, function, *arguments):
+    def assertMissing(self, sentence, function, *arguments):
         with self.assertRaises(sdk.Missing) as raised:
             function(*arguments)
-        self.assertIn(sentences, str(raised.exception))
+        self.assertIn(sentence, str(raised.exception))
 
 
 class NpmTest(ToolchainCase):
@@ -84,8 +84,8 @@ class NpmTest(ToolchainCase):
 
     def test_failed_installation(self):
         for output, hint in (
-            ("npm ERR! code ENOTFOUND", "Is the network there? Run the test again when it is."),
-            ("npm ERR! code EINTEGRITY", "Its content is not the one that package-lock.json names"),
+            ("npm ERR! code ENOTFOUND", "Is the network reachable? Run the test again when it is."),
+            ("npm ERR! code EINTEGRITY", "Its content differs from what package-lock.json names"),
             ("npm ERR! code EBADPLATFORM", "It is made for Linux on x86_64"),
         ):
             with self.subTest(output):
@@ -116,7 +116,7 @@ class ClangTest(ToolchainCase):
         self.assertMissing("apt-get install clang lld llvm", self.find)
 
     def test_no_linker(self):
-        # So clang answers for a program that it does not find.
+        # clang prints the bare name of a program that it does not find.
         self.clang_with("ld64.lld")
         self.assertMissing("apt-get install lld", self.find)
 
@@ -149,7 +149,7 @@ class StubTest(Case):
         with self.assertRaisesRegex(sdk.Missing, "Run the test in a build with shared libraries"):
             sdk.make_qt(self.temporary_folder(), "/", {"QtCore": "/qt/libQt5Core.a"}, "/moc", "5.15.8")
 
-    def test_symbols_come_out_as_written(self):
+    def test_reads_back_the_written_symbols(self):
         path = self.temporary_folder() / "lib" / "stub.tbd"
         symbols = {"_a", "__ZN1aC1Ev", "___CFConstantStringClassReference"}
         self.assertEqual(sdk.write_tbd(path, "/usr/lib/stub.dylib", symbols), symbols)

@@ -1,4 +1,4 @@
-"""Installs the .deb into a Debian that has nothing else, and runs the bridge there."""
+"""Installs the .deb into a minimal Debian and runs the bridge there."""
 
 import os
 import platform
@@ -13,7 +13,7 @@ PROGRAM = "/usr/bin/tessaron-word-bridge"
 
 
 def remove_root():
-    # What is mounted in there is the machine's own.
+    # The mounted folders belong to the machine and must not be removed.
     for name in ("proc", "sys", "dev/pts", "dev"):
         if os.path.ismount(ROOT / name):
             run("umount", ROOT / name)
@@ -67,14 +67,14 @@ def make_root():
         skip("debootstrap is not installed.")
     system = platform.freedesktop_os_release()
     if system["ID"] != "debian":
-        skip(f"the package fits the system it is made on, {system['ID']}, which is not Debian.")
+        skip(f"the package is built for this system, {system['ID']}, which is not Debian.")
     if os.getuid() != 0:
         skip("a Debian root can only be made as root.")
     remove_root()
     try:
         run("debootstrap", "--variant=minbase", system["VERSION_CODENAME"], ROOT)
     except AssertionError as error:
-        # It says why in its last line, no network for example.
+        # Its last line gives the reason, for example that there is no network.
         remove_root()
         skip(f"no Debian root can be made here: {str(error).splitlines()[-1]}")
 

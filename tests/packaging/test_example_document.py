@@ -1,4 +1,5 @@
-"""The example's logic, run by LibreOffice's Basic against the bridge and the application's stand-in."""
+"""The logic of the example, run by LibreOffice's Basic with the bridge and the stand-in for the
+application."""
 
 import json
 
@@ -30,7 +31,7 @@ class RefreshTest(ExampleCase):
         order = list(dict.fromkeys(cited))
         self.assertEqual(texts(result.document), [f"[{order.index(work) + 1}]" for work in cited])
 
-    def test_counts_a_note_where_it_is_referred_to(self):
+    def test_numbers_a_note_where_it_is_referred_to(self):
         works = iter(self.desktop.new_code(work) for work in WORKS)
         new = lambda story=0: field(next(works), "{Citation}", story)
         first, box, note, last, endnote = new(), new(3), new(1), new(), new(2)
@@ -70,7 +71,7 @@ class RefreshTest(ExampleCase):
         self.assertEqual(result.of("write"), ["code", "text"])
         self.assertEqual(result.document[4], document[4])
 
-    def test_takes_the_style_of_the_application_at_first(self):
+    def test_uses_the_style_of_the_application_at_first(self):
         document = self.document()
         document[0] = ""
         result = self.run_one(document, "RefreshAll")
@@ -129,7 +130,7 @@ class FailedBatchTest(ExampleCase):
             {"citationCluster": cluster(self.carson[0]), "formattedText": CARSON},
         ]}  # fmt: skip
 
-        def spoilt(*path, value):
+        def with_value(*path, value):
             body = json.loads(json.dumps(reply))
             at = body
             for key in path[:-1]:
@@ -143,13 +144,13 @@ class FailedBatchTest(ExampleCase):
             "one citation fewer": ({"extraCitations": -1}, sentence),
             "one citation more": ({"extraCitations": 1}, sentence),
             "no bibliography": ({"emptyBibliography": True}, sentence),
-            "empty text": (spoilt(*second, "formattedText", value=""), "no text for citation 2"),
-            "text of nothing but tags": (spoilt(*second, "formattedText", value="<i> </i>"), "no text for citation 2"),
-            "no text": (spoilt(*second, "formattedText", value=None), "no text for citation 2"),
-            "empty cluster": (spoilt(*second, "citationCluster", value={}), "citation 2 (\"(Carson, 1962)\") contains no citation"),
-            "no cluster": (spoilt(*second, "citationCluster", value=None), "contains no citation"),
-            "cluster without works": (spoilt(*second, "citationCluster", value={"citationItems": []}), "contains no citation"),
-            "empty style": (spoilt("citationStyleUrl", value=""), "names no style"),
+            "empty text": (with_value(*second, "formattedText", value=""), "no text for citation 2"),
+            "text of nothing but tags": (with_value(*second, "formattedText", value="<i> </i>"), "no text for citation 2"),
+            "no text": (with_value(*second, "formattedText", value=None), "no text for citation 2"),
+            "empty cluster": (with_value(*second, "citationCluster", value={}), "citation 2 (\"(Carson, 1962)\") contains no citation"),
+            "no cluster": (with_value(*second, "citationCluster", value=None), "contains no citation"),
+            "cluster without works": (with_value(*second, "citationCluster", value={"citationItems": []}), "contains no citation"),
+            "empty style": (with_value("citationStyleUrl", value=""), "names no style"),
         }  # fmt: skip
         results = self.run_scenarios(
             *(Scenario(document, "RefreshAll", faults={BATCH: fault}) for fault, _ in rows.values())
@@ -207,7 +208,7 @@ class EditByHandTest(ExampleCase):
         again = self.run_one(result.document, "RefreshAll")
         self.assertEqual(again.of("write"), [])
 
-    def test_does_not_take_characters_of_word_for_an_edit(self):
+    def test_characters_that_word_stores_differently_are_not_an_edit(self):
         shown = {
             "line break": ("(Kuhn,\n1962)", "(Kuhn,\x0b1962)"),
             "non-breaking hyphen": ("(Kuhn\u20111962)", "(Kuhn\x1e1962)"),
@@ -246,7 +247,7 @@ class EditByHandTest(ExampleCase):
         for result in results:
             self.assert_unchanged(result, 'citation 1 ("(my own words)") contains no citation.')
 
-    def test_replaces_the_text_when_the_user_says_so(self):
+    def test_replaces_the_text_if_the_user_agrees(self):
         document = self.document("(my own words)", CARSON)
         result = self.run_one(document, "RefreshAll", answers="y", faults={UPDATE: {"status": 500}})
         self.assertEqual(texts(result.document), [KUHN, CARSON])
@@ -257,14 +258,14 @@ class EditByHandTest(ExampleCase):
         result = self.run_one(document, "RefreshAll", answers="n", faults={UPDATE: {"status": 500}})
         self.assert_unchanged(result, "The texts were not refreshed.")
 
-    def test_takes_the_texts_of_the_style_that_the_user_chose_in_the_dialog(self):
+    def test_uses_the_text_of_the_style_if_the_user_chose_it_in_the_dialog(self):
         document = self.document("(newer words)", CARSON)
         document[2] = field(self.recorded("(older words)", "(older words)"), "(newer words)")
         result = self.run_one(document, "RefreshAll", dialogs=[{"dialog": "updateCitation", "keep": False}])
         self.assertEqual(texts(result.document), [KUHN, CARSON])
         self.assertEqual(result.of("ask"), [])
 
-    def test_undo_brings_the_style_back(self):
+    def test_undo_restores_the_text_of_the_style(self):
         recorded = self.document()
         recorded[2] = field(self.recorded("(words)", "(words)"), "(words)")
         changed_again = self.document()

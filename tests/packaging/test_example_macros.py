@@ -1,6 +1,6 @@
-"""The example's macros, run by LibreOffice's Basic against the bridge and the application's stand-in."""
+"""The macros of the example, run by LibreOffice's Basic with the bridge and the stand-in for the
+application."""
 
-import socket
 import subprocess
 import unittest
 from pathlib import Path
@@ -10,7 +10,7 @@ from desktop import (
     KUHN, MERGE, NODE, STYLE, ExampleCase, Scenario, anchor, cluster, field, fields, main,
     plain, text, texts,
 )  # fmt: skip
-from support import BRIDGE
+from support import BRIDGE, free_port
 
 CHOOSE_IEEE = {"dialog": "chooseStyle", "style": IEEE}
 CANCELLED = {"dialog": "chooseCitation", "cancel": True}
@@ -90,17 +90,17 @@ class InsertTest(ExampleCase):
         self.assert_unchanged(result, "The document is protected.")
         self.assertEqual(self.desktop.requests()[3:], [])  # after the three of setUp
 
-    def test_cancel_is_silent_and_a_dead_application_is_not(self):
+    def test_shows_a_note_after_cancel_and_a_message_if_the_application_ended(self):
         select = ((0, 1),)
         cancelled = self.run_one(self.document(), "InsertCitation", select, dialogs=[CANCELLED])
         self.assert_unchanged(cancelled, "Tessaron returned no citation.", "note")
         self.assertEqual(cancelled.of("say"), [])
-        ends = self.script_that(f"kill {self.desktop.process.pid}")
-        dead = self.run_one(
+        kill = self.script_that(f"kill {self.desktop.process.pid}")
+        ended = self.run_one(
             self.document(), "InsertCitation", select, faults={CHOOSE: {"delayMs": 3000}},
-            during_getFieldCodeFromCitationEditor=ends,
+            during_getFieldCodeFromCitationEditor=kill,
         )  # fmt: skip
-        self.assert_unchanged(dead, "Tessaron Desktop has ended.")
+        self.assert_unchanged(ended, "Tessaron Desktop has ended.")
 
     def script_that(self, line):
         path = self.folder / "during"
@@ -108,7 +108,7 @@ class InsertTest(ExampleCase):
         path.chmod(0o755)
         return path
 
-    def test_finds_its_place_after_typing_during_the_dialog(self):
+    def test_keeps_its_place_while_the_user_types_during_the_dialog(self):
         result = self.run_one(
             [APA, text("See . More.\r")], "InsertCitation", ((0, 4),), dialogs=[CHOOSE_KUHN],
             faults={CHOOSE: {"delayMs": 500}}, during_getFieldCodeFromCitationEditor="type in text",
@@ -137,7 +137,7 @@ class EditTest(ExampleCase):
         result = self.run_one(self.document(), "EditCitation", self.inside, dialogs=[EDIT_TO_DARWIN])
         self.assertEqual(texts(result.document), [DARWIN, CARSON])
 
-    def test_needs_a_citation(self):
+    def test_refuses_a_place_without_a_citation(self):
         result = self.run_one(self.document(), "EditCitation", ((0, 1),))
         self.assert_unchanged(result, "Put the cursor into a citation first.")
 
@@ -232,7 +232,7 @@ class MergeTest(ExampleCase):
 
     both = ((0, 1), (4, 1))
 
-    def test_makes_one_citation_of_neighbours(self):
+    def test_merges_adjacent_citations(self):
         third = [text(" "), field(self.desktop.new_code("darwin-1859"), "{Citation}")]
         document = self.neighbours()
         pair, three = self.run_scenarios(
@@ -335,9 +335,7 @@ class BridgeTest(ExampleCase):
 class LaunchTest(ExampleCase):
     def setUp(self):
         super().setUp()
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            self.port = free.getsockname()[1]
+        self.port = free_port()
         self.use_port(self.port)
         self.environment["XDG_DATA_HOME"] = str(self.folder / "data")
         self.environment["XDG_DATA_DIRS"] = str(self.folder / "no-data")

@@ -1,4 +1,4 @@
-"""What the example reads in field codes and formatted texts, run by LibreOffice's Basic."""
+"""How the example reads and writes field codes and formatted texts, run by LibreOffice's Basic."""
 
 import json
 import unittest
@@ -7,8 +7,8 @@ from office import HAS_PROGRAMS, OfficeCase, from_hex, in_hex
 from support import skip
 
 CODE = "ADDIN CSL_CITATION "
-ITALIC, BOLD, HIGH, LOW, CAPS = 1, 2, 4, 8, 16
-CAPITALS = '<span style="font-variant:small-caps;">'
+ITALIC, BOLD, SUPERSCRIPT, SUBSCRIPT, SMALL_CAPS = 1, 2, 4, 8, 16
+SMALL_CAPS_TAG = '<span style="font-variant:small-caps;">'
 
 # Objects, and the JSON of their member "key".
 MEMBERS = {
@@ -43,17 +43,17 @@ NO_CITATIONS = [
     'addin csl_citation {"citationItems":[1]}', 'XADDIN CSL_CITATION {"citationItems":[1]}',
 ]  # fmt: skip
 
-# Markup and its runs. What is not one of the tags is text.
+# Markup and its runs. Any other tag is text.
 MARKUP = {
     "": [],
     "plain": [(0, "plain")],
     "a<i>b</i>c": [(0, "a"), (ITALIC, "b"), (0, "c")],
     "<i>a<b>b</b></i>": [(ITALIC, "a"), (ITALIC + BOLD, "b")],
     "<i>a</i><i>b</i>": [(ITALIC, "ab")],
-    "<sup>1</sup><sub>2</sub>": [(HIGH, "1"), (LOW, "2")],
-    "<sup>1<sub>2</sub>3</sup>": [(HIGH, "1"), (LOW, "2"), (HIGH, "3")],
-    "<sub>1<sup>2</sup></sub>": [(LOW, "1"), (HIGH, "2")],
-    CAPITALS + "a</span>b": [(CAPS, "a"), (0, "b")],
+    "<sup>1</sup><sub>2</sub>": [(SUPERSCRIPT, "1"), (SUBSCRIPT, "2")],
+    "<sup>1<sub>2</sub>3</sup>": [(SUPERSCRIPT, "1"), (SUBSCRIPT, "2"), (SUPERSCRIPT, "3")],
+    "<sub>1<sup>2</sup></sub>": [(SUBSCRIPT, "1"), (SUPERSCRIPT, "2")],
+    SMALL_CAPS_TAG + "a</span>b": [(SMALL_CAPS, "a"), (0, "b")],
     "&amp;&lt;&gt;&amp;lt;": [(0, "&<>&lt;")],
     "<i>not closed": [(ITALIC, "not closed")],
     "<i><b>a</i>b</b>": [(ITALIC + BOLD, "a"), (BOLD, "b")],
@@ -131,17 +131,17 @@ class TextTest(OfficeCase):
         again = self.texts_of("runs", [(markup,) for markup in written])
         self.assert_rows(dict(zip(MARKUP, self.texts_of("runs", [(m,) for m in MARKUP]))), again)
 
-    def test_writes_only_what_word_can_hold(self):
+    def test_writes_only_what_word_can_store(self):
         found = self.texts_of("word runs", [(markup,) for markup in IN_WORD])
         self.assert_rows(IN_WORD, [text.removeprefix("0\ue003") for text in found])
 
-    def test_escapes_in_codes_what_word_cannot_hold(self):
+    def test_escapes_in_codes_what_word_cannot_store(self):
         texts = ["plain", "\U0001f600", "\ud83d", "\ufffe\uffff", "\x07\x01"]
         for text, code in zip(texts, self.texts_of("word code", [('"%s"' % text,) for text in texts])):
             with self.subTest(ascii(text)):
                 self.assertEqual(json.loads(code), text)
                 self.assertNotRegex(code, "[\x00-\x08\ufffe\uffff]")
-                code.encode("utf-16-le")  # no half of a surrogate pair
+                code.encode("utf-16-le")  # fails for an unpaired surrogate
 
     def test_compares_texts_as_word_shows_them(self):
         rows = {**dict.fromkeys(SAME, True), **dict.fromkeys(DIFFERENT, False)}

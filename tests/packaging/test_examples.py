@@ -1,4 +1,4 @@
-"""The example's exchange with the bridge and its script, run by LibreOffice's Basic and sh."""
+"""The example's exchange of files with the bridge, run by LibreOffice's Basic, and its shell script."""
 
 import os
 import re
@@ -25,10 +25,10 @@ ENDED = FAILED + "The connection to Tessaron ended without an answer."
 TEXTS = {
     "nothing": [""],
     "ASCII": ["Word", "16"],
-    "empty ones": ["", "", ""],
+    "empty texts": ["", "", ""],
     "beyond ASCII": ["M\u00fcller \u2013 \u4e2d\u6587"],
     "beyond 16 bits": ["\U0001f600 \U0001d11e", "\U0010ffff"],
-    "half a pair": ["cut \ud83d", "\ude00"],
+    "unpaired surrogates": ["cut \ud83d", "\ude00"],
     "line ends and quotes": ["a\r\nb\tc", '"'],
     "U+0000 and U+FFFF": ["a\0b\uffff"],
     "U+FEFF inside": ["a\ufeff"],
@@ -48,7 +48,7 @@ class ExchangeTest(OfficeCase):
             (self.exchange / RESULTS).write_bytes(results)
 
     def start_bridge(self, lines):
-        """Starts a bridge that does what the lines say, as the script would. Returns its id."""
+        """Starts a shell script in place of the bridge, as TessaronBridge.sh would. Returns its process."""
         self.use_script(lines)
         process = subprocess.Popen([self.bridge, "command", self.exchange])
         self.addCleanup(process.wait)
@@ -96,7 +96,7 @@ class ExchangeTest(OfficeCase):
 
     def test_checks_the_status(self):
         rows = {
-            "fits": ("8", b"t\0r\0u\0e\0", "ok "),
+            "equal size": ("8", b"t\0r\0u\0e\0", "ok "),
             "empty results": ("0", b"", "ok "),
             "failure": ("-1", None, FAILED + "The answer of Tessaron could not be written."),
             "failure and old results": ("-1", b"a\0", FAILED + "The answer of Tessaron could not"),
@@ -105,7 +105,7 @@ class ExchangeTest(OfficeCase):
             "no results": ("8", None, FAILED + "The answer of Tessaron is missing."),
             "no number": ("many", b"t\0", FAILED + "The answer of Tessaron is incomplete."),
             "empty ready file": ("", b"", FAILED + "The answer of Tessaron is incomplete."),
-            "another way to write it": ("+2", b"t\0", FAILED + "The answer of Tessaron is incom"),
+            "a number with a sign": ("+2", b"t\0", FAILED + "The answer of Tessaron is incom"),
         }
         steps = []
         for i, (ready, results, _) in enumerate(rows.values()):
@@ -128,7 +128,7 @@ class ExchangeTest(OfficeCase):
         self.assertEqual(outcomes[commands.index("launchTessaron")], "ok 120")
         self.assertEqual(set(outcomes), {"ok 0", "ok 30", "ok 120"})
 
-    def test_wait_slows_down(self):
+    def test_pauses_grow_during_a_wait(self):
         outcomes = self.basic(*(("pause", waited) for waited in (0, 500, 501, 5000, 20000, 3600000)))
         self.assertEqual(outcomes, ["ok 50", "ok 50", "ok 50", "ok 500", "ok 2000", "ok 2000"])
 
@@ -138,7 +138,7 @@ class ExchangeTest(OfficeCase):
         self.assertEqual(outcome, FAILED + "Tessaron did not answer within 2 seconds.")
         self.assertEqual(process.wait(5), -signal.SIGTERM)
 
-    def test_kills_a_bridge_that_ignores_the_end(self):
+    def test_kills_a_bridge_that_ignores_sigterm(self):
         process = self.start_bridge("trap '' TERM; while :; do sleep 0.1; done")
         (outcome,) = self.basic(("wait", self.exchange, process.pid, 1))
         self.assertEqual(outcome, FAILED + "Tessaron did not answer within 1 seconds.")
@@ -171,7 +171,7 @@ class ExchangeTest(OfficeCase):
         (outcome,) = self.basic(("wait", self.exchange, process.pid, 0))
         self.assertEqual(outcome, ENDED)
 
-    def test_takes_an_answer_that_is_there(self):
+    def test_returns_at_once_if_the_answer_exists(self):
         self.put("0", b"")
         self.assertEqual(self.basic(("wait", self.exchange, 1, 0)), ["ok "])
 
@@ -181,8 +181,8 @@ class ExchangeTest(OfficeCase):
         self.assertEqual(self.run_command("isTessaronRunning"), answer("false"))
         self.assertEqual(self.folders(), [])
 
-    def test_text_comes_back_through_the_bridge(self):
-        # Without the application, the field code comes back as it went in.
+    def test_a_text_passes_through_the_bridge_unchanged(self):
+        # Without the application, this command returns the field code unchanged.
         code = "ADDIN CSL_CITATION {\"a\":\"\U0001f600 M\u00fcller \ud83d\"}"
         self.assertEqual(self.run_command("undoManualFormat", code), answer(code))
 
@@ -242,7 +242,7 @@ class ExchangeTest(OfficeCase):
 
 
 class ScriptTest(OfficeCase):
-    """TessaronBridge.sh by itself."""
+    """TessaronBridge.sh without LibreOffice."""
 
     def call(self, *request, **environment):
         done = subprocess.run(
@@ -384,13 +384,13 @@ class ScriptTest(OfficeCase):
 
 
 def types(name, module):
-    """The types of a procedure's parameters and result; None if the module does not have it."""
+    """The types of a procedure's parameters and result, or None if the module does not have it."""
     signature = re.search(rf"^(?:Public )?(?:Sub|Function) {name}\b(.*)$", module, re.M)
     return signature and re.findall(r"As (\w+)", signature[1])
 
 
 class PartsTest(Case):
-    """What only Word and macOS can run fits together, as far as a text shows it."""
+    """The parts that only Word and macOS can run fit together, as far as their text shows."""
 
     def modules(self):
         return {path.stem: path.read_bytes().decode("ascii") for path in EXAMPLES.glob("*.bas")}
@@ -412,8 +412,8 @@ class PartsTest(Case):
         self.assertEqual([name for name in names if not name.startswith("Tessaron")], [])
         self.assertEqual(len({name.lower() for name in names}), len(names))
 
-    def test_leaves_a_listing_of_the_caller_alone(self):
-        # Word has one listing, which every Dir changes. LibreOffice cannot show that.
+    def test_does_not_use_dir(self):
+        # A call of Dir would end a listing of the caller in Word. In LibreOffice it would not.
         for name, text in self.modules().items():
             code = "".join(line.split("'")[0] for line in text.splitlines(keepends=True))
             self.assertNotRegex(code, r"\bDir\b", name)
@@ -429,7 +429,7 @@ class PartsTest(Case):
             for name, text in modules.items()
         }
         here = Path(__file__).parent
-        double = "".join((here / f"Example{n}.bas").read_text() for n in ("Document", "Test"))
+        test_modules = "".join((here / f"Example{n}.bas").read_text() for n in ("Document", "Test"))
         called = {
             name
             for module in ("TessaronExchange", "TessaronText", "TessaronDocument")
@@ -443,7 +443,7 @@ class PartsTest(Case):
         self.assertLessEqual(of_platform, defined["TessaronWord"])
         for name in of_platform:
             with self.subTest(name):
-                self.assertEqual(types(name, modules["TessaronWord"]), types(name, double))
+                self.assertEqual(types(name, modules["TessaronWord"]), types(name, test_modules))
 
     def test_procedures_named_in_the_readme_exist(self):
         table = (EXAMPLES / "README.md").read_text().split("## Where each step")[1].split("\n## ")[0]

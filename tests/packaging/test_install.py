@@ -1,4 +1,4 @@
-"""`cmake --install`: what it installs, and that the result runs wherever it is moved."""
+"""`cmake --install`: the files that it installs, and that the program runs after they are moved."""
 
 import shutil
 import unittest
@@ -13,10 +13,10 @@ class InstallTest(Case):
         self.prefix = self.folder / "first place"
         run(CMAKE, "--install", BUILD, "--prefix", self.prefix)
 
-    def test_nothing_else_is_installed(self):
+    def test_installs_exactly_the_expected_files(self):
         self.assertEqual(files_below(self.prefix), INSTALLED)
 
-    def test_component(self):
+    def test_component_has_the_same_files(self):
         prefix = self.folder / "component"
         run(CMAKE, "--install", BUILD, "--prefix", prefix, "--component", "bridge")
         self.assertEqual(files_below(prefix), INSTALLED)
@@ -35,7 +35,7 @@ class InstallTest(Case):
         self.assertEqual(status, "10\n")
         self.assertEqual((exchange / "mac-word-plugin-results.txt").read_bytes(), utf16("false"))
 
-    def test_does_not_know_where_it_is(self):
+    def test_program_does_not_contain_its_own_path(self):
         program = self.prefix / "bin" / BRIDGE.name
         self.assertHolds(program, "/mac-word-plugin-args.txt", [self.prefix, "/usr/local/bin"])
 
@@ -60,7 +60,7 @@ class ManPageTest(Case):
 
 
 class VersionTest(Case):
-    def test_stands_in_one_place(self):
+    def test_is_defined_in_one_place(self):
         text = (SOURCE / "CMakeLists.txt").read_text()
         self.assertEqual(text.count(VERSION), 1)
         for path in (SOURCE / "packaging").iterdir():

@@ -1,5 +1,5 @@
-"""The build for macOS, as far as another system can look at it: it is generated and read, and the
-sources for macOS are compiled against stand-ins for the declarations that they use."""
+"""The build for macOS, as far as it can be tested on another system: the build is generated and read,
+and the sources for macOS are compiled against stand-ins for the declarations that they use."""
 
 import json
 import os
@@ -17,7 +17,7 @@ STAND_IN = SOURCE / "tests" / "service" / "macos_standin"
 
 
 def ask_for_model(build):
-    """Asks CMake to describe the build that it generates, whatever the generator."""
+    """Asks CMake to describe the build that it generates, in a form that is the same for all generators."""
     query = build / ".cmake" / "api" / "v1" / "query" / "codemodel-v2"
     query.parent.mkdir(parents=True)
     query.touch()
@@ -93,7 +93,7 @@ class GeneratedBuildTest(Case):
 
 class PresetTest(Case):
     def tree(self):
-        """The product, with presets that take this system for a Mac."""
+        """Links to the files of the product, and presets that treat this system as a Mac."""
         folder = self.temporary_folder()
         for name in PRODUCT:
             (folder / name).symlink_to(SOURCE / name)
@@ -131,7 +131,7 @@ class PresetTest(Case):
 
 
 class SourcesTest(Case):
-    """The sources that only macOS compiles, with this system's compiler, warnings as errors."""
+    """Compiles the sources for macOS with this system's compiler, with warnings as errors."""
 
     def compile(self, source):
         qt = [f"-isystem{folder}" for folder in os.environ["QT_HEADERS"].split(":")]
@@ -148,7 +148,7 @@ class SourcesTest(Case):
         for source in sources:
             self.assertEqual(self.compile(source).stderr, "", source)
 
-    def test_deprecations_are_silenced_where_they_are(self):
+    def test_silences_deprecations_in_one_place(self):
         text = (SOURCE / "service" / "DesktopApplication_mac.cpp").read_text()
         self.assertEqual(text.count("#pragma GCC diagnostic ignored"), 1)
         unsilenced = self.temporary_folder() / "unsilenced.cpp"
@@ -160,7 +160,7 @@ class SourcesTest(Case):
 
 if __name__ == "__main__":
     if platform.system() == "Darwin":
-        skip("on a Mac, the real build shows it.")
+        skip("on a Mac, the real build tests this.")
     if QT_MAJOR != "5":
         skip("the packaged Qt 6 cannot be found by a build for another system.")
     unittest.main()

@@ -1,4 +1,4 @@
-"""The packages: contents, dependencies, and that two builds of one commit are the same bytes."""
+"""The packages: contents, dependencies, and that two builds of one commit are identical."""
 
 import gzip
 import os
@@ -16,7 +16,7 @@ FIRST, SECOND = PLACES = [WORK / "one", WORK / "another" / "longer place"]
 
 
 def environment():
-    """Git without the user's settings and with a fixed date; cpack without a date given."""
+    """An environment without the user's settings of Git, with a fixed date, and without SOURCE_DATE_EPOCH."""
     variables = {
         **os.environ,
         "GIT_CONFIG_GLOBAL": os.devnull,
@@ -44,7 +44,7 @@ def check_out(place):
 
 def build(place, *options):
     check_out(place)
-    # With debug information, where folders would show first; the packages are without it.
+    # Debug information would contain the folder. The packages are stripped.
     configure(
         place, place / "build", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
         "-DCMAKE_CXX_FLAGS=-g", *options,
@@ -86,7 +86,7 @@ class PackagesTest(Case):
                      f"{documents}/copyright"}  # fmt: skip
         self.assertEqual(set(self.unpacked()), expected)
 
-    def test_deb_has_no_finding_of_lintian(self):
+    def test_lintian_finds_nothing_in_the_deb(self):
         if shutil.which("lintian") is None:
             self.skipTest("lintian is not installed")
         found = run("lintian", "--allow-root", "--fail-on", "error,warning", self.deb)
@@ -128,7 +128,7 @@ class PackagesTest(Case):
     def test_deb_depends_on_what_the_program_loads(self):
         needed = {entry.split()[0] for entry in self.field("Depends").split(", ")}
         self.assertLessEqual({"libc6", "libglib2.0-0", "libqt5core5a", "libqt5network5"}, needed)
-        # Nothing that only building or testing it takes.
+        # Nothing that only building or testing needs.
         self.assertFalse([name for name in needed if "dev" in name or "test" in name])
 
     def test_archive_contains_one_folder(self):

@@ -1,15 +1,15 @@
-"""The self-contained program: what it needs where it runs, and what is linked into it."""
+"""The self-contained program: the libraries that it loads, and what is linked into it."""
 
 import re
 import unittest
 
 from support import BRIDGE, Case, home_without_application, run, utf16
 
-LARGEST_SIZE = 5_000_000  # bytes, stripped
+MAX_SIZE = 5_000_000  # bytes, stripped
 
 
 class SelfContainedTest(Case):
-    def test_needs_the_c_library_alone(self):
+    def test_needs_only_the_c_library(self):
         needed = re.findall(r"\(NEEDED\).*\[(.+)\]", run("readelf", "--dynamic", "--wide", BRIDGE))
         self.assertEqual(sorted(needed), ["libc.so.6", "libm.so.6"])
 
@@ -32,7 +32,7 @@ class SelfContainedTest(Case):
     def test_contains_no_plugin_of_qt(self):
         symbols = run("nm", "--defined-only", BRIDGE)
         self.assertIn("QNetworkAccessManager", symbols)
-        # What Q_IMPORT_PLUGIN refers to, and what each plug-in registers itself with.
+        # The symbols that Q_IMPORT_PLUGIN and the registration of a plug-in use.
         self.assertNotIn("qt_static_plugin_", symbols)
         self.assertNotIn("qt_plugin_instance", symbols)
         self.assertNotIn("BearerEngine", symbols)
@@ -40,7 +40,7 @@ class SelfContainedTest(Case):
     def test_is_small(self):
         stripped = self.temporary_folder() / "stripped"
         run("strip", "-o", stripped, BRIDGE)
-        self.assertLessEqual(stripped.stat().st_size, LARGEST_SIZE)
+        self.assertLessEqual(stripped.stat().st_size, MAX_SIZE)
 
 
 if __name__ == "__main__":

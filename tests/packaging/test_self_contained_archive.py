@@ -1,5 +1,5 @@
-"""The self-contained archive: its contents, that two builds are the same bytes, that the program
-can be linked again, and that it runs in bare Debian 12 and 13."""
+"""The self-contained archive: its contents, that two builds are identical, that the program can be
+linked again, and that it runs in minimal Debian 12 and 13."""
 
 import os
 import shutil
@@ -41,7 +41,7 @@ class ArchiveTest(Case):
         program = self.top / "bin" / PROGRAM
         self.assertHolds(program, "/tessaronDesktopInfo", [FIRST, QT_PREFIX, os.path.expanduser("~")])
 
-    def test_contains_program_page_notices_and_what_relinking_takes(self):
+    def test_contains_program_man_page_notices_and_files_for_relinking(self):
         self.assertEqual([path.name for path in self.folder.iterdir()], [NAME])
         self.assertEqual(files_below(self.top), INSTALLED)
 
@@ -69,7 +69,7 @@ class ArchiveTest(Case):
 
 
 class DebianTest(Case):
-    """Roots with the C library and no Qt or GLib, and the application's stand-in outside."""
+    """Runs the bridge in roots without Qt and GLib. The stand-in for the application runs outside."""
 
     def test_debian_12(self):
         self.format_in("bookworm")

@@ -1,4 +1,4 @@
-"""tools/try-on-mac with stand-ins for macOS's commands on PATH. They record what they get."""
+"""tools/try-on-mac with stand-ins on PATH for the commands of macOS, which record their calls."""
 
 import os
 import shutil
@@ -8,7 +8,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from support import BRIDGE, SOURCE, Case, skip
+from support import BRIDGE, SOURCE, Case, free_port, skip
 
 REAL_APPLICATION = Path("/opt/Tessaron Desktop/tessaron-desktop")
 STAND_INS = {
@@ -33,7 +33,7 @@ STAND_INS = {
         echo "	/opt/qt/QtCore (compatibility version 5.15.0)" """,
     "codesign": "echo 'valid on disk'",
     "curl": "",
-    # The entry of a Linux desktop does here what the registered bundle does on a Mac.
+    # Registers the bundle as a desktop entry, which is the equivalent on Linux.
     "lsregister": """
         entry="$XDG_DATA_HOME/applications/com.tessaron.desktop.desktop"
         rm -f "$entry"
@@ -129,7 +129,7 @@ class MacCase(Case):
         return calls.read_text().splitlines() if calls.exists() else []
 
     def remember(self, port, kind="integer"):
-        """Settings that exist before the tool runs."""
+        """Writes settings that exist before the tool runs."""
         home = self.folder / "home"
         (home / "port").write_text(f"{kind} {port}\n")
         settings = home / "config" / "tessaron.com" / "Tessaron Desktop.conf"
@@ -141,7 +141,7 @@ class MacCase(Case):
         return port.read_text().strip() if port.exists() else None
 
     def wrap_bridge(self, script):
-        """Has a script run before the bridge, or in its place."""
+        """Runs a script before the bridge. If the script exits, the bridge does not run."""
         self.bridge = self.folder / "bridge"
         self.bridge.write_text(f'#!/bin/sh\n{script}\nexec "{BRIDGE}" "$@"\n')
         self.bridge.chmod(0o755)
@@ -152,7 +152,7 @@ class MacCase(Case):
         return folder
 
     def assertUndone(self):
-        """Nothing is left: no file, no registered bundle, no stand-in that runs."""
+        """Checks that nothing is left: no file, no registered bundle and no running stand-in."""
         self.assertEqual(list((self.folder / "temporary").iterdir()), [])
         registered = [call[14:] for call in self.calls() if call.startswith("lsregister -f ")]
         removed = [call[14:] for call in self.calls() if call.startswith("lsregister -u ")]
@@ -166,12 +166,6 @@ class MacCase(Case):
         parts = [part for part in ("\n" + report).split("\n" + result) if part.strip().startswith(title)]
         self.assertEqual(len(parts), 1, report)
         self.assertIn(detail, parts[0].split("\n\n")[0], report)
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 class WholeRunTest(MacCase):
@@ -349,7 +343,7 @@ class FailedTrialTest(MacCase):
 
     def test_bridge_does_not_read_the_settings(self):
         self.wrap_bridge("export XDG_CONFIG_HOME=/nonexistent")
-        # Otherwise the start would be waited for.
+        # Otherwise the trial of the launch would wait until the application starts.
         self.fails("lsregister", '[ "$1" = -f ]')
         self.failed("The port in the settings", "The bridge did not ask on port")
 

@@ -1,8 +1,8 @@
-"""Puts together what compiling for macOS needs: an SDK folder as Xcode has one, and stubs of Qt.
+"""Assembles what is needed to compile for macOS: an SDK folder like that of Xcode, and stubs of Qt.
 
 The C headers, the symbols of libSystem and the sources of libc++ come from the Zig toolchain, which
-npm installs. The framework is a header and a stub library with the three functions that the bridge
-calls. Qt is this machine's headers and stub libraries with the symbols of this machine's Qt.
+npm installs. For the framework there is a header and a stub library with the three functions that the
+bridge calls. For Qt there are this machine's headers, and stub libraries with the symbols of its Qt.
 """
 
 import json
@@ -25,7 +25,7 @@ FRAMEWORK = {
 
 
 class Missing(Exception):
-    """Something that the test needs cannot be had. The text says what, and what to do."""
+    """Something that the test needs is not available. The text says what, and what to do."""
 
 
 def locked(folder=HERE):
@@ -36,7 +36,7 @@ def locked(folder=HERE):
 
 
 def install_zig(folder, source=HERE):
-    """Installs the package that the lock file in `source` names, unless it is there, and returns its
+    """Installs the package that the lock file in `source` names, unless it is installed. Returns its
     folder."""
     name, version = locked(source)
     package = folder / "node_modules" / name
@@ -64,13 +64,13 @@ def install_zig(folder, source=HERE):
 
 def npm_hint(output):
     hints = {
-        "EINTEGRITY": "Its content is not the one that package-lock.json names: do not use it.",
+        "EINTEGRITY": "Its content differs from what package-lock.json names: do not use it.",
         "EBADPLATFORM": "It is made for Linux on x86_64: run the test on such a machine.",
     }
     for code, hint in hints.items():
         if code in output:
             return hint
-    return "Is the network there? Run the test again when it is."
+    return "Is the network reachable? Run the test again when it is."
 
 
 def installed_version(package):
@@ -136,13 +136,13 @@ def libcxx_symbols(zig, llvm, cache):
 
 
 def make_sdk(zig, folder, architecture, libcxx):
-    """Makes `folder` an SDK for one architecture: their headers differ where nobody includes them by
-    the architecture's name. Returns the symbols of each library."""
+    """Assembles an SDK for one architecture in `folder`. Each architecture needs its own, because headers
+    of the same name differ. Returns the symbols of each library."""
     shutil.rmtree(folder, ignore_errors=True)
     include = folder / "usr" / "include"
     library = folder / "usr" / "lib"
     machine = {"arm64": "aarch64"}.get(architecture, architecture)
-    # The more special ones last: they replace the general ones.
+    # The most specific folder comes last, because its headers replace the general ones.
     for part in ("any-macos-any", "any-macos.11-any", f"{machine}-macos.11-none"):
         shutil.copytree(zig / "lib" / "libc" / "include" / part, include, dirs_exist_ok=True)
     shutil.copytree(zig / "lib" / "libcxx" / "include", include / "c++" / "v1")
@@ -162,8 +162,8 @@ def make_sdk(zig, folder, architecture, libcxx):
 
 
 def make_qt(folder, headers, libraries, moc, version):
-    """Makes `folder` a Qt for macOS to compile and link with. `libraries` are this machine's, by the
-    name of the module. Returns the symbols of each."""
+    """Assembles a Qt for macOS in `folder`, to compile and link with. `libraries` are this machine's
+    libraries by the name of the module. Returns the symbols of each."""
     if any(".so" not in Path(library).name for library in libraries.values()):
         raise Missing("The Qt of this build is static. Run the test in a build with shared libraries.")
     folder.mkdir(parents=True, exist_ok=True)

@@ -1,9 +1,9 @@
-# Compiles and links for macOS on Linux, with clang, LLVM's tools and the SDK that sdk.py puts together.
-# Environment variables: SDK is the folder of the SDK, LLVM the folder of LLVM's programs.
+# Compiles and links for macOS on Linux: clang and LLVM's tools with the SDK that sdk.py assembles.
+# Reads SDK, the folder of the SDK, and LLVM, the folder of LLVM's programs, from the environment.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_OSX_SYSROOT $ENV{SDK} CACHE PATH "")
 set(CMAKE_CXX_COMPILER $ENV{LLVM}/clang++)
-# The target has no version: the project's CMakeLists.txt sets the oldest system.
+# The target has no version, so that CMakeLists.txt determines the oldest system.
 set(CMAKE_CXX_COMPILER_TARGET ${CMAKE_OSX_ARCHITECTURES}-apple-darwin)
 # Zig's copy of libc++ has no __config_site, which defines these.
 set(CMAKE_CXX_FLAGS_INIT "-Wunguarded-availability -stdlib=libc++ -D_LIBCPP_ABI_VERSION=1 -D_LIBCPP_ABI_NAMESPACE=__1")
