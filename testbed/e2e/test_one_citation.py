@@ -132,7 +132,7 @@ class OneCitation(EndToEnd):
     def test_changes_nothing_if_an_edit_is_cancelled(self):
         before = self.document.read_bytes()
         self.answer(dialog="editCitation", cancel=True)
-        self.assertIn("left as it was", self.ok("edit", self.document, self.document, "1"))
+        self.assertIn("was not changed", self.ok("edit", self.document, self.document, "1"))
         self.assertEqual(self.document.read_bytes(), before)
 
     def test_merges_neighbours(self):

@@ -13,7 +13,7 @@ import reader
 from support import SAMPLES, STYLE_URL, Home, make
 
 STYLES = ("apa", "ieee", "nature", "chicago-fullnote-bibliography")
-NESTED = "is left as it was: it contains another field."
+NESTED = "is left unchanged: it contains another field."
 RTL = re.compile("[\u0590-\u08ff]")
 BIDI_MARKS = re.compile("[\u200e\u200f\u202a-\u202e\u2066-\u2069]")
 

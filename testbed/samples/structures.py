@@ -20,7 +20,7 @@ def structures(codes):
     linked = field(codes("berners-lee-1998"))
     paper.paragraph("A link ", f'<w:hyperlink r:id="{link}">{linked}</w:hyperlink>', ".")
     tracked_changes(paper, codes)
-    outer = codes("grice-1975").replace("sample-", "left-")
+    outer = codes("grice-1975").replace("sample-", "unwritable-")
     paper.paragraph("A field in the text of a citation ", nested(outer), ".")
     with_notes(paper, codes)
     paper.paragraph(

@@ -57,7 +57,7 @@ def _count(number, one, many):
 def _readable(document, choices):
     """The citations whose field codes can be sent. A citation that cannot be written is also sent,
     because it has a number in numeric styles and its works are in the bibliography."""
-    unreadable = [f for f in document.left if clusters.cluster(f.code) is None]
+    unreadable = [f for f in document.unwritable if clusters.cluster(f.code) is None]
     if choices.skip_unreadable:
         unreadable = [f for f in document.all_citations if clusters.cluster(f.code) is None]
     for field in unreadable:
@@ -250,7 +250,7 @@ def edit(bridge, document, choices, number):
         raise Failure(f"Tessaron Desktop did not edit citation {number}. {UNCHANGED}")
     code = _checked(results[0], f"citation {number}")
     if code == field.code:
-        return f"Citation {number} was left as it was."
+        return f"Citation {number} was not changed."
     rewrite.set_everywhere(field, code, None)
     return f"Citation {number} was edited."
 

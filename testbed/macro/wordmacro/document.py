@@ -15,9 +15,9 @@ class Document:
         self.path = path
         self.package = Package(path)
         self.find()
-        for field in self.left:
+        for field in self.unwritable:
             warn(
-                f"The citation {quoted(field)} is left as it was: {field.problem}. "
+                f"The citation {quoted(field)} is left unchanged: {field.problem}. "
                 "Its text may be out of date."
             )
 
@@ -32,7 +32,7 @@ class Document:
         for field in (f for top in found.every for f in (top, *top.twins) if f.simple is not None):
             field.simple_marks = clusters.marks_of_simple(field)
         self.citations = [f for f in found.citations if not f.problem]
-        self.left = [f for f in found.citations if f.problem]
+        self.unwritable = [f for f in found.citations if f.problem]
 
     def citation(self, number):
         if not 1 <= number <= len(self.citations):
@@ -40,7 +40,7 @@ class Document:
         return self.citations[number - 1]
 
     def named(self, field):
-        if field in self.left:
+        if field in self.unwritable:
             return f"the citation {quoted(field)}, which cannot be written"
         number, count = self.citations.index(field) + 1, len(self.citations)
         return f"citation {number} of {count}, {quoted(field)}"
@@ -49,7 +49,7 @@ class Document:
         for field in self.bibliographies or [bibliography.create(self.body)]:
             problem = bibliography.fill(field, entries)
             if problem:
-                warn(f"The bibliography in {field.place} is left as it was: {problem}.")
+                warn(f"The bibliography in {field.place} is left unchanged: {problem}.")
 
     def insertion_places(self, bookmark):
         """The elements to insert a new field after: one, or in a text box one in each copy. None means

@@ -10,7 +10,7 @@ from support import APA, IEEE, EndToEnd, make, replace_nth, rewrite
 SKIPPED = "cannot be read and is skipped: in a numeric style the numbers do not count it"
 
 
-class LeftCitations(EndToEnd):
+class UnwritableCitations(EndToEnd):
     def setUp(self):
         super().setUp()
         self.home.desktop()
@@ -36,13 +36,13 @@ class LeftCitations(EndToEnd):
     def test_a_citation_that_is_not_written_is_still_sent(self):
         done = self.format()
         self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertRegex(done.stderr, r"\AWarning: The citation .* is left as it was: it contains "
+        self.assertRegex(done.stderr, r"\AWarning: The citation .* is left unchanged: it contains "
                          r"another field. Its text may be out of date.\n\Z")  # fmt: skip
         entries = self.check_texts(reader.all_citations(self.source))
         self.assertEqual(sum("Logic and Conversation" in entry for entry in entries), 1)
 
     def test_a_citation_that_cannot_be_read_stops_the_run(self):
-        rewrite(self.source, lambda xml: re.sub(r'"citationID": "left-', "{", xml))
+        rewrite(self.source, lambda xml: re.sub(r'"citationID": "unwritable-', "{", xml))
         done = self.format()
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertIn("cannot be read, because it contains another field. Nothing was written. With "
