@@ -339,7 +339,7 @@ class BadInput(EndToEnd):
             with self.subTest(style):
                 self.fails(f"refused the style {style}", style=style)
 
-    def test_leaves_the_document_if_the_application_misbehaves(self):
+    def test_leaves_the_document_unchanged_if_the_application_misbehaves(self):
         faults = self.path("samples/faults.json")
         faults.write_text("{}")
         self.home.desktop("--faults", faults)

@@ -135,7 +135,7 @@ class OneCitation(EndToEnd):
         self.assertIn("was not changed", self.ok("edit", self.document, self.document, "1"))
         self.assertEqual(self.document.read_bytes(), before)
 
-    def test_merges_neighbours(self):
+    def test_merges_adjacent_citations(self):
         source = self.path("samples/structures.docx")
         done = self.home.macro("format", source, self.document, "--style", APA)
         self.assertEqual(done.returncode, 0)
@@ -146,7 +146,7 @@ class OneCitation(EndToEnd):
         self.assertEqual(len(self.texts()), 14)
         self.assertIn("Side by side (Graham, 2009; Knuth, 1984).", reader.paragraphs(self.document))
 
-    def test_does_not_merge_over_words(self):
+    def test_does_not_merge_citations_with_words_between(self):
         before = self.document.read_bytes()
         message = self.failure("merge", self.document, self.document, 1, 2)
         self.assertIn("Citations 1 and 2 do not stand side by side", message)

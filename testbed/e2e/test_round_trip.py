@@ -60,7 +60,7 @@ class RoundTrip(unittest.TestCase):
         return cls.home.folder / f"{sample}-{style}.docx"
 
     @each
-    def test_succeeds_and_names_what_it_left(self, sample, style):
+    def test_succeeds_and_names_unwritable_citations(self, sample, style):
         done = self.results[sample, style]
         self.assertEqual(done.returncode, 0, done.stderr)
         warnings = done.stderr.splitlines()
@@ -93,7 +93,7 @@ class RoundTrip(unittest.TestCase):
         self.assertEqual(list(found), list(expected))
 
     @each
-    def test_citations_keep_their_items(self, sample, style):
+    def test_citations_keep_their_works(self, sample, style):
         before = [f.cluster for f in read_citations(self.before(sample))]
         after = [f.cluster for f in read_citations(self.after(sample, style))]
         for cluster in after:

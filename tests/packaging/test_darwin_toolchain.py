@@ -60,7 +60,7 @@ class NpmTest(ToolchainCase):
         package = self.installed(VERSION)
         self.assertEqual(self.install(), package)
 
-    def test_no_npm(self):
+    def test_reports_a_missing_npm(self):
         self.assertMissing("apt-get install npm", self.install)
 
     def test_installs_what_the_lock_file_names(self):
@@ -77,12 +77,12 @@ class NpmTest(ToolchainCase):
         self.npm_that_installs(VERSION)
         self.assertEqual(sdk.installed_version(self.install()), VERSION)
 
-    def test_another_version_after_the_installation(self):
+    def test_reports_another_version_after_the_installation(self):
         self.npm_that_installs("0.1.0")
         self.assertMissing(f"has version 0.1.0, and package-lock.json names {VERSION}. Remove",
             self.install)  # fmt: skip
 
-    def test_failed_installation(self):
+    def test_reports_a_failed_installation(self):
         for output, hint in (
             ("npm ERR! code ENOTFOUND", "Is the network reachable? Run the test again when it is."),
             ("npm ERR! code EINTEGRITY", "Its content differs from what package-lock.json names"),
@@ -93,7 +93,7 @@ class NpmTest(ToolchainCase):
                 self.assertMissing(hint, self.install)
                 self.assertMissing(output, self.install)
 
-    def test_damaged_package(self):
+    def test_installs_a_damaged_package_again(self):
         package = self.installed(VERSION)
         for content in ("", "{", "[]", "{}"):
             (package / "package.json").write_text(content)
@@ -112,15 +112,15 @@ class ClangTest(ToolchainCase):
     def clang_with(self, linker):
         self.program("clang++", f"echo {linker}")
 
-    def test_no_clang(self):
+    def test_reports_a_missing_clang(self):
         self.assertMissing("apt-get install clang lld llvm", self.find)
 
-    def test_no_linker(self):
+    def test_reports_a_missing_linker(self):
         # clang prints the bare name of a program that it does not find.
         self.clang_with("ld64.lld")
         self.assertMissing("apt-get install lld", self.find)
 
-    def test_missing_tools_are_named(self):
+    def test_names_missing_tools(self):
         self.clang_with(self.program("ld64.lld", ""))
         self.program("llvm-ar", "")
         self.program("llvm-nm", "")
@@ -145,7 +145,7 @@ class SkipTest(Case):
 
 
 class StubTest(Case):
-    def test_static_qt(self):
+    def test_refuses_a_static_qt(self):
         with self.assertRaisesRegex(sdk.Missing, "Run the test in a build with shared libraries"):
             sdk.make_qt(self.temporary_folder(), "/", {"QtCore": "/qt/libQt5Core.a"}, "/moc", "5.15.8")
 

@@ -33,19 +33,19 @@ class DebianTest(Case):
             env={**os.environ, "DEBIAN_FRONTEND": "noninteractive"},
         )  # fmt: skip
 
-    def test_usage(self):
+    def test_prints_its_usage(self):
         self.assertEqual(
             in_root("sh", "-c", f"{PROGRAM} 2>&1", status=1),
             f"usage:  {PROGRAM}  tessaronCommand tempFolderPath\n",
         )
 
-    def test_unknown_command(self):
+    def test_returns_no_results_for_an_unknown_command(self):
         self.assertEqual(self.answer("noSuchCommand"), ("0\n", b""))
 
-    def test_application_does_not_run(self):
+    def test_reports_that_the_application_is_not_running(self):
         self.assertEqual(self.answer("isTessaronRunning"), ("10\n", utf16("false")))
 
-    def test_files_are_as_the_package_says(self):
+    def test_installs_the_files_of_the_package(self):
         self.assertTrue((ROOT / PROGRAM.lstrip("/")).exists())
         # Prints the files that are missing or differ.
         self.assertEqual(in_root("dpkg", "--verify", "tessaron-word-bridge"), "")

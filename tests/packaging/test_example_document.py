@@ -122,7 +122,7 @@ class RefreshTest(ExampleCase):
 
 
 class FailedBatchTest(ExampleCase):
-    def test_changes_nothing(self):
+    def test_changes_nothing_after_a_bad_answer(self):
         document = [*self.document("{Citation}", CARSON), field("ADDIN CSL_BIBLIOGRAPHY", "old")]
         sentence = "could not format the document in the style " + APA
         reply = {"citationStyleUrl": APA, "bibliography": "Kuhn", "citationClusters": [

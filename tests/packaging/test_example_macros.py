@@ -211,7 +211,7 @@ class StyleAndBibliographyTest(ExampleCase):
         again = self.run_one(result.document, "InsertBibliography", ((4, 1),))
         self.assert_unchanged(again, "already has a bibliography")
 
-    def test_refuses_a_bibliography(self):
+    def test_refuses_a_bibliography_in_a_wrong_place_or_without_citations(self):
         document = [*self.document(), anchor(1), text("A note.", 1)]
         rows = [
             (document, ((1, 3),), {}, "cannot be inside a citation"),
@@ -292,7 +292,7 @@ class BridgeTest(ExampleCase):
         self.assert_unchanged(result, "Cancelled.")
         self.assertEqual(list(self.word_temporary.iterdir()), [])
 
-    def test_killed_bridge(self):
+    def test_reports_a_killed_bridge(self):
         kill = self.folder / "during"
         kill.write_text(f'#!/bin/sh\nkill -KILL "$(cat {self.word_temporary}/*/bridge-process)"\n')
         kill.chmod(0o755)
@@ -301,18 +301,18 @@ class BridgeTest(ExampleCase):
         )
         self.assert_unchanged(result, "The connection to Tessaron ended without an answer.")
 
-    def test_failing_bridge(self):
+    def test_reports_a_bridge_that_fails(self):
         # Works until the batch, and then ends without an answer.
         self.use_script(f'[ "$1" = formatCitationsAndBibliography ] || exec "{BRIDGE}" "$@"')
         result = self.run_one(self.document("x", "y"), "RefreshAll")
         self.assert_unchanged(result, "The connection to Tessaron ended without an answer.")
 
-    def test_missing_bridge(self):
+    def test_reports_a_missing_bridge(self):
         self.use_bridge(self.folder / "nothing")
         result = self.run_one(self.document("x", "y"), "RefreshAll")
         self.assert_unchanged(result, "The bridge is not at")
 
-    def test_second_macro_during_a_wait(self):
+    def test_refuses_a_second_macro_during_a_wait(self):
         result = self.run_one(
             self.document("{Citation}", CARSON), "RefreshAll", faults={BATCH: {"delayMs": 500}},
             during_formatCitationsAndBibliography="start another macro",
@@ -320,7 +320,7 @@ class BridgeTest(ExampleCase):
         self.assertIn("Tessaron is waiting for an answer.", result.of("say")[0])
         self.assertEqual(len([r for r in self.desktop.requests() if r["path"] == BATCH]), 2)  # one of setUp
 
-    def test_cancel_without_a_wait(self):
+    def test_reports_a_cancel_without_a_wait(self):
         (outcome,) = self.basic(("cancel macro",))
         self.assertNotEqual(outcome, "ok ")
 

@@ -177,7 +177,7 @@ class ExchangeTest(OfficeCase):
 
     # Whole commands
 
-    def test_application_does_not_run(self):
+    def test_reports_that_the_application_is_not_running(self):
         self.assertEqual(self.run_command("isTessaronRunning"), answer("false"))
         self.assertEqual(self.folders(), [])
 
@@ -191,30 +191,30 @@ class ExchangeTest(OfficeCase):
             with self.subTest(ascii(text)):
                 self.assertEqual(self.run_command("undoManualFormat", text), answer(text))
 
-    def test_several_results(self):
+    def test_returns_several_results(self):
         outcome = self.run_command("formatCitationsAndBibliography", "a style", "code", "text")
         self.assertEqual(outcome, answer("false", "-1"))
 
-    def test_command_without_results(self):
+    def test_returns_an_empty_text_for_a_command_without_results(self):
         self.assertEqual(self.run_command("setWordProcessor", "Word", "16"), answer(""))
 
-    def test_bridge_without_an_answer(self):
+    def test_reports_a_bridge_without_an_answer(self):
         self.use_script("exit 0")
         self.assertEqual(self.run_command("isTessaronRunning"), ENDED)
         self.assertEqual(self.folders(), [])
 
-    def test_results_cannot_be_written(self):
+    def test_reports_results_that_cannot_be_written(self):
         self.use_script(f'printf "\\055\\0001\\000" >"$2/{READY}"')
         outcome = self.run_command("isTessaronRunning")
         self.assertTrue(outcome.startswith(FAILED + "The answer of Tessaron could not"), outcome)
 
-    def test_missing_bridge(self):
+    def test_reports_a_missing_bridge(self):
         self.use_bridge(self.folder / "no" / "bridge")
         outcome = self.run_command("isTessaronRunning")
         self.assertTrue(outcome.startswith(f"{FAILED}The bridge is not at {self.bridge}."), outcome)
         self.assertEqual(self.folders(), [])
 
-    def test_trace_goes_to_a_private_file(self):
+    def test_writes_the_trace_to_a_private_file(self):
         run = ("run", "getUserUuid", in_hex([""]))
         outcomes = self.basic(("trace", "requests"), run)
         self.assertEqual(outcomes[0], f"ok {self.trace}")
@@ -224,7 +224,7 @@ class ExchangeTest(OfficeCase):
         self.basic(("trace", ""), run)
         self.assertEqual(self.trace.stat().st_size, size)
 
-    def test_switch_asks_before_it_traces_bodies(self):
+    def test_asks_before_it_traces_bodies(self):
         run = ("run", "undoManualFormat", in_hex(["a text of the document"]))
         rows = {"y": True, "n": False}
         for key, bodies in rows.items():

@@ -16,7 +16,7 @@ class InstallTest(Case):
     def test_installs_exactly_the_expected_files(self):
         self.assertEqual(files_below(self.prefix), INSTALLED)
 
-    def test_component_has_the_same_files(self):
+    def test_installs_the_same_files_as_a_component(self):
         prefix = self.folder / "component"
         run(CMAKE, "--install", BUILD, "--prefix", prefix, "--component", "bridge")
         self.assertEqual(files_below(prefix), INSTALLED)
@@ -53,7 +53,7 @@ class ManPageTest(Case):
         # Warnings go to standard error.
         self.assertEqual(run("sh", "-c", 'groff -man -ww -z "$1" 2>&1', "sh", self.page), "")
 
-    def test_version(self):
+    def test_names_the_version(self):
         text = self.page.read_text()
         self.assertIn(f"tessaron-word-bridge {VERSION}", text)
         self.assertNotIn("@", text)

@@ -57,36 +57,36 @@ class GeneratedBuildTest(Case):
         configure(SOURCE, build, "-DBUILD_TESTING=OFF", *options)
         return Model(build)
 
-    def test_this_system(self):
+    def test_chooses_the_files_of_this_system(self):
         files = self.generate().sources()
         self.assertIn("service/DesktopApplication_linux.cpp", files)
         self.assertFalse([name for name in files if name.endswith("_mac.cpp")])
 
-    def test_one_architecture(self):
+    def test_builds_for_one_architecture(self):
         for architecture, other in (("arm64", "x86_64"), ("x86_64", "arm64")):
             model = self.generate(TOOLCHAIN, f"-DCMAKE_OSX_ARCHITECTURES={architecture}")
             flags = model.flags("tessaron-word-bridge")
             self.assertIn(f"-arch {architecture}", flags)
             self.assertNotIn(other, flags)
 
-    def test_platform_files(self):
+    def test_chooses_the_files_of_macos(self):
         files = self.generate(TOOLCHAIN).sources()
         self.assertIn("service/DesktopApplication_mac.cpp", files)
         self.assertFalse([name for name in files if name.endswith("_linux.cpp")])
         self.assertNotIn("service/DesktopEntry.cpp", files)
 
-    def test_libraries(self):
+    def test_links_the_framework_and_not_glib(self):
         linked = self.generate(TOOLCHAIN).linked("tessaron-word-bridge")
         self.assertIn("-framework CoreServices", linked)
         self.assertNotIn("glib", linked)
 
-    def test_oldest_system(self):
+    def test_sets_the_oldest_system(self):
         for options, version in ((), "10.15"), (("-DCMAKE_OSX_DEPLOYMENT_TARGET=12.0",), "12.0"):
             model = self.generate(TOOLCHAIN, *options)
             for target in ("apiclient", "service", "frontend", "tessaron-word-bridge"):
                 self.assertIn(f"-mmacosx-version-min={version}", model.flags(target), target)
 
-    def test_unknown_system(self):
+    def test_refuses_an_unknown_system(self):
         with self.assertRaisesRegex(AssertionError, "Tessaron Desktop is not implemented on Haiku"):
             configure(SOURCE, self.temporary_folder(), "-DCMAKE_SYSTEM_NAME=Haiku")
 
@@ -106,16 +106,16 @@ class PresetTest(Case):
     def names(self, folder, kind):
         return re.findall(r'^ +"([^"]+)"', run(CMAKE, f"--list-presets={kind}", cwd=folder), re.M)
 
-    def test_offered_on_a_mac_only(self):
+    def test_offers_the_presets_only_on_a_mac(self):
         for kind in ("configure", "build", "test"):
             here = self.names(SOURCE, kind)
             self.assertIn("release", here)
             self.assertEqual(self.names(self.tree(), kind), here + ["macos", "macos-universal"])
 
-    def test_universal(self):
+    def test_universal_preset_builds_for_both_architectures(self):
         self.assertArchitectures("macos-universal", ["arm64", "x86_64"])
 
-    def test_architecture_of_the_host(self):
+    def test_default_preset_builds_for_the_host(self):
         self.assertArchitectures("macos", [])
 
     def assertArchitectures(self, preset, architectures):
@@ -142,7 +142,7 @@ class SourcesTest(Case):
             stderr=subprocess.PIPE, encoding="utf-8",
         )  # fmt: skip
 
-    def test_compile(self):
+    def test_sources_compile_without_warnings(self):
         sources = sorted(SOURCE.glob("*/*_mac.cpp"))
         self.assertGreaterEqual(len(sources), 1)
         for source in sources:

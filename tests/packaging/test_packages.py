@@ -71,15 +71,15 @@ class PackagesTest(Case):
         cls.deb = package(FIRST, ".deb")
         cls.archive = package(FIRST, ".tar.gz")
 
-    def test_same_bytes_from_another_folder(self):
+    def test_two_builds_in_different_folders_are_identical(self):
         for name in (PROGRAM, self.deb.name, self.archive.name):
             one, another = ((place / "build" / name).read_bytes() for place in PLACES)
             self.assertTrue(one == another, f"Two builds of {name} differ.")
 
-    def test_no_build_path(self):
+    def test_program_does_not_contain_its_build_folder(self):
         self.assertHolds(FIRST / "build" / PROGRAM, "/tessaronDesktopInfo", [FIRST])
 
-    def test_deb_contains_the_program_its_page_and_debians_documents(self):
+    def test_deb_contains_program_man_page_changelog_and_copyright(self):
         documents = f"usr/share/doc/{PROGRAM}"
         expected = {f"usr/{name}" for name in INSTALLED if not name.endswith(".1")}
         expected |= {f"usr/share/man/man1/{PROGRAM}.1.gz", f"{documents}/changelog.gz",
@@ -106,12 +106,12 @@ class PackagesTest(Case):
         self.assertTrue(text.startswith(f"{PROGRAM} ({VERSION}) "), text)
         self.assertIn("  Tue, 14 Nov 2023 22:13:20 +0000\n", text)  # COMMIT_DATE
 
-    def test_deb_carries_the_date_of_the_commit(self):
+    def test_files_in_the_deb_have_the_date_of_the_commit(self):
         self.unpacked()
         for path in self.folder.rglob("*"):
             self.assertEqual(path.stat().st_mtime, COMMIT_DATE, path)
 
-    def test_deb_belongs_to_root_and_is_readable_by_all(self):
+    def test_files_in_the_deb_belong_to_root_and_are_readable_by_all(self):
         folder = self.temporary_folder()
         make_packages(SECOND, "-G", "DEB", "-B", folder, umask=0o077)
         entries = run("dpkg-deb", "--contents", *folder.glob("*.deb")).splitlines()

@@ -32,7 +32,7 @@ class ArchiveTest(Case):
             archive.extractall(self.folder)
         self.top = self.folder / NAME
 
-    def test_two_builds_are_the_same_bytes(self):
+    def test_two_builds_are_identical(self):
         for name in (PROGRAM, f"{NAME}.tar.gz"):
             one, another = ((place / "build" / name).read_bytes() for place in PLACES)
             self.assertTrue(one == another, f"Two builds of {name} differ.")
@@ -45,7 +45,7 @@ class ArchiveTest(Case):
         self.assertEqual([path.name for path in self.folder.iterdir()], [NAME])
         self.assertEqual(files_below(self.top), INSTALLED)
 
-    def test_there_is_no_deb(self):
+    def test_makes_no_deb(self):
         self.assertEqual(list((FIRST / "build").glob("*.deb")), [])
 
     def test_notices_name_every_library_with_its_source(self):
@@ -71,10 +71,10 @@ class ArchiveTest(Case):
 class DebianTest(Case):
     """Runs the bridge in roots without Qt and GLib. The stand-in for the application runs outside."""
 
-    def test_debian_12(self):
+    def test_runs_in_debian_12(self):
         self.format_in("bookworm")
 
-    def test_debian_13(self):
+    def test_runs_in_debian_13(self):
         self.format_in("trixie")
 
     def format_in(self, release):

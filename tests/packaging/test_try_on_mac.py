@@ -169,7 +169,7 @@ class MacCase(Case):
 
 
 class WholeRunTest(MacCase):
-    def test_everything_works(self):
+    def test_reports_every_trial(self):
         self.make_container()
         report = self.attempt("--dialog", answers="Terminal would like to access data\n\n")
         for result, title, detail in (
@@ -230,39 +230,39 @@ class NothingTriedTest(MacCase):
         self.assertResult(report, "FAILED", "Stopped", sentence)
         self.assertIsNone(self.port())
 
-    def test_not_a_mac(self):
+    def test_refuses_another_system(self):
         self.stand_in("uname", "echo Linux")
         self.stopped("This is for a Mac. Elsewhere run ./test")
         self.assertEqual(self.calls(), ["uname "])
 
-    def test_no_homebrew(self):
+    def test_reports_a_missing_homebrew(self):
         (self.folder / "programs" / "brew").unlink()
         self.stopped("Homebrew is not installed. Install it")
 
-    def test_no_command_line_tools(self):
+    def test_reports_missing_command_line_tools(self):
         self.fails("xcode-select")
         self.stopped("Run: xcode-select --install")
 
-    def test_no_qt(self):
+    def test_reports_a_missing_qt(self):
         self.fails("brew", '[ "$1" = list ]')
         self.stopped("Run: brew install qt@5")
 
-    def test_qt_that_was_asked_for_is_missing(self):
+    def test_reports_that_the_requested_qt_is_missing(self):
         self.stopped("Run: brew install qt", "--qt", "6")
 
-    def test_build_fails(self):
+    def test_reports_a_failed_build(self):
         for condition in ('[ "$1" = --preset ]', '[ "$1" = --build ]'):
             self.fails("cmake", condition, "no such Qt")
             self.stopped("The bridge cannot be built. cmake --")
 
-    def test_port_taken(self):
+    def test_refuses_a_port_that_is_in_use(self):
         with socket.socket() as taken:
             taken.bind(("127.0.0.1", 0))
             taken.listen()
             port = str(taken.getsockname()[1])
             self.stopped(f"Port {port} is in use. Choose another one, or leave out --port.", "--port", port)
 
-    def test_application_runs(self):
+    def test_refuses_to_run_beside_the_application(self):
         port = free_port()
         self.remember(port)
         application = subprocess.Popen(
@@ -278,13 +278,13 @@ class NothingTriedTest(MacCase):
         self.assertEqual(self.port(), f"integer {port}")
         self.assertIsNone(application.poll())
 
-    def test_settings_that_cannot_be_restored(self):
+    def test_refuses_settings_that_cannot_be_restored(self):
         self.remember(1, "array")
         report = self.attempt(status=1)
         self.assertResult(report, "FAILED", "Stopped", "The settings hold the port as array")
         self.assertEqual(self.port(), "array 1")
 
-    def test_wrong_options(self):
+    def test_refuses_wrong_options(self):
         for options, sentence in (
             (["--port", "80"], "'80' is not a number from 1024 to 65535"),
             (["--port", "x"], "'x' is not a number from 1024 to 65535"),
@@ -297,7 +297,7 @@ class NothingTriedTest(MacCase):
                 self.assertEqual(process.returncode, 2)
                 self.assertIn(sentence, output)
 
-    def test_report_cannot_be_written(self):
+    def test_reports_that_the_report_cannot_be_written(self):
         process = self.start("--report", "/nonexistent/report")
         output, _ = process.communicate(timeout=120)
         self.assertEqual(process.returncode, 1)
@@ -310,7 +310,7 @@ class FailedTrialTest(MacCase):
         self.assertResult(report, "FAILED", title, detail)
         return report
 
-    def test_each_command(self):
+    def test_goes_on_after_each_failed_command(self):
         for name, condition, title in (
             ("ctest", "true", "Tests"),
             ("lipo", "true", "The executable"),
@@ -325,37 +325,37 @@ class FailedTrialTest(MacCase):
                 self.assertIn("Start-up time", report)
                 self.assertIsNone(self.port())
 
-    def test_port_that_cannot_be_restored(self):
+    def test_reports_a_port_that_cannot_be_restored(self):
         self.remember(7)
         self.fails("defaults", '[ "$5" = 7 ]')
         report = self.attempt(status=1)
         self.assertResult(report, "FAILED", "Stopped", "could not be restored. Run: defaults write "
             "'com.tessaron.Tessaron Desktop' General.httpServerPort -int 7")  # fmt: skip
 
-    def test_missing_command(self):
+    def test_reports_a_missing_command(self):
         (self.folder / "programs" / "lipo").unlink()
         self.failed("The executable", "lipo cannot be run: No such file or directory.")
 
-    def test_broken_signature_is_reported(self):
+    def test_reports_a_broken_signature(self):
         self.fails("codesign", message="code object is not signed at all")
         report = self.attempt()
         self.assertResult(report, "OK", "The executable", "code object is not signed at all")
 
-    def test_bridge_does_not_read_the_settings(self):
+    def test_reports_a_bridge_that_does_not_read_the_settings(self):
         self.wrap_bridge("export XDG_CONFIG_HOME=/nonexistent")
         # Otherwise the trial of the launch would wait until the application starts.
         self.fails("lsregister", '[ "$1" = -f ]')
         self.failed("The port in the settings", "The bridge did not ask on port")
 
-    def test_bridge_fails(self):
+    def test_reports_a_bridge_that_fails(self):
         self.wrap_bridge('[ "$1" != getUserUuid ] || { echo no library; exit 6; }')
         self.failed("Start-up time", "getUserUuid ended with status 6: no library")
 
-    def test_bridge_writes_no_results(self):
+    def test_reports_a_bridge_that_writes_no_results(self):
         self.wrap_bridge('[ "$1" != launchTessaron ] || exit 0')
         self.failed("Start through Launch Services", "launchTessaron wrote no results")
 
-    def test_bridge_gives_up_while_a_dialog_is_open(self):
+    def test_reports_a_bridge_that_ends_while_a_dialog_is_open(self):
         self.wrap_bridge(
             f'[ "$1" != getFieldCodeFromCitationEditor ] || {{ "{BRIDGE}" "$@" & sleep 1; kill $!; exit 0; }}'
         )
@@ -418,25 +418,25 @@ class InterruptedTest(MacCase):
         self.assertResult(report, "FAILED", "Stopped", "interrupted. What was changed is restored.")
         self.assertEqual(self.port(), "integer 1")
 
-    def test_at_a_question(self):
+    def test_restores_the_port_at_a_question(self):
         self.make_container()
         self.interrupted("What did the system ask", signal.SIGINT)
 
-    def test_while_a_dialog_is_open(self):
+    def test_restores_the_port_while_a_dialog_is_open(self):
         self.interrupted("A request is open now", signal.SIGINT, "--dialog")
 
-    def test_terminated(self):
+    def test_restores_the_port_after_termination(self):
         self.make_container()
         self.interrupted("What did the system ask", signal.SIGTERM)
 
-    def test_while_the_bundle_is_registered(self):
+    def test_restores_the_port_while_the_bundle_is_registered(self):
         self.stand_in(
             "lsregister",
             f'{STAND_INS["lsregister"]}\n[ "$1" = -u ] || {{ touch "$HOME/here"; sleep 2; }}',
         )
         self.interrupted_at_mark()
 
-    def test_while_the_stand_in_runs(self):
+    def test_restores_the_port_while_the_stand_in_runs(self):
         self.wrap_bridge(
             f'[ "$1" != launchTessaron ] || {{ "{BRIDGE}" "$@"; touch "$HOME/here"; sleep 2; exit 0; }}'
         )
@@ -476,11 +476,11 @@ class EndToEndTest(MacCase):
 
 
 class ContainerTest(MacCase):
-    def test_word_was_never_started(self):
+    def test_does_not_try_if_word_was_never_started(self):
         report = self.attempt()
         self.assertResult(report, "NOT TRIED", "Exchange in Word", "Start Word once")
 
-    def test_folder_is_left_empty(self):
+    def test_leaves_the_folder_empty(self):
         folder = self.make_container()
         report = self.attempt(answers="\n")
         self.assertResult(report, "OK", "Exchange in Word", "the system asked Terminal: nothing")

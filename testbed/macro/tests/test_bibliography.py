@@ -78,7 +78,7 @@ class Bibliography(unittest.TestCase):
         self.assertEqual(bibliography.fill(field, entries(*again)), "")
         self.assertEqual(etree.tostring(body), before)
 
-    def test_shrinks_and_grows(self):
+    def test_fills_again_with_fewer_or_more_entries(self):
         document, _ = self.fill(BIBLIOGRAPHIES["text around three paragraphs"][0], "abc")
         for texts in ("a", "abcd", "ab"):
             (field,) = fields.find(document).bibliographies

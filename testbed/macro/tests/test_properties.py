@@ -66,7 +66,7 @@ class Properties(unittest.TestCase):
         self.assertEqual(commands, {"formatCitationsAndBibliography"}, "nothing was edited by hand")
         return targets
 
-    def test_all_combinations_of_marks_on_the_field_and_in_the_style(self):
+    def test_formats_all_combinations_of_marks_on_the_field_and_in_the_style(self):
         marks = ("i", "b", "sup", "sc")
         cases = list(itertools.product(subsets(marks), subsets(marks), ("all", "begin", "text")))
         styles = {
@@ -99,7 +99,7 @@ class Properties(unittest.TestCase):
                 in_style = {names.get(m, m) for m in of_style} if letter in "Turing" else set()
                 self.assertEqual(found, in_style - field_marks, (letter, of_field, of_style, where))
 
-    def test_random_documents(self):
+    def test_formatting_random_documents_changes_only_fields(self):
         for number in range(DOCUMENTS):
             with self.subTest(seed=SEED, number=number):
                 source = self.folder / "source.docx"
