@@ -12,23 +12,8 @@ namespace {
 
 using Utf16Buffer = QVarLengthArray<ushort, 512>;
 
-constexpr uint blockSize = 16;
 constexpr uint sharedTextCount = 512;
 constexpr qptrdiff longestSharedText = 96;
-
-/// Whether the next `blockSize` code units contain no quote, backslash or, in UTF-8, non-ASCII
-/// byte. The loop has no branches, so that the compiler can vectorise it.
-template <typename Unit> bool isPlainBlock(const Unit* units)
-{
-    unsigned special = 0;
-    for (uint i = 0; i < blockSize; ++i) {
-        special |= unsigned(units[i] == '"') | unsigned(units[i] == '\\');
-        if constexpr (sizeof(Unit) == 1) {
-            special |= unsigned(units[i] >= 0x80);
-        }
-    }
-    return special == 0;
-}
 
 template <typename Unit> QString textFrom(const Unit* units, qptrdiff length)
 {
@@ -150,8 +135,7 @@ private:
             if (!readString(&key) || !skipWhitespace() || !accept(':') || !skipWhitespace()) {
                 return false;
             }
-            // Keys mostly arrive in ascending order, so the end is the best hint.
-            const auto entry = map->insert(map->constEnd(), key, QVariant());
+            const auto entry = map->insert(key, QVariant());
             if (!readValue(&entry.value()) || !skipWhitespace()) {
                 return false;
             }
@@ -243,9 +227,6 @@ private:
 
     void skipPlainUnits()
     {
-        while (end - next >= qptrdiff(blockSize) && isPlainBlock(next)) {
-            next += blockSize;
-        }
         while (next != end && *next != '"' && *next != '\\' && (sizeof(Unit) > 1 || *next < 0x80)) {
             ++next;
         }

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int blockSize = 16;
+constexpr int chunkSize = 16; // code units for which the buffer is extended at a time
 constexpr int longestEscape = 6; // \uXXXX
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 
@@ -24,18 +24,6 @@ constexpr std::array<bool, 0x80> plainAscii = []() {
     }
     return plain;
 }();
-
-/// Whether the next `blockSize` code units are ASCII and need no escaping. The loop has no
-/// branches, so that the compiler can vectorise it.
-bool isPlainBlock(const ushort* units)
-{
-    unsigned special = 0;
-    for (int i = 0; i < blockSize; ++i) {
-        special |= unsigned(units[i] < 0x20) | unsigned(units[i] >= 0x80)
-            | unsigned(units[i] == '"') | unsigned(units[i] == '\\');
-    }
-    return special == 0;
-}
 
 /// Writes JSON as UTF-8 (Text = QByteArray) or UTF-16 (Text = QString).
 template <typename Text> class Writer {
@@ -184,20 +172,14 @@ private:
         const ushort* const end = next + string.size();
         writeUnit('"');
         while (next != end) {
-            const Unit* const start = reserve(blockSize * longestEscape);
+            const Unit* const start = reserve(chunkSize * longestEscape);
             auto* out = const_cast<Unit*>(start);
-            if (end - next >= blockSize && isPlainBlock(next)) {
-                std::transform(next, next + blockSize, out, [](ushort unit) { return Unit(unit); });
-                next += blockSize;
-                out += blockSize;
-            } else {
-                const ushort* const blockEnd = std::min(end, next + blockSize);
-                while (next < blockEnd) {
-                    if (*next < 0x80 && plainAscii[*next]) {
-                        *out++ = Unit(*next++);
-                    } else {
-                        out = writeSpecial(next, end, out);
-                    }
+            const ushort* const chunkEnd = next + std::min(chunkSize, int(end - next));
+            while (next < chunkEnd) {
+                if (*next < 0x80 && plainAscii[*next]) {
+                    *out++ = Unit(*next++);
+                } else {
+                    out = writeSpecial(next, end, out);
                 }
             }
             used += int(out - start);
