@@ -33,12 +33,14 @@ int PluginApiClient::getRequest(const QString& path, QVariantMap* result)
     return finishRequest(networkClient->get(path), result);
 }
 
-int PluginApiClient::postRequest(const QString& path, const QVariantMap& body, QVariantMap* result)
+int PluginApiClient::postRequest(const QString& path, QVariantMap body, QVariantMap* result)
 {
     NetworkResponse response;
     {
-        // Releases the request, tens of megabytes for a long document, before the reply is parsed.
+        // Both forms of the request are released before the reply is parsed: tens of megabytes for
+        // a long document.
         const QByteArray json = JsonUtils::serialize(body);
+        body.clear();
         if (json.isNull()) {
             result->clear();
             errorMessage = QStringLiteral("The request is larger than 2 GB");

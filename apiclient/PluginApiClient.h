@@ -34,7 +34,7 @@ public:
     /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). It reaches
     /// the application at most once. If the JSON is larger than 2 GB, sends nothing, clears
     /// `*result`, sets lastError() and returns 0.
-    int postRequest(const QString& path, const QVariantMap& body, QVariantMap* result);
+    int postRequest(const QString& path, QVariantMap body, QVariantMap* result);
 
     /// Returns the JSON object in `body`, or an empty map if it is anything else. For any status
     /// but 200 the error text becomes the first of these that exists: the object's "error" as

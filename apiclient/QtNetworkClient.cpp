@@ -77,6 +77,8 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 // Larger than any real document. QByteArray itself is limited to 2 GB.
 constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
+constexpr qint64 readAhead = 128 * 1024;
+
 /// Appends the received bytes of `reply` to `body`. Returns false if they exceed largestBody.
 bool appendReceived(QNetworkReply* reply, QByteArray* body)
 {
@@ -191,6 +193,9 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
         errorText = QStringLiteral("Unable to start the network thread");
         return {};
     }
+    // Otherwise the network thread reads ahead, and a part of a long reply is in memory twice. Has
+    // no effect before the request has started.
+    reply->setReadBufferSize(readAhead);
     if (!reply->isFinished()) {
         loop.exec();
     }
