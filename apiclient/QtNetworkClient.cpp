@@ -94,6 +94,28 @@ bool appendReceived(QNetworkReply* reply, QByteArray* body)
     return true;
 }
 
+/// Reads the body of a request that has started, as it arrives, and blocks until the reply is
+/// complete or has failed. Returns false, and aborts the reply, if the body exceeds largestBody.
+bool receiveBody(QNetworkReply* reply, QByteArray* body)
+{
+    // Otherwise the network thread reads ahead, and a part of a long reply is in memory twice. Has
+    // no effect before the request has started.
+    reply->setReadBufferSize(readAhead);
+    bool tooLarge = false;
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::readyRead, &loop, [&] {
+        if (!tooLarge && !appendReceived(reply, body)) {
+            tooLarge = true;
+            reply->abort();
+        }
+    });
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    if (!reply->isFinished()) {
+        loop.exec();
+    }
+    return !tooLarge && appendReceived(reply, body);
+}
+
 // The count is a property of the application object, because it concerns the whole process and
 // every client must see it.
 constexpr char failedThreadStartsProperty[] = "tessaronFailedThreadStarts";
@@ -167,23 +189,11 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     QElapsedTimer duration;
     duration.start();
 
-    QEventLoop loop;
     OneTimeBody upload(body);
     const int failuresBefore = failedThreadStarts();
     const QScopedPointer<QNetworkReply> reply(body.isEmpty()
             ? manager->get(QNetworkRequest(url))
             : manager->post(postRequest(url, body.size()), &upload));
-    NetworkResponse response;
-    bool tooLarge = false;
-    // Reads the reply as it arrives. A long document's reply would otherwise be held in memory
-    // twice.
-    QObject::connect(reply.data(), &QNetworkReply::readyRead, [&] {
-        if (!tooLarge && !appendReceived(reply.data(), &response.body)) {
-            tooLarge = true;
-            reply->abort();
-        }
-    });
-    QObject::connect(reply.data(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
     // Qt queues the start of a POST. Start it now, so that a failed thread start can be attributed
     // to this request.
     QCoreApplication::sendPostedEvents(reply.data(), QEvent::MetaCall);
@@ -193,22 +203,17 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
         errorText = QStringLiteral("Unable to start the network thread");
         return {};
     }
-    // Otherwise the network thread reads ahead, and a part of a long reply is in memory twice. Has
-    // no effect before the request has started.
-    reply->setReadBufferSize(readAhead);
-    if (!reply->isFinished()) {
-        loop.exec();
-    }
 
-    errorText = reply->errorString();
-    if (tooLarge || !appendReceived(reply.data(), &response.body)) {
-        tooLarge = true;
-        response = NetworkResponse();
-        errorText = QStringLiteral("The reply is larger than 512 MB");
-    } else {
+    NetworkResponse response;
+    const bool complete = receiveBody(reply.data(), &response.body);
+    if (complete) {
         response.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        errorText = reply->errorString();
+    } else {
+        response.body.clear();
+        errorText = QStringLiteral("The reply is larger than 512 MB");
     }
-    const bool failed = tooLarge || reply->error() != QNetworkReply::NoError;
+    const bool failed = !complete || reply->error() != QNetworkReply::NoError;
     traceReply(exchange, response, duration.elapsed(), failed ? errorText : QString());
     return response;
 }
