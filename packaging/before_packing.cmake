@@ -1,7 +1,7 @@
 # cpack runs this between installing and packing.
 
-# Dates the files by the commit, not by the build. For a source tree without its history, the caller sets
-# SOURCE_DATE_EPOCH.
+# Files get the date of the commit, not of the build. If the source tree has no Git history, the
+# caller sets SOURCE_DATE_EPOCH.
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
     execute_process(
         COMMAND git -C ${CMAKE_CURRENT_LIST_DIR} log -1 --format=%ct
@@ -11,7 +11,7 @@ if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
     endif()
 endif()
 
-# What Debian's policy requires of a package: a changelog, a copyright file, compressed man pages.
+# Debian's policy requires a changelog, a copyright file and compressed man pages.
 if(CPACK_GENERATOR STREQUAL "DEB")
     set(documents ${CPACK_TEMPORARY_DIRECTORY}/usr/share/doc/${CPACK_PACKAGE_NAME})
     string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC) # of SOURCE_DATE_EPOCH

@@ -1,5 +1,6 @@
-# The files that accompany the self-contained program: the list of the libraries linked into it, with
-# their licences and sources, and what is needed to link it again with other versions.
+# Installs the files that the licences of the linked libraries require with the self-contained
+# program: the libraries' names, licences and sources, and what is needed to link the program again
+# with other versions of them.
 get_filename_component(qt_prefix ${Qt${QT_MAJOR}_DIR}/../../.. ABSOLUTE)
 if(NOT EXISTS ${qt_prefix}/build-qt.txt)
     message(FATAL_ERROR "The Qt in ${qt_prefix} was not built by tools/build-qt, so its source is "

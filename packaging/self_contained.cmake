@@ -1,5 +1,5 @@
-# The option SELF_CONTAINED: a program that needs only the system's C library. Include this before the
-# program's folders are added.
+# Sets the flags for the option SELF_CONTAINED: a program that needs only the system's C library.
+# Include this file before the program's folders are added.
 if(NOT SELF_CONTAINED)
     return()
 endif()
@@ -15,7 +15,8 @@ set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
 if(APPLE)
     add_link_options(-Wl,-dead_strip)
 else()
-    # Object files contain the machine code as well, because the tests link with it in seconds.
+    # The object files contain machine code in addition to the intermediate code. The tests link the
+    # machine code, which takes only seconds.
     set(CMAKE_CXX_COMPILE_OPTIONS_IPO -flto=auto -ffat-lto-objects)
     add_compile_options(-ffunction-sections -fdata-sections)
     add_link_options(-static-libstdc++ -static-libgcc -Wl,--gc-sections
@@ -24,8 +25,8 @@ else()
         -Wl,--defsym=__tls_get_addr=0)
 endif()
 
-# Lets the tests link the libraries without optimising them again for each test.
-macro(self_contained_tests)
+# The tests added after this call link the libraries without optimising them again for each test.
+macro(link_tests_without_optimisation)
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)
     if(NOT APPLE)
         add_link_options(-fno-lto)
