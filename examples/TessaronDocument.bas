@@ -15,15 +15,16 @@ Option Private Module
 '   TessaronOpenDocument() As String   takes the active document and its selection; these stay the
 '                                      same while the user clicks elsewhere. Returns why the
 '                                      document cannot be changed, or ""
-'   TessaronDocumentProblem() As String      the same answer for the document taken, later
+'   TessaronDocumentProblem() As String      repeats that check later, for the same document
 '   TessaronListFields() As Long             lists all fields, numbered from 0, in any order
 '   TessaronReadField(number) As Variant     Array(code, text, place)
 '   TessaronFieldRuns(number) As Variant     its text as runs (see TessaronText)
 '   TessaronSelection() As Variant           Array(place, last character selected); story -1 where
-'                                            no citation can be
+'                                            a citation cannot be inserted
 '   TessaronTextBetween(first, last)         the text between two fields
-'   TessaronKeepPlace position               keeps a position of the selection's story, which then
-'   TessaronKeptPlace() As Variant           moves with the text while the user writes
+'   TessaronKeepPlace position               remembers a position in the selection's story; it moves
+'                                            with the text while the user types
+'   TessaronKeptPlace() As Variant           that position as a place
 '   TessaronBeginChange, TessaronEndChange succeeded   one undo step; undone if not succeeded
 '   TessaronAddField(code) As Long           adds a field at the kept place
 '   TessaronSetCode number, code
@@ -49,7 +50,7 @@ Private Const Discard As Long = 6 ' True: an unrecorded edit by hand is to be lo
 
 ' The document as it was read last, in reading order, with the change that the macro wants.
 Private cites As Variant
-Private bibliographies As Variant ' the same, without Code and later
+Private bibliographies As Variant ' arrays like those in `cites`, up to Place
 Private otherFields As Variant
 Private fingerprint As String
 Private mergedFirst As Long ' field numbers; NoField without a merge
@@ -244,7 +245,7 @@ Private Sub MergeCitations()
     Dim first As Long, last As Long, i As Long, codes() As String, edited As Boolean, _
         merged As String
     SelectedCitations first, last
-    If last <= first Then Fail "Select two or more citations that stand side by side." & Unchanged
+    If last <= first Then Fail "Select two or more adjacent citations." & Unchanged
     ReDim codes(last - first)
     For i = first To last
         codes(i - first) = cites(i)(OldCode)

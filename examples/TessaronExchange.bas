@@ -150,7 +150,8 @@ Public Sub TessaronWriteText(path As String, text As String)
     Open path For Binary Access Write As #handle
     If text <> "" Then
         bytes = text
-        ' The bridge drops a U+FEFF at the start of a file. A second one protects that of the text.
+        ' The bridge drops a U+FEFF at the start of a file. A second one is written, so that the
+        ' text's own U+FEFF survives.
         If Left(text, 1) = ChrW(&HFEFF) Then bytes = ChrW(&HFEFF) & text
         Put #handle, , bytes
     End If

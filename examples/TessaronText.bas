@@ -56,7 +56,7 @@ Public Function TessaronManualMarkup(code As String) As String
 End Function
 
 ' Whether the code has a record of an edit, whatever its value. The bridge's command
-' hasManualEdit returns the same, but is a process for each citation.
+' hasManualEdit returns the same, but costs one process per citation.
 Public Function TessaronHasManualEdit(code As String) As Boolean
     TessaronHasManualEdit = RecordMember(code, "manualFormatting") <> ""
 End Function
@@ -199,7 +199,7 @@ End Function
 
 ' Formatted texts
 
-' The runs of a markup. Any other tag than those listed above is text.
+' The runs of a markup. Any tag other than those listed above is treated as text.
 Public Function TessaronRunsOfMarkup(markup As String) As Variant
     Dim runs As Variant, at As Long, mark As Long, openTags As String, length As Long
     runs = Array()

@@ -250,8 +250,9 @@ Public Function TessaronReadField(number As Long) As Variant
         StartOf(item), EndOf(item)))
 End Function
 
-' In Range.Text, a picture is "/", and a field inside is only its text. A U+0001 at the start means that
-' there is anything but text. Each addition is a statement, because after an error the next one runs.
+' In Range.Text, a picture is "/", and a field inside is only its text. A leading U+0001 means that the
+' field contains something other than text. Each addition is a separate statement, because after an
+' error On Error Resume Next continues with the next statement.
 Private Function ResultText(ByVal item As Field) As String
     Dim others As Long
     On Error Resume Next ' a field may have no result, and a story may not support all of these

@@ -134,7 +134,7 @@ int writeFile(const QString& path, const QString& content, bool* success)
     return writeArgsFile(path, {content}, success);
 }
 
-int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
+int writeArgsFile(const QString& path, const QStringList& strings, bool* success)
 {
     *success = false;
     const QString sidePath = path + QStringLiteral(".temp");
@@ -148,11 +148,11 @@ int writeArgsFile(const QString& path, const QStringList& lines, bool* success)
         return -1;
     }
     Utf16Writer writer(&sideFile);
-    for (int i = 0; i < lines.size(); ++i) {
+    for (int i = 0; i < strings.size(); ++i) {
         if (i > 0) {
             writer.write(QStringView(&argsFileSeparator, 1));
         }
-        writer.write(lines.at(i));
+        writer.write(strings.at(i));
     }
     const int byteCount = writer.finish();
     if (byteCount < 0) {

@@ -36,6 +36,6 @@ QStringList readArgsFile(const QString& path, bool* success);
 ///   (logs nothing and leaves the side file).
 int writeFile(const QString& path, const QString& content, bool* success);
 
-/// Writes `lines` as a list; otherwise like writeFile(). An empty list becomes an empty file, which
-/// readArgsFile() reads back as one empty string.
-int writeArgsFile(const QString& path, const QStringList& lines, bool* success);
+/// Writes `strings` as a list; otherwise like writeFile(). An empty list becomes an empty file,
+/// which readArgsFile() reads back as one empty string.
+int writeArgsFile(const QString& path, const QStringList& strings, bool* success);

@@ -67,7 +67,7 @@ public Q_SLOTS:
     /// Returns the field code of the library entry `uuid`, or an empty string on failure.
     QString getFieldCodeFromUuid(const QString& uuid);
 
-    /// Allows the application, on behalf of process `processId`, to take the keyboard focus. A
+    /// Informs the application that process `processId` allows it to take the keyboard focus. A
     /// failure is visible only in lastError().
     void allowSetFocus(int processId);
 
@@ -123,9 +123,9 @@ public Q_SLOTS:
     /// Returns false if the request failed. The results are then empty, the stored style and
     /// bibliography are unchanged, and lastErrorCitationIndex() returns the rejected citation.
     ///
-    /// Logs a warning and returns false if a reply with status 200 contains another number of
-    /// citations or no bibliography. Its results, bibliography and style are stored nevertheless,
-    /// lastErrorCitationIndex() returns -1 and lastError() is unchanged.
+    /// Logs a warning and returns false if a reply with status 200 contains a different
+    /// number of citations or no bibliography. Its results, bibliography and style are stored
+    /// nevertheless, lastErrorCitationIndex() returns -1 and lastError() is unchanged.
     bool formatCitationsAndBibliography();
 
     /// The results of the last batch, by index from 0 in the order of addCitation(). If the index
