@@ -23,6 +23,8 @@ private Q_SLOTS:
 
     void returnsLastError();
     void startsEachBatchEmpty();
+    void replacesStyleOfFormerBatch_data();
+    void replacesStyleOfFormerBatch();
     void rejectsUnknownCommand_data();
     void rejectsUnknownCommand();
     void setsTemporaryFolder_data();
@@ -53,6 +55,30 @@ void tst_CiteCommandHandlerFiles::startsEachBatchEmpty()
     QCOMPARE(compactJson(server.requests().at(1).body),
         compactJson(R"({"citationStyleUrl":"s2","tempDirectory":"/two","citationClusters":)"
                     R"([{"fieldCode":"f3","formattedText":"t3"}]})"));
+}
+
+void tst_CiteCommandHandlerFiles::replacesStyleOfFormerBatch_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("style");
+    QTest::newRow("other style") << QStringList{text("s2")} << QByteArray("s2");
+    QTest::newRow("empty style") << QStringList{QString()} << QByteArray();
+    QTest::newRow("no arguments") << QStringList() << QByteArray();
+}
+
+void tst_CiteCommandHandlerFiles::replacesStyleOfFormerBatch()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, style);
+    const QByteArray path = "/formattedCitationsAndBibliography/interactive";
+    const QString command = text("formatCitationsAndBibliography");
+    server.expect("POST", path, reply("{}", 500));
+    server.expect("POST", path, reply("{}", 500));
+    handler->handleCommandInternal(command, text("/a"), {text("s1")});
+    handler->handleCommandInternal(command, text("/a"), arguments);
+    QCOMPARE(compactJson(server.requests().at(1).body),
+        compactJson(R"({"citationStyleUrl":")" + style
+            + R"(","tempDirectory":"/a","citationClusters":[]})"));
 }
 
 void tst_CiteCommandHandlerFiles::rejectsUnknownCommand_data()
