@@ -117,6 +117,9 @@ void tst_JsonWriter::writesEveryType_data()
     row("unpaired low surrogate", QString(QChar(0xDE00)), R"("\ude00")");
     row("surrogates in the wrong order", QString(QChar(0xDE00)) + QChar(0xD83D),
         R"("\ude00\ud83d")");
+    // The string does not own its characters. The other half of the pair follows its end.
+    static const QChar pair[] = {QChar(0xD83D), QChar(0xDE00)};
+    row("string that ends within a pair", QString::fromRawData(pair, 1), R"("\ud83d")");
     row("high surrogate before a pair", QChar(0xD83D) + text("\U0001D11E"), "\"\\ud83d𝄞\"");
     row("empty map", QVariantMap(), "{}");
     row("map", QVariantMap{{text("b"), 1}, {text("a"), text("x")}}, R"({"a":"x","b":1})");
