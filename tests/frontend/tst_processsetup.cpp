@@ -46,6 +46,7 @@ private Q_SLOTS:
     void survivesFileSizeLimit();
     void dropsMessagesOfOtherThreads();
     void logsFatalMessagesOfOtherThreads();
+    void countsFailedThreadStartsOfOwnThread();
     void restoresLocaleVariable_data();
     void restoresLocaleVariable();
     void makesFileNamesUtf8();
@@ -184,6 +185,25 @@ void tst_ProcessSetup::logsFatalMessagesOfOtherThreads()
     });
     QCOMPARE(bytesOf(path), QByteArray("fatal in another thread\n"));
     QCOMPARE(answer, "the child ended with " + QByteArray::number(SIGABRT));
+}
+
+void tst_ProcessSetup::countsFailedThreadStartsOfOwnThread()
+{
+    const QByteArray answer = inChildProcess([] {
+        startProcessSetup();
+        const auto report = [] { qWarning("QThread::start: Thread creation error"); };
+        // Where QtNetworkClient keeps the number.
+        const auto count = [] {
+            const QVariant number =
+                QCoreApplication::instance()->property("tessaronFailedThreadStarts");
+            return QByteArray::number(number.toInt());
+        };
+        std::thread(report).join();
+        const QByteArray fromOtherThread = count();
+        report();
+        return fromOtherThread + ' ' + count();
+    });
+    QCOMPARE(answer, QByteArray("0 1"));
 }
 
 void tst_ProcessSetup::restoresLocaleVariable_data()
