@@ -6,7 +6,11 @@
 #include "tests/support/Texts.h"
 
 #include <QLocalServer>
+#include <QTimer>
 #include <QtTest>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 /// The program's standard streams and D-Bus.
 class tst_BridgeProcess : public QObject {
@@ -21,6 +25,7 @@ private Q_SLOTS:
     void survivesClosedStreams();
     void ignoresFailedOutput_data();
     void ignoresFailedOutput();
+    void writesReadyFileBeforeStatusIsPrinted();
     void dropsWarningWithoutErrorStream();
     void neverContactsBus();
     void leavesInputUnread();
@@ -88,6 +93,33 @@ void tst_BridgeProcess::ignoresFailedOutput()
     QCOMPARE(run.errors, QByteArray());
     QCOMPARE(run.exitStatus, 0);
     QCOMPARE(folder.results(), utf16le(text("false")));
+    QCOMPARE(folder.ready(), utf16le(text("10")));
+}
+
+void tst_BridgeProcess::writesReadyFileBeforeStatusIsPrinted()
+{
+    // Printing blocks while the pipe is full. The test reads from it once the ready file exists.
+    int ends[2] = {-1, -1};
+    QCOMPARE(pipe2(ends, O_NONBLOCK), 0);
+    const QByteArray page(4096, 'x');
+    while (write(ends[1], page.constData(), size_t(page.size())) > 0) { }
+    QCOMPARE(fcntl(ends[1], F_SETFL, 0), 0);
+    const ExchangeFolder folder;
+    folder.putArguments({});
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &timer, [&] {
+        if (QFile::exists(folder.readyPath())) {
+            QByteArray unread = page;
+            while (read(ends[0], unread.data(), size_t(unread.size())) > 0) { }
+        }
+    });
+    timer.start(5);
+    BridgeStart start = BridgeStart::prepared([&ends] { dup2(ends[1], STDOUT_FILENO); });
+    start.longestRunMs = 10000;
+    const BridgeOutcome run = runCommand("hasManualEdit", folder, start);
+    close(ends[0]);
+    close(ends[1]);
+    QCOMPARE(run.exitStatus, 0);
     QCOMPARE(folder.ready(), utf16le(text("10")));
 }
 
