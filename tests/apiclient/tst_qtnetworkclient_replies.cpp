@@ -159,6 +159,8 @@ void tst_QtNetworkClientReplies::returnsBody_data()
     row("204", "HTTP/1.1 204 No Content\r\n\r\n", false, 204, "");
     row("500 without a body", "HTTP/1.1 500 Oops\r\n" + withLength(""), false, 500, "");
 
+    // By default Qt answers this challenge with a second request.
+    row("401, NTLM", "HTTP/1.1 401 Who\r\nWWW-Authenticate: NTLM\r\n\r\nabc", true, 401, "abc");
     row("incomplete body", ok + "Content-Length: 100\r\n\r\nabc", true, 200, "abc");
     row("incomplete body, length of 2^63 - 1",
         ok + "Content-Length: 9223372036854775807\r\n\r\nabc", true, 200, "abc");
