@@ -72,6 +72,7 @@ private Q_SLOTS:
     void keepsLinesShort();
     void splitsBetweenCharacters();
     void limitsErrorText();
+    void keepsBodyAfterErrorThatFillsTheLine();
     void printsBodiesOnlyWhenNamed_data();
     void printsBodiesOnlyWhenNamed();
 
@@ -207,6 +208,14 @@ void tst_HttpTrace::limitsErrorText()
     QVERIFY(printed().first().size() < 1024);
 }
 
+void tst_HttpTrace::keepsBodyAfterErrorThatFillsTheLine()
+{
+    const QByteArray body = QByteArray("\xE2\x82\xAC").repeated(2000);
+    // Each of these characters becomes an escape sequence.
+    traceReply(1, {502, body}, 0, QString(5000, QChar(1)));
+    QVERIFY(bodyIn(bodyLines()) == body);
+}
+
 void tst_HttpTrace::printsBodiesOnlyWhenNamed_data()
 {
     QTest::addColumn<QByteArray>("rules");
@@ -236,6 +245,8 @@ void tst_HttpTrace::printsBodiesOnlyWhenNamed_data()
         false);
     row("named, then disabled by a wildcard", "tessaron.http.body=true;*.debug=false", "", false,
         false);
+    row("named, disabled by name, then a wildcard",
+        "tessaron.http.body=true;tessaron.http.body=false;*.debug=true", "", true, false);
     row("warnings only", "tessaron.http.body.warning=true;*.debug=true", "", true, false);
     row("similar name", "tessaron.http.bodyguard.debug=true;*.debug=true", "", true, false);
     row("name without a value", "tessaron.http.body.debug;*.debug=true", "", true, false);
