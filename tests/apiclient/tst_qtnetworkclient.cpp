@@ -3,7 +3,10 @@
 #include "tests/support/Texts.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLibraryInfo>
+#include <QLoggingCategory>
 #include <QNetworkProxyFactory>
 #include <QTimer>
 #include <QtTest>
@@ -33,6 +36,7 @@ private Q_SLOTS:
     void ignoresTimeout();
     void letsTwoClientsWaitAtOnce();
     void reportsErrorOfLastRequest();
+    void tracesNumberAndFailureOfRequest();
     void transfersLargeBodies();
 };
 
@@ -314,6 +318,30 @@ void tst_QtNetworkClient::reportsErrorOfLastRequest()
     QCOMPARE(client->lastError(), text("Connection refused"));
     client->connect(text("127.0.0.1"), server->port());
     QCOMPARE(client->lastError(), text("Connection refused"));
+}
+
+void tst_QtNetworkClient::tracesNumberAndFailureOfRequest()
+{
+    server->expect("GET", "/a", ScriptedReply::json("{}"));
+    server->expect("POST", "/a", ScriptedReply::json("{}", 404));
+    const QByteArray formerRules = qgetenv("QT_LOGGING_RULES");
+    qputenv("QT_LOGGING_RULES", "tessaron.http.body=true");
+    QLoggingCategory::setFilterRules(text("tessaron.http.body.debug=true"));
+    client->get(text("/a"));
+    client->post(text("/a"), "{}");
+    QLoggingCategory::setFilterRules({});
+    qputenv("QT_LOGGING_RULES", formerRules);
+
+    QList<int> numbers;
+    QList<bool> failures;
+    for (const QString& line : messages()) {
+        const QJsonObject event = QJsonDocument::fromJson(line.toUtf8()).object();
+        numbers << event.value(text("exchange")).toInt();
+        failures << event.contains(text("error"));
+    }
+    messages().clear();
+    QCOMPARE(numbers, (QList<int>{1, 1, 2, 2}));
+    QCOMPARE(failures, (QList<bool>{false, false, false, true}));
 }
 
 void tst_QtNetworkClient::transfersLargeBodies()
