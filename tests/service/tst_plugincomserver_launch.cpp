@@ -9,6 +9,7 @@ class tst_PluginComServer_Launch : public PresenceTest {
 
 private Q_SLOTS:
     void doesNotStartARunningApplication();
+    void keepsTheLastErrorIfTheApplicationIsRunning();
     void reportsAFailedStart_data();
     void reportsAFailedStart();
     void waitsForTheApi();
@@ -29,6 +30,18 @@ void tst_PluginComServer_Launch::doesNotStartARunningApplication()
     QCOMPARE(fakeSystem.startCount, 0);
     QCOMPARE(fakeSystem.pauses.size(), 0);
     QCOMPARE(service.lastError(), QString());
+}
+
+void tst_PluginComServer_Launch::keepsTheLastErrorIfTheApplicationIsRunning()
+{
+    const RunningProcess application;
+    server.expect("GET", path, ScriptedReply::json(R"({"error":"starting"})", 503));
+    server.expect("GET", path, processIdReply(application.id()));
+    PluginComServer service;
+    QVERIFY(!service.isTessaronRunning());
+    QVERIFY(service.launchTessaron());
+    QCOMPARE(fakeSystem.startCount, 0);
+    QCOMPARE(service.lastError(), QStringLiteral("starting"));
 }
 
 void tst_PluginComServer_Launch::reportsAFailedStart_data()
