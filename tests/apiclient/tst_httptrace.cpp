@@ -251,6 +251,8 @@ void tst_HttpTrace::printsBodiesOnlyWhenNamed_data()
     row("similar name", "tessaron.http.bodyguard.debug=true;*.debug=true", "", true, false);
     row("name without a value", "tessaron.http.body.debug;*.debug=true", "", true, false);
     row("rule that Qt rejects", "tessaron.http.body.debug=false=true", "", false, false);
+    row("rule that Qt rejects, then a wildcard", "tessaron.http.body.debug=true=false;*.debug=true",
+        "", true, false);
     row("configuration file", "", "tessaron.http.body.debug=true", false, false);
     row("configuration file with a wildcard", "", "*.debug=true", true, false);
     row("configuration file and events", "tessaron.http.debug=true",
