@@ -42,6 +42,7 @@ private Q_SLOTS:
     void startsWithPrefix_data();
     void startsWithPrefix();
     void writesLongTexts();
+    void keepsNoSpareMemoryInShortText();
     void failsIfTextIsTooLong();
 };
 
@@ -338,6 +339,13 @@ void tst_JsonWriter::writesLongTexts()
     QVERIFY(JsonUtils::serialize(threeBytes) == '"' + threeBytes.toUtf8() + '"');
     QVERIFY(JsonUtils::serializeToText(escaped)
         == QLatin1Char('"') + text("\\u0001").repeated(length) + QLatin1Char('"'));
+}
+
+void tst_JsonWriter::keepsNoSpareMemoryInShortText()
+{
+    // A long document keeps thousands of field codes.
+    QVERIFY(JsonUtils::serialize(text("short")).capacity() < 100);
+    QVERIFY(JsonUtils::serializeToText(text("short"), text("prefix ")).capacity() < 100);
 }
 
 void tst_JsonWriter::failsIfTextIsTooLong()
