@@ -71,7 +71,7 @@ void appendUnit(std::string* bytes, unsigned unit)
     *bytes += char(unit >> 8);
 }
 
-// Appends valid UTF-8 as UTF-16LE. The JSON library rejects invalid UTF-8 before.
+// Appends valid UTF-8 as UTF-16LE. The JSON library has already rejected invalid UTF-8.
 void appendUtf16(std::string* bytes, const std::string& text)
 {
     for (size_t at = 0; at < text.size();) {

@@ -345,7 +345,7 @@ class FailedTrialTest(MacCase):
         self.wrap_bridge("export XDG_CONFIG_HOME=/nonexistent")
         # Otherwise the trial of the launch would wait until the application starts.
         self.fails("lsregister", '[ "$1" = -f ]')
-        self.failed("The port in the settings", "The bridge did not ask on port")
+        self.failed("The port in the settings", "The bridge sent no request to port")
 
     def test_reports_a_bridge_that_fails(self):
         self.wrap_bridge('[ "$1" != getUserUuid ] || { echo no library; exit 6; }')

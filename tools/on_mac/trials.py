@@ -73,10 +73,10 @@ def settings(mac):
         exchange.run("isTessaronRunning")
         if server.requests != ["GET /tessaronDesktopInfo"]:
             raise Problem(
-                f"The bridge did not ask on port {mac.port}. docs/macos.md says where it looks for "
+                f"The bridge sent no request to port {mac.port}. docs/macos.md says where it looks for "
                 "the port; a sandboxed application hides its settings."
             )
-    return [f"the bridge asked on port {mac.port}, which defaults had written"]
+    return [f"the bridge sent its request to port {mac.port}, which defaults had written"]
 
 
 def launch(mac):
@@ -85,7 +85,7 @@ def launch(mac):
     if real:
         question = (
             f"{real[0]} is installed, so launchTessaron starts it and not the stand-in. Start it now? "
-            "You quit it afterwards."
+            "Please quit it afterwards."
         )
         if not agreed(question):
             raise NotTried(f"{real[0]} is installed, and you did not want it to be started")
