@@ -47,7 +47,7 @@ function check(contract, { path, fails, expect = () => false }, requestBody, { s
     }
     const findings = checkReply(contract, { path, requestBody }, { status, body });
     if ((status === 200) === Boolean(fails)) {
-        const wanted = fails ? 'must be refused with another status than 200' : 'must succeed with status 200';
+        const wanted = fails ? 'must be refused with a status other than 200' : 'must succeed with status 200';
         return [deviation(undefined, wanted, `status ${status}: ${shorten(body)}`), ...findings];
     }
     const unmet = findings.length === 0 && expect(JSON.parse(body));

@@ -16,8 +16,8 @@ const UNREADABLE = { fieldCode: 'ADDIN CSL_CITATION {', formattedText: '(unreada
  */
 const QUESTIONS = [
     { path: '/tessaronDesktopInfo', asks: 'whether it runs' },
-    { path: '/wordProcessor/set', asks: 'to note which word processor calls' },
-    { path: '/allowSetFocus', asks: 'to note that this program allows the focus',
+    { path: '/wordProcessor/set', asks: 'to record the calling word processor' },
+    { path: '/allowSetFocus', asks: 'to let it take the keyboard focus',
         body: () => ({ processId: process.pid }) },
     { path: '/userUuid', asks: 'the user\'s identifier' },
     { path: '/userAccount', asks: 'the user\'s account' },

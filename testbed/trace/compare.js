@@ -2,18 +2,18 @@
 
 const SHOWN_LENGTH = 80;
 
-/** Returns the first difference between a recorded request and another as a sentence, or ''. */
+/** Returns the place of the first difference between two requests and their values there, or ''. */
 function firstDifference(recorded, asked) {
     if (recorded.method !== asked.method || recorded.path !== asked.path) {
-        return `the trace has ${recorded.method} ${recorded.path}, the bridge sent `
-            + `${asked.method} ${asked.path}`;
+        return `in its method or path: the trace has ${recorded.method} ${recorded.path}, `
+            + `but the bridge sent ${asked.method} ${asked.path}`;
     }
     if (recorded.body.equals(asked.body)) {
         return '';
     }
     const [before, now] = [parse(recorded.body), parse(asked.body)];
     if (before === undefined || now === undefined) {
-        return describeDifference('the body', recorded.body.toString(), asked.body.toString());
+        return describeDifference('in the body', recorded.body.toString(), asked.body.toString());
     }
     return valueDifference(before, now, '');
 }
@@ -34,7 +34,7 @@ function valueDifference(before, now, pointer) {
         return '';
     }
     if (!isContainer(before) || !isContainer(now) || Array.isArray(before) !== Array.isArray(now)) {
-        return describeDifference(pointer || 'the body', before, now);
+        return describeDifference(pointer ? `at ${pointer}` : 'in the body', before, now);
     }
     const keys = new Set([...Object.keys(before), ...Object.keys(now)]);
     for (const key of keys) {
@@ -55,7 +55,7 @@ function describeDifference(where, before, now) {
     const from = Math.max(0, same - SHOWN_LENGTH / 2);
     const show = (text) => `${from > 0 ? '...' : ''}${text.slice(from, from + SHOWN_LENGTH)}`
         + `${text.length > from + SHOWN_LENGTH ? '...' : ''}`;
-    return `at ${where} the trace has ${show(first)}, the bridge sent ${show(second)}`;
+    return `${where}: the trace has ${show(first)}, but the bridge sent ${show(second)}`;
 }
 
 module.exports = { firstDifference };

@@ -53,7 +53,7 @@ async function play(exchanges, { port, limitMs, program }) {
         finish = (sentence) => { state.isFinished = true; resolve(sentence); };
     });
     const stop = (why) => finish(state.asked === exchanges.length ? ''
-        : `${why} after ${state.asked} of ${exchanges.length} requests.`);
+        : `${why}. Requests received: ${state.asked} of ${exchanges.length}.`);
     const player = createPlayer(exchanges, (exchange, request) => {
         timer.refresh(); // set below, before the first request
         state.asked += 1;
@@ -63,7 +63,7 @@ async function play(exchanges, { port, limitMs, program }) {
         }
     });
     const used = await listen(player, port);
-    const timer = setTimeout(() => stop('No request came'), limitMs);
+    const timer = setTimeout(() => stop(`No request came for ${limitMs / 1000} s`), limitMs);
     for (const signal of ['SIGINT', 'SIGTERM']) {
         process.once(signal, () => stop('Interrupted'));
     }
@@ -80,12 +80,12 @@ async function play(exchanges, { port, limitMs, program }) {
 /** Prints a request. Returns a sentence if it differs from the recorded request, otherwise ''. */
 function report(number, exchange, request) {
     const difference = exchange ? firstDifference(exchange, request)
-        : `the trace has no more requests, the bridge sent ${request.method} ${request.path}`;
+        : `from the trace, which has no more: the bridge sent ${request.method} ${request.path}`;
     say(`Request ${number}: ${request.method} ${request.path}`);
     if (exchange && !exchange.reply) {
         say('  The trace ends before the reply, so there is no answer.');
     }
-    return difference && `Request ${number} differs: ${difference}.`;
+    return difference && `Request ${number} differs ${difference}.`;
 }
 
 /** Runs the command of each exchange in turn and prints its results. */
@@ -126,7 +126,7 @@ async function main() {
     const program = values.run ? findBridge(values.bridge) : '';
     const exchanges = readTrace(positionals[0]);
     const difference = await play(exchanges, { port, limitMs, program });
-    say(difference || `All ${exchanges.length} requests were as recorded.`);
+    say(difference || `Requests as recorded: ${exchanges.length} of ${exchanges.length}.`);
     return difference ? 1 : 0;
 }
 

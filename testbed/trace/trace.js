@@ -1,7 +1,8 @@
 'use strict';
 
 // Reads the trace that the bridge prints to standard error. Lines of "tessaron.http" are for people and
-// are ignored. Lines of "tessaron.http.body" are complete. apiclient/HttpTrace.h describes both.
+// are ignored. Lines of "tessaron.http.body" contain everything that is in the readable lines, and the
+// bodies. apiclient/HttpTrace.h describes both.
 
 const fs = require('node:fs');
 

@@ -75,7 +75,7 @@ const FAULTS = [
     [FORMAT, { extraCitations: 1 }, [/\/citationClusters must have 1 entries, as the request has; found 2/,
         /The bridge \(formatCitationsAndBibliography\) returns "false", "-1", and says: Citation count mismatch/]],
     ['/testMethods/citationCluster/getFromUuid', { status: 200, body: '{"citationCluster":{}}' },
-        [/the reply must be refused with another status than 200/]],
+        [/the reply must be refused with a status other than 200/]],
     ['/allowSetFocus', { body: '5' }, [/No command of the bridge sends this\./]],
 ];
 for (const [url, fault, patterns] of FAULTS) {
@@ -99,7 +99,7 @@ test('an empty bibliography satisfies the contract', async (t) => {
 });
 
 const SERVERS = [
-    ['another JSON', 200, '{"hello":"world"}'],
+    ['other JSON', 200, '{"hello":"world"}'],
     ['web pages', 200, '<!DOCTYPE html><p>It works!</p>'],
     ['redirects', 301, ''],
     ['refusals', 403, 'Forbidden'],

@@ -48,7 +48,7 @@ test('has quotation marks, ampersands and an author with two works in a year', (
     assert.ok(new Set(keys).size < keys.length);
 });
 
-test('has the demo document that its script writes', () => {
+test('demo-document.json matches the output of its script', () => {
     const file = path.join(__dirname, '..', 'demo-document.json');
     assert.deepStrictEqual(JSON.parse(fs.readFileSync(file, 'utf8')),
         { citations: demoDocument(library) });
@@ -60,6 +60,7 @@ test('has locators, prefixes and several works in the demo document', () => {
     assert.ok(cited.length >= 12);
     assert.ok(new Set(works.map(({ id }) => id)).size >= 10);
     assert.ok(works.some(({ locator }) => locator));
+    assert.ok(works.some(({ prefix }) => prefix));
     assert.ok(cited.some((citationItems) => citationItems.length > 1));
     assert.ok(works.some(({ itemData }) => /\p{Script=Han}/u.test(itemData.title)));
     const einstein = works.filter(({ id }) => id.startsWith('einstein-1905'));

@@ -117,8 +117,8 @@ const badLibrary = (text) => (folder) => {
 const entry = '{"uuid":"a","itemData":{"type":"book"}}';
 const WRONG_OPTIONS = [
     ['an unknown option', () => ['--colour'], /colour/],
-    ['a word without option', () => ['hello'], /hello/],
-    ['an option without value', () => ['--account'], /account/],
+    ['a word without an option', () => ['hello'], /hello/],
+    ['an option without a value', () => ['--account'], /account/],
     ['a port that is a word', () => ['--port', 'http'], /"http" is not a port number\./],
     ['a port that is negative', () => ['--port=-1'], /"-1" is not a port number\./],
     ['a port that is too large', () => ['--port', '65536'], /"65536" is not a port number\./],
@@ -129,8 +129,8 @@ const WRONG_OPTIONS = [
     ['a library that does not exist', (folder) => ['--library', `${folder}/x`], /no such file/],
     ['a library that is malformed', badLibrary('['), /JSON/],
     ['a library that is not a list', badLibrary('{}'), /It is not a list\./],
-    ['a library with an entry without uuid', badLibrary('[{}]'), /Entry 1: It has no "uuid"\./],
-    ['a library with an entry without data', badLibrary('[{"uuid":"a"}]'), /no "itemData"/],
+    ['a library with an entry without a uuid', badLibrary('[{}]'), /Entry 1: It has no "uuid"\./],
+    ['a library with an entry without its data', badLibrary('[{"uuid":"a"}]'), /no "itemData"/],
     ['a library with a uuid twice', badLibrary(`[${entry},${entry}]`), /Entry 2: Another entry/],
 ];
 for (const [name, options, reason] of WRONG_OPTIONS) {

@@ -26,7 +26,7 @@ test('the commands of a trace run again, with the recorded results', async (t) =
     const ended = once(child, 'close');
     const outcomes = new Map(await runAllCommands(port));
     assert.deepStrictEqual(await ended, [0, null]);
-    assert.match(output, /All 16 requests were as recorded\.\n$/);
+    assert.match(output, /Requests as recorded: 16 of 16\.\n$/);
     assert.strictEqual(outcomes.get('formatCitationsAndBibliography').results[0], 'true');
     assert.deepStrictEqual(outcomes.get('getUserAccount').results, ['reader@example.org']);
 });
@@ -37,7 +37,7 @@ test('--run derives the commands from the trace', async (t) => {
     assert.strictEqual(status, 0, output);
     assert.match(output, /^getUserAccount: reader@example\.org$/m);
     assert.match(output, /^formatCitationsAndBibliography: true \| /m);
-    assert.match(output, /^All 16 requests were as recorded\.$/m);
+    assert.match(output, /^Requests as recorded: 16 of 16\.$/m);
 });
 
 test('every request of the contract except /allowSetFocus has a command', () => {
@@ -88,20 +88,20 @@ for (const [name, request, reply, line] of RESULTS) {
 const clusters = (...codes) => ({ citationClusters: codes.map((fieldCode) => ({ fieldCode })) });
 const DIFFERENCES = [
     ['another path', [UUID], ['getUserAccount'],
-        'Request 1 differs: the trace has GET /userUuid, the bridge sent GET /userAccount.'],
+        'Request 1 differs in its method or path: the trace has GET /userUuid, but the bridge sent GET /userAccount.'],
     ['another method', [UUID], ['mergeFields', 'a'],
-        'Request 1 differs: the trace has GET /userUuid, the bridge sent POST /citations/merge.'],
+        'Request 1 differs in its method or path: the trace has GET /userUuid, but the bridge sent POST /citations/merge.'],
     ['another text', [MERGE], ['mergeFields', 'b'],
-        'Request 1 differs: at /citationClusters/0/fieldCode the trace has "a", the bridge sent "b".'],
-    ['an additional element', [MERGE], ['mergeFields', 'a', 'b'], 'Request 1 differs: at /citationClusters/1 '
-        + 'the trace has nothing, the bridge sent {"fieldCode":"b"}.'],
+        'Request 1 differs at /citationClusters/0/fieldCode: the trace has "a", but the bridge sent "b".'],
+    ['an additional element', [MERGE], ['mergeFields', 'a', 'b'], 'Request 1 differs at /citationClusters/1: '
+        + 'the trace has nothing, but the bridge sent {"fieldCode":"b"}.'],
     ['a missing element', [{ ...MERGE, body: json(clusters('a', 'b')) }], ['mergeFields', 'a'],
-        'Request 1 differs: at /citationClusters/1 the trace has {"fieldCode":"b"}, the bridge sent nothing.'],
+        'Request 1 differs at /citationClusters/1: the trace has {"fieldCode":"b"}, but the bridge sent nothing.'],
     ['a difference late in a long text', [{ ...MERGE, body: json(clusters('x'.repeat(5000))) }],
         ['mergeFields', `${'x'.repeat(4990)}y${'x'.repeat(9)}`],
-        `Request 1 differs: at /citationClusters/0/fieldCode the trace has ...${'x'.repeat(49)}x"`.slice(0, 90)],
+        `Request 1 differs at /citationClusters/0/fieldCode: the trace has ...${'x'.repeat(49)}x"`.slice(0, 90)],
     ['a body that is not JSON', [{ ...MERGE, body: 'hello' }], ['mergeFields', 'a'],
-        'Request 1 differs: at the body the trace has "hello"'],
+        'Request 1 differs in the body: the trace has "hello"'],
 ];
 for (const [name, exchanges, [command, ...args], sentence] of DIFFERENCES) {
     test(`a replay reports ${name}`, async (t) => {
@@ -130,13 +130,13 @@ test('--run stops at a request that no command sends', async (t) => {
     const { status, output } = await runTool(t, 'replay', [file, '--run']);
     assert.strictEqual(status, 1);
     assert.match(output, /no command of the bridge sends \/allowSetFocus/);
-    assert.match(output, /The commands ended after 0 of 1 requests\.\n$/);
+    assert.match(output, /The commands ended\. Requests received: 0 of 1\.\n$/);
 });
 
 test('a replay gives up if no request comes', async (t) => {
     const { status, output } = await runTool(t, 'replay', [traceFile(t, traceOf(UUID)), '--limit', '0']);
     assert.strictEqual(status, 1);
-    assert.match(output, /No request came after 0 of 1 requests\.\n$/);
+    assert.match(output, /No request came for 0 s\. Requests received: 0 of 1\.\n$/);
 });
 
 for (const signal of ['SIGINT', 'SIGTERM']) {
@@ -146,7 +146,7 @@ for (const signal of ['SIGINT', 'SIGTERM']) {
         child.stdout.on('data', (text) => { output += text; });
         child.kill(signal);
         assert.deepStrictEqual(await once(child, 'close'), [1, null]);
-        assert.match(output, /Interrupted after 0 of 1 requests\.\n$/);
+        assert.match(output, /Interrupted\. Requests received: 0 of 1\.\n$/);
     });
 }
 
