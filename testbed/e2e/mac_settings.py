@@ -1,7 +1,7 @@
 """Temporarily changes the port in the application's settings on macOS.
 
 The system keeps the preferences of each user in a service, so no environment variable redirects them.
-The program `defaults` changes them, and restores the former value afterwards.
+This class changes them with `defaults` and restores the former value afterwards.
 """
 
 import atexit

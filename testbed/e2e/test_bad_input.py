@@ -186,7 +186,7 @@ DOCUMENTS = {
     "a field code of nested brackets": (third_code(lambda code: code[:19] + "[" * 9000), REJECTED),
     "a field code with a number beyond a double": (
         third_code(lambda code: code.replace('"noteIndex": 0', '"noteIndex": 1e400')),
-        "in the body, holds the number 1e400, which exceeds the range of a double"),
+        "in the body) holds the number 1e400, which exceeds the range of a double"),
     "a field code beyond the parser's limit": (
         third_code(lambda code: code.replace('"noteIndex"', f'"&amp;{"x" * 10_000_000}"')),
         "holds a text of more than 10,000,000 bytes"),
@@ -214,7 +214,7 @@ def answer(text="(x)", style=APA, bibliography="b", cluster='{"citationItems":[{
     return {"body": f'{json.dumps(start)[:-1]},"citationClusters":[{every}]}}'}
 
 
-EMPTY_TEXT = 'The text in the answer for citation 1 of 12, "(Turing 1950)" in the body, is empty.'
+EMPTY_TEXT = 'The text in the answer for citation 1 of 12 ("(Turing 1950)" in the body) is empty.'
 FAULTS = {
     "an empty text": (answer(text=""), EMPTY_TEXT),
     "a text of spaces": (answer(text=" \u2003"), EMPTY_TEXT),
@@ -234,7 +234,7 @@ FAULTS = {
     "one citation too few": ({"extraCitations": -1}, "Submitted 12 citations but only received 11"),
     "no bibliography": ({"emptyBibliography": True}, "No formatted bibliography returned"),
     "status 500": ({"status": 500}, "refused the style"),
-    "another success than 200": ({"status": 201}, "refused the style"),
+    "a status other than 200": ({"status": 201}, "refused the style"),
     "a body that is not JSON": ({"body": "<html>"}, "could not be used"),
     "an empty answer": ({"body": ""}, "could not be used"),
     "citations without clusters": ({"body": json.dumps(WITHOUT_CLUSTERS)}, "holds no citation"),

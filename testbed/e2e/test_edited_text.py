@@ -11,7 +11,7 @@ BATCH = "/formattedCitationsAndBibliography/interactive"
 FAILED = {
     "status 500": {"status": 500},
     "status 404": {"status": 404},
-    "another success than 200": {"status": 201},
+    "a status other than 200": {"status": 201},
     "a connection closed at once": {"drop": "beforeStatus"},
 }
 WITHOUT_CITATION = {
@@ -59,7 +59,7 @@ class EditedText(EndToEnd):
             with self.subTest(name):
                 self.faults.write_text(json.dumps({UPDATE: fault}))
                 reason = "was not recorded" if name in FAILED else "holds no citation"
-                self.fails(reason, f'citation 2 of 12, "{EDIT}" in the body', "Nothing was written")
+                self.fails(reason, f'citation 2 of 12 ("{EDIT}" in the body)', "Nothing was written")
 
     def test_a_cancelled_dialog_leaves_the_document_unchanged(self):
         self.answer(cancel=True)
@@ -111,12 +111,12 @@ class EditedText(EndToEnd):
                     for f in reader.citations(self.document)]  # fmt: skip
         body = {"citationStyleUrl": APA, "bibliography": "b", "citationClusters": clusters}
         self.faults.write_text(json.dumps({BATCH: {"body": json.dumps(body)}}))
-        self.fails("would replace the text edited by hand of citation 2 of 12")
+        self.fails("would replace the hand-edited text of citation 2 of 12")
         self.ok("format", self.document, self.document, "--style", APA, "--discard-edits")
         self.assertEqual(set(self.texts()), {"(other)"})
 
     def test_other_actions_do_not_replace_an_edit(self):
-        self.fails("would replace the text edited by hand", action=("edit", "2"))
+        self.fails("would replace the hand-edited text", action=("edit", "2"))
         source = self.path("samples/structures.docx")
         self.ok_with_warnings("format", source, self.document, "--style", APA)
         old = ">(Graham, 2009)</w:t>"
@@ -125,7 +125,7 @@ class EditedText(EndToEnd):
         before = self.document.read_bytes()
         done = self.home.macro(*merge)
         self.assertEqual(done.returncode, 1)
-        self.assertIn("Merging would replace the text edited by hand of citation 14", done.stderr)
+        self.assertIn("Merging would replace the hand-edited text of citation 14", done.stderr)
         self.assertEqual(self.document.read_bytes(), before)
         self.ok_with_warnings(*merge, "--discard-edits")
         self.assertNotIn(EDIT, self.texts())

@@ -74,7 +74,7 @@ class OneCitation(EndToEnd):
     def test_refuses_undo_without_an_edit(self):
         before = self.document.read_bytes()
         message = self.failure("undo", self.document, self.document, "3")
-        self.assertIn("Citation 3 has no text edited by hand", message)
+        self.assertIn("Citation 3 has no hand-edited text", message)
         self.assertEqual(self.document.read_bytes(), before)
 
     def test_formats_codes_with_additional_spaces(self):
@@ -149,7 +149,7 @@ class OneCitation(EndToEnd):
     def test_does_not_merge_citations_with_words_between(self):
         before = self.document.read_bytes()
         message = self.failure("merge", self.document, self.document, 1, 2)
-        self.assertIn("Citations 1 and 2 do not stand side by side", message)
+        self.assertIn("Citations 1 and 2 are not adjacent", message)
         self.assertEqual(self.document.read_bytes(), before)
 
     def test_refuses_numbers_without_a_citation(self):
@@ -184,7 +184,7 @@ class OneCitation(EndToEnd):
         for target in (path, self.document):
             kept = target.read_bytes()
             message = self.failure("format", path, target, "--style", APA)
-            self.assertIn('rejected citation 5 of 12, "{Citation}" in the body', message)
+            self.assertIn('rejected citation 5 of 12 ("{Citation}" in the body)', message)
             self.assertEqual(target.read_bytes(), kept)
         self.assertEqual(path.read_bytes(), before)
 

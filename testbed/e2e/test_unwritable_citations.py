@@ -7,7 +7,7 @@ import processor
 import reader
 from support import APA, IEEE, EndToEnd, make, replace_nth, rewrite
 
-SKIPPED = "cannot be read and is skipped: in a numeric style the numbers do not count it"
+SKIPPED = "cannot be read and is skipped: numeric styles number the citations without it"
 
 
 class UnwritableCitations(EndToEnd):
@@ -46,9 +46,9 @@ class UnwritableCitations(EndToEnd):
         done = self.format()
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertIn("cannot be read, because it contains another field. Nothing was written. With "
-                      "--skip-unreadable the others are formatted without it: in a numeric style the "
-                      "numbers do not count it, and a work that is cited nowhere else is missing from "
-                      "the bibliography.", done.stderr)  # fmt: skip
+                      "--skip-unreadable the others are formatted without it: numeric styles number "
+                      "the citations without it, and a work that is cited nowhere else is missing "
+                      "from the bibliography.", done.stderr)  # fmt: skip
         self.assertFalse(self.target.exists())
         done = self.format("--skip-unreadable")
         self.assertEqual(done.returncode, 0, done.stderr)

@@ -64,8 +64,8 @@ class Bibliography(unittest.TestCase):
                     self.check_kept(contents, document)
 
     def check_kept(self, contents, document):
-        """Sections and bookmarks are kept, a section in the last paragraph; a second fill changes
-        nothing."""
+        """Section breaks and bookmarks are kept; a section break moves to the last paragraph. A second
+        fill changes nothing."""
         body = document.trees["main"][0]
         self.assertEqual("<w:sectPr/>" in contents, len([*body.iter(W + "sectPr")]) == 2)
         self.assertEqual("bookmark" in contents, len([*body.iter(W + "bookmarkStart")]) == 1)

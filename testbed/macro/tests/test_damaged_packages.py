@@ -1,5 +1,5 @@
-"""Every action on a damaged package ends with a result or with a sentence about the reason. The seed
-is printed; MACRO_SEED sets it."""
+"""Every action on a damaged package gives a result or an error message. The seed is printed;
+MACRO_SEED sets it."""
 
 import os
 import random
@@ -97,7 +97,7 @@ class DamagedPackages(unittest.TestCase):
     def setUpClass(cls):
         print(f"MACRO_SEED={SEED}", file=sys.stderr)
 
-    def test_every_package_ends_with_a_result_or_a_sentence(self):
+    def test_every_damaged_package_gives_a_result_or_an_error_message(self):
         statuses = {0: 0, 1: 0}
         with tempfile.TemporaryDirectory() as folder:
             source, target = Path(folder, "source.docx"), Path(folder, "target.docx")

@@ -138,8 +138,8 @@ CHANGES = (
     ("format", None, (), "all citations and the bibliography"),
     ("insert", commands.insert, (), "a new citation at the end of the body, or at a bookmark"),
     ("edit", commands.edit, ("number",), "one citation, in the dialog"),
-    ("merge", commands.merge, ("first", "last"), "neighbouring citations into one"),
-    ("undo", commands.undo, ("number",), "the text edited by hand of one citation"),
+    ("merge", commands.merge, ("first", "last"), "adjacent citations into one"),
+    ("undo", commands.undo, ("number",), "the hand-edited text of one citation"),
 )
 
 FLAGS = (

@@ -62,8 +62,8 @@ def shows(field, markup):
 
 
 def is_edited(field):
-    """Whether the document shows another text than the recorded one. A field without a text does not
-    count as edited, because formatting it loses nothing."""
+    """Whether the document shows a text different from the recorded one. A field without a text does
+    not count as edited, because formatting it loses nothing."""
     recorded = recorded_text(field.code)
     has_text = runs.plain(field.pieces()).strip() != ""
     return recorded is not None and has_text and not shows(field, recorded)

@@ -11,7 +11,7 @@ NOT_RUNNING = (
     'Tessaron Desktop does not answer; it can be started with "macro run launchTessaron".'
 )
 WITHOUT_IT = (
-    "in a numeric style the numbers do not count it, and a work that is cited nowhere else is "
+    "numeric styles number the citations without it, and a work that is cited nowhere else is "
     "missing from the bibliography."
 )
 
@@ -93,7 +93,7 @@ def _record_edit(bridge, document, field):
     if not _is_recorded(field, code) and not _is_given_up(field, code):
         _check_running(bridge)
         raise Failure(
-            f"The text edited by hand of {name}, was not recorded: Tessaron Desktop failed, or its "
+            f"The hand-edited text of {name} was not recorded: Tessaron Desktop failed, or its "
             f"dialog was cancelled. {UNCHANGED} With --discard-edits such texts are replaced."
         )
     rewrite.set_everywhere(field, code, None)
@@ -170,10 +170,10 @@ def _check_batch(document, citations, batch, choices):
             raise _no_citation(document.named(field))
         if not runs.plain(text).strip():
             name = document.named(field)
-            raise Failure(f"The text in the answer for {name}, is empty. {UNCHANGED}")
+            raise Failure(f"The text in the answer for {name} is empty. {UNCHANGED}")
         if not choices.discard_edits and _would_lose_edit(field, text):
             raise Failure(
-                f"The answer would replace the text edited by hand of {document.named(field)}. "
+                f"The answer would replace the hand-edited text of {document.named(field)}. "
                 f"{UNCHANGED} "
                 "With --discard-edits it is replaced."
             )
@@ -190,7 +190,7 @@ def _reason(bridge, document, citations, style, messages):
         number = clusters.too_large_number(field.code)
         if number:
             return (
-                f"The field code of {document.named(field)}, holds the number {number[:30]}, which "
+                f"The field code of {document.named(field)} holds the number {number[:30]}, which "
                 f"exceeds the range of a double. The bridge cannot read it in an answer. {UNCHANGED}"
             )
     if "received 0 formatted citations" in messages:
@@ -274,7 +274,7 @@ def _check_no_edit(document, fields, action, choices):
         is_edited = clusters.is_edited(field) or clusters.has_manual_text(field.code)
         if is_edited and not choices.discard_edits:
             raise Failure(
-                f"{action} would replace the text edited by hand of {document.named(field)}. "
+                f"{action} would replace the hand-edited text of {document.named(field)}. "
                 f"{UNCHANGED} With --discard-edits it is replaced."
             )
 
@@ -282,7 +282,7 @@ def _check_no_edit(document, fields, action, choices):
 def undo(bridge, document, choices, number):
     field = document.citation(number)
     if exchange.run(bridge, "hasManualEdit", [field.code]).results != ["true"]:
-        raise Failure(f"Citation {number} has no text edited by hand on record. {UNCHANGED}")
+        raise Failure(f"Citation {number} has no hand-edited text on record. {UNCHANGED}")
     results = exchange.run(bridge, "undoManualFormat", [field.code]).results
     code = _checked(results[0], f"citation {number}")
     if exchange.run(bridge, "hasManualEdit", [code]).results != ["false"]:

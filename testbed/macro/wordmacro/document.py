@@ -7,7 +7,7 @@ from .console import report
 from .failure import Failure
 from .package import W, Package
 
-NOT_NEIGHBOURS = "Citations {} and {} do not stand side by side, so they cannot be merged."
+NOT_ADJACENT = "Citations {} and {} are not adjacent, so they cannot be merged."
 
 
 class Document:
@@ -41,9 +41,9 @@ class Document:
 
     def named(self, field):
         if field in self.unwritable:
-            return f"the citation {quoted(field)}, which cannot be written"
+            return f"the unwritable citation {quoted(field)}"
         number, count = self.citations.index(field) + 1, len(self.citations)
-        return f"citation {number} of {count}, {quoted(field)}"
+        return f"citation {number} of {count} ({quoted(field)})"
 
     def fill_bibliography(self, entries):
         for field in self.bibliographies or [bibliography.create(self.body)]:
@@ -95,7 +95,7 @@ class Document:
         return ends
 
     def merge(self, first, last, code):
-        """Gives the code to the first of neighbouring citations and removes the others, with the
+        """Gives the code to the first of adjacent citations and removes the others, with the
         whitespace between them."""
         chosen = self.citations[first - 1 : last]
         whitespace = self.whitespace_between(first, last)
@@ -113,11 +113,11 @@ class Document:
         for number in range(first, last):
             one, other = self.citations[number - 1], self.citations[number]
             if len(one.twins) != len(other.twins):
-                raise Failure(NOT_NEIGHBOURS.format(number, number + 1))
+                raise Failure(NOT_ADJACENT.format(number, number + 1))
             for left, right in zip((one, *one.twins), (other, *other.twins)):
                 between = _contents_between(left, right)
                 if between is None or not all(map(_is_whitespace, between)):
-                    raise Failure(NOT_NEIGHBOURS.format(number, number + 1))
+                    raise Failure(NOT_ADJACENT.format(number, number + 1))
                 whitespace += between
         return whitespace
 

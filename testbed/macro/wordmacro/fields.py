@@ -100,7 +100,8 @@ def find(package):
         if isinstance(item, Field):
             every.append(item)
             continue
-        # The fields of a note come where it is first referred to, so the note is removed here.
+        # A note's fields are listed at its first reference. It is popped from `notes`, so that a second
+        # reference does not list them again.
         note = notes.get(item[0], {}).pop(item[1], None)
         if note is not None:
             every += [f for f in _story(note, PLACES[item[0]]) if isinstance(f, Field)]

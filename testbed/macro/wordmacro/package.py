@@ -175,7 +175,7 @@ def _target(folder, target):
 
 def _bytes(root):
     tree = root.getroottree()
-    # The parser also returns False for a part without this declaration; None omits it.
+    # lxml reports standalone=False also for a part that does not declare it; None omits the declaration.
     standalone = tree.docinfo.standalone or None
     return etree.tostring(tree, encoding="UTF-8", xml_declaration=True, standalone=standalone)
 
