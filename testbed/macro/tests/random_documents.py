@@ -13,7 +13,7 @@ TYPES = (
 RELS = '<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">{}</Relationships>'
 REL = f'<Relationship Id="r{{0}}" Type="{RELATIONSHIPS}{{1}}" Target="{{2}}"/>'
 MARKS = {"i": "<w:i/>", "b": "<w:b/>", "sc": "<w:smallCaps/>"}
-HEIGHTS = {"sup": "superscript", "sub": "subscript"}
+VERTICAL_MARKS = {"sup": "superscript", "sub": "subscript"}
 ORDER = ("b", "i", "sc", "sup", "sub")
 
 
@@ -46,8 +46,9 @@ def code_of(name, recorded=None):
 
 
 def properties(marks, font=""):
-    heights = [f'<w:vertAlign w:val="{HEIGHTS[m]}"/>' for m in ORDER if m in marks and m in HEIGHTS]
-    inner = "".join(MARKS[m] for m in ORDER if m in marks and m in MARKS) + font + "".join(heights)
+    found = [VERTICAL_MARKS[m] for m in ORDER if m in marks and m in VERTICAL_MARKS]
+    vertical = [f'<w:vertAlign w:val="{value}"/>' for value in found]
+    inner = "".join(MARKS[m] for m in ORDER if m in marks and m in MARKS) + font + "".join(vertical)
     return f"<w:rPr>{inner}</w:rPr>" if inner else ""
 
 
@@ -77,8 +78,8 @@ class Random:
         self.number = 0
 
     def marks(self):
-        heights = self.source.choice([[], [], ["sup"], ["sub"]])
-        return [m for m in MARKS if self.source.random() < 0.3] + heights
+        vertical = self.source.choice([[], [], ["sup"], ["sub"]])
+        return [m for m in MARKS if self.source.random() < 0.3] + vertical
 
     def font(self):
         return self.source.choice(["", "", '<w:color w:val="FF0000"/>', '<w:sz w:val="18"/>'])

@@ -107,7 +107,7 @@ class Bibliography(unittest.TestCase):
     def test_splits_a_text_into_entries(self):
         table = {"a": ["a"], "a\nb\n": ["a", "b"], "a\n\nb": ["a", "", "b"]}
         for text, expected in table.items():
-            found = [runs.plain(pieces) for pieces in bibliography.entries_of(text)]
+            found = [runs.plain_text(pieces) for pieces in bibliography.entries_of(text)]
             self.assertEqual(found, expected)
 
 

@@ -39,7 +39,7 @@ class Clusters(unittest.TestCase):
     def test_reads_field_codes(self):
         for name, (code, is_object, has_works) in CODES.items():
             with self.subTest(name):
-                self.assertEqual(clusters.cluster(code) is not None, is_object)
+                self.assertEqual(clusters.parse_cluster(code) is not None, is_object)
                 self.assertEqual(clusters.has_works(code), has_works)
 
     def test_finds_numbers_beyond_a_double(self):

@@ -88,7 +88,8 @@ class Runs(unittest.TestCase):
                 found = [n + (f":{e.text}" if e.text else "") for n, e in zip(names, run)]
                 self.assertEqual(found, expected)
                 etree.fromstring(etree.tostring(run))
-                self.assertEqual(runs.shown([(text, frozenset())]), [(seen, frozenset())])
+                shown = runs.replace_unrepresentable([(text, frozenset())])
+                self.assertEqual(shown, [(seen, frozenset())])
 
     def test_reads_back_every_mark_of_a_run(self):
         for mark in runs.PROPERTIES:
@@ -101,7 +102,7 @@ class Runs(unittest.TestCase):
             "<w:r><w:rPr><w:rStyle w:val='x'/><w:color w:val='FF0000'/><w:lang w:val='el'/>"
             "<w:rPrChange w:id='1'/></w:rPr></w:r>"
         )[0]
-        found = runs.marked(base, frozenset(runs.PROPERTIES) - {"sub"})
+        found = runs.properties_with_marks(base, frozenset(runs.PROPERTIES) - {"sub"})
         names = [etree.QName(node).localname for node in found]
         self.assertEqual(
             names,
@@ -122,14 +123,16 @@ class Runs(unittest.TestCase):
             with self.subTest(properties):
                 run = element(f"<w:r><w:rPr>{properties}</w:rPr></w:r>")
                 self.assertEqual(runs.marks_of_properties(run[0]), marks)
-                self.assertEqual(runs.marks_of_properties(runs.look(run[0], None)), frozenset())
-                self.assertEqual(runs.marks_of_properties(runs.look(None, run[0])), marks)
+                from_first = runs.new_text_properties(run[0], None)
+                self.assertEqual(runs.marks_of_properties(from_first), frozenset())
+                from_whole = runs.new_text_properties(None, run[0])
+                self.assertEqual(runs.marks_of_properties(from_whole), marks)
 
     def test_a_mark_that_the_field_switches_off_stays_off(self):
         whole = element("<w:r><w:rPr><w:i w:val='0'/><w:iCs w:val='0'/></w:rPr></w:r>")[0]
-        found = runs.look(None, whole)
+        found = runs.new_text_properties(None, whole)
         self.assertEqual([e.get(W + "val") for e in found], ["0", "0"])
-        marked = runs.marked(found, frozenset({"i"}))
+        marked = runs.properties_with_marks(found, frozenset({"i"}))
         self.assertEqual(runs.marks_of_properties(marked), {"i"})
 
     def test_marks_of_the_field_and_of_the_text_combine(self):
@@ -144,9 +147,10 @@ class Runs(unittest.TestCase):
         for field, text, seen, expressible in table:
             with self.subTest(field=field, text=text):
                 pieces = [("a", frozenset(text))]
-                over = runs.over(frozenset(field), pieces)
-                self.assertEqual(over, [("a", seen)])
-                self.assertEqual(runs.without(frozenset(field), over), [("a", expressible)])
+                combined = runs.add_field_marks(frozenset(field), pieces)
+                self.assertEqual(combined, [("a", seen)])
+                left = runs.remove_field_marks(frozenset(field), combined)
+                self.assertEqual(left, [("a", expressible)])
 
 
 if __name__ == "__main__":

@@ -15,7 +15,7 @@ from .failure import Failure
 from .package import check_target
 
 CONTROLS = re.compile("[\x00-\x1f\x7f\ud800-\udfff\\\\]")
-SHORT = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
+SHORT_ESCAPES = {"\n": "\\n", "\t": "\\t", "\r": "\\r", "\\": "\\\\"}
 
 
 class Stopped(BaseException):
@@ -25,7 +25,7 @@ class Stopped(BaseException):
 def main(arguments=None):
     console.set_up()
     try:
-        options = _parser().parse_args(arguments)
+        options = _create_parser().parse_args(arguments)
     except OSError:  # the help or the usage line could not be printed
         return 1
     finally:
@@ -40,11 +40,11 @@ def main(arguments=None):
         console.report(f"macro: {failure}")
         return 1
     except Exception as error:  # a bug in this program: print a sentence, not a traceback
-        console.report(f"macro: {_described(error)} Nothing was written.")
+        console.report(f"macro: {_describe_error(error)} Nothing was written.")
         return 1
 
 
-def _described(error):
+def _describe_error(error):
     *_, place = traceback.extract_tb(error.__traceback__)
     where = f"{os.path.basename(place.filename)}, line {place.lineno}"
     return f"An error in this program stopped it: {type(error).__name__} in {where}."
@@ -61,17 +61,17 @@ def _stop_on_signals():
             signal.signal(name, stop)
 
 
-def _run(options):
-    arguments = [_decoded(argument) for argument in options.argument]
+def _run_command(options):
+    arguments = [_decode_argument(argument) for argument in options.argument]
     answer = exchange.run(options.bridge, options.command, arguments, options.folder)
     console.report(answer.messages)
     if options.results is not None:
         return _write_results(Path(options.results), answer.results)
-    lines = (CONTROLS.sub(_visible, text) for text in answer.results)
+    lines = (CONTROLS.sub(_escape_character, text) for text in answer.results)
     return _print("\n".join(f"{number}: {line}" for number, line in enumerate(lines, 1)))
 
 
-def _decoded(argument):
+def _decode_argument(argument):
     """Decodes an argument from the command line, which may contain unpaired surrogates."""
     try:
         return os.fsencode(argument).decode("utf-8", "surrogatepass")
@@ -79,8 +79,8 @@ def _decoded(argument):
         raise Failure("An argument is not UTF-8.")
 
 
-def _visible(found):
-    return SHORT.get(found.group(), f"\\u{ord(found.group()):04x}")
+def _escape_character(found):
+    return SHORT_ESCAPES.get(found.group(), f"\\u{ord(found.group()):04x}")
 
 
 def _write_results(folder, results):
@@ -107,11 +107,11 @@ def _print(text):
     raise Failure("Standard output is closed or full.")
 
 
-def _list(options):
+def _list_citations(options):
     return _print(commands.list_citations(Document(options.input)))
 
 
-def _change(options):
+def _change_document(options):
     """Changes one citation, then formats the document if a style is given; writes once, at the end.
     Returns 0 once the document is written, even if the sentence about it cannot be printed."""
     check_target(options.output)
@@ -149,7 +149,7 @@ FLAGS = (
 )
 
 
-def _parser():
+def _create_parser():
     parser = argparse.ArgumentParser(prog="macro", description=__doc__)
     parser.add_argument(
         "--bridge",
@@ -162,10 +162,10 @@ def _parser():
     run.add_argument("--results", metavar="FOLDER", help="write each result to a file, unchanged")
     run.add_argument("command")
     run.add_argument("argument", nargs=argparse.REMAINDER)
-    run.set_defaults(action=_run)
+    run.set_defaults(action=_run_command)
     listing = actions.add_parser("list", help="the citations of a document and their numbers")
     listing.add_argument("input", metavar="IN.docx")
-    listing.set_defaults(action=_list)
+    listing.set_defaults(action=_list_citations)
     for change in CHANGES:
         _add_change(actions, *change)
     return parser
@@ -187,7 +187,7 @@ def _add_change(actions, name, command, numbers, text):
     parser.add_argument(
         "--style", required=command is None, help="the style to format the document in"
     )
-    parser.set_defaults(action=_change, command=command, details=details)
+    parser.set_defaults(action=_change_document, command=command, details=details)
 
 
 if __name__ == "__main__":

@@ -38,9 +38,9 @@ def fill(field, entries):
     copies = [field, *field.twins]
     problem = next((found for found in map(_problem, copies) if found), "")
     if not problem:
-        for copy_of_it in copies:
-            marks = copy_of_it.marks
-            _fill(copy_of_it, [runs.over(marks, runs.shown(pieces)) for pieces in entries])
+        for twin in copies:
+            shown = [runs.replace_unrepresentable(pieces) for pieces in entries]
+            _fill(twin, [runs.add_field_marks(twin.marks, pieces) for pieces in shown])
     return problem
 
 
@@ -51,19 +51,19 @@ def _problem(field):
 def _fill(field, entries):
     rewrite.make_complex(field)
     paragraphs = _paragraphs(field)
-    if _entries_now(field, paragraphs) == entries:
+    if _current_entries(field, paragraphs) == entries:
         return
-    look = field.look
-    start = rewrite.separator_run(field)
+    properties = field.new_text_properties
+    start = rewrite.ensure_separator_run(field)
     field.end = rewrite.split_before(field.end)
     for node in field.texts:
         rewrite.remove(node)
     tail = [node for p in paragraphs[1:-1] for node in p if _is_marker(node)]
-    tail += _tail(field, paragraphs)
-    blocks = _blocks(paragraphs, len(entries))
-    rewrite.insert_after(start, runs.runs_of_pieces(entries[0], look))
+    tail += _nodes_after_text(field, paragraphs)
+    blocks = _replace_paragraphs(paragraphs, len(entries))
+    rewrite.insert_after(start, runs.runs_of_pieces(entries[0], properties))
     for block, pieces in zip(blocks[1:], entries[1:]):
-        block.extend(runs.runs_of_pieces(pieces, look))
+        block.extend(runs.runs_of_pieces(pieces, properties))
     blocks[-1].extend(tail)
 
 
@@ -75,11 +75,11 @@ def _paragraphs(field):
     """The field's paragraphs; None if anything else is between its runs or contains them."""
     if field.simple is not None:
         return [field.simple.getparent()] if field.simple.getparent().tag == W + "p" else None
-    first, last = fields.paragraph(field.begin), fields.paragraph(field.end)
-    marks = [m for m in (field.begin, field.separate, field.end) if m is not None]
-    if any(mark.getparent().getparent().tag != W + "p" for mark in marks):
+    first, last = fields.paragraph_of(field.begin), fields.paragraph_of(field.end)
+    characters = [c for c in (field.begin, field.separate, field.end) if c is not None]
+    if any(c.getparent().getparent().tag != W + "p" for c in characters):
         return None
-    if field.separate is not None and fields.paragraph(field.separate) is not first:
+    if field.separate is not None and fields.paragraph_of(field.separate) is not first:
         return None
     paragraphs = [first]
     while paragraphs[-1] is not last:
@@ -87,18 +87,18 @@ def _paragraphs(field):
         if following is None or following.tag != W + "p":
             return None
         paragraphs.append(following)
-    holders = {fields.paragraph(node) for node in field.texts}
+    holders = {fields.paragraph_of(node) for node in field.texts}
     return paragraphs if holders <= set(paragraphs) else None
 
 
-def _entries_now(field, paragraphs):
+def _current_entries(field, paragraphs):
     lines = {id(paragraph): [] for paragraph in paragraphs}
     for node in field.texts:
-        lines[id(fields.paragraph(node))].append(node)
+        lines[id(fields.paragraph_of(node))].append(node)
     return [field.pieces(nodes) for nodes in lines.values()]
 
 
-def _tail(field, paragraphs):
+def _nodes_after_text(field, paragraphs):
     """What follows the field's text in its last paragraph. It moves to the new last paragraph."""
     end = field.end.getparent()
     before = [n for n in end.itersiblings(preceding=True) if _is_marker(n)]
@@ -106,7 +106,7 @@ def _tail(field, paragraphs):
     return kept + [end, *end.itersiblings()]
 
 
-def _blocks(paragraphs, count):
+def _replace_paragraphs(paragraphs, count):
     """Returns `count` paragraphs: the first one unchanged, then empty ones that look like it."""
     first, last = paragraphs[0], paragraphs[-1]
     section = last.find(f"{W}pPr/{W}sectPr")

@@ -9,24 +9,26 @@ from .fields import CITATION
 NUMBER = re.compile(r'"(?:[^"\\]|\\.)*"|(-?\d+(?:\.\d+)?[eE][+-]?\d+|-?\d{300,}(?:\.\d+)?)')
 
 
-def cluster(code):
+def parse_cluster(code):
     """The JSON object in a citation's field code, from the first brace; or None."""
     start = code.find("{")
     if not CITATION.match(code) or start < 0:
         return None
     try:
-        value = json.loads(code[start:], strict=False, parse_int=str, parse_constant=_refuse)
+        value = json.loads(
+            code[start:], strict=False, parse_int=str, parse_constant=_reject_constant
+        )
     except (ValueError, RecursionError):
         return None
     return value if isinstance(value, dict) else None
 
 
-def _refuse(constant):
+def _reject_constant(constant):
     raise ValueError(constant)
 
 
 def works(code):
-    return (cluster(code) or {}).get("citationItems")
+    return (parse_cluster(code) or {}).get("citationItems")
 
 
 def has_works(code):
@@ -51,21 +53,22 @@ def has_manual_text(code):
 
 
 def _record(code):
-    record = (cluster(code) or {}).get("tessaron")
+    record = (parse_cluster(code) or {}).get("tessaron")
     return record if isinstance(record, dict) else {}
 
 
 def shows(field, markup):
     """Whether the document shows this text, as far as markup can express what it shows."""
-    expected = runs.over(field.marks, runs.shown(runs.pieces_of_markup(markup)))
-    return runs.without(field.marks, expected) == runs.without(field.marks, field.pieces())
+    shown = runs.replace_unrepresentable(runs.pieces_of_markup(markup))
+    expected = runs.remove_field_marks(field.marks, runs.add_field_marks(field.marks, shown))
+    return expected == runs.remove_field_marks(field.marks, field.pieces())
 
 
 def is_edited(field):
     """Whether the document shows a text different from the recorded one. A field without a text does
     not count as edited, because formatting it loses nothing."""
     recorded = recorded_text(field.code)
-    has_text = runs.plain(field.pieces()).strip() != ""
+    has_text = runs.plain_text(field.pieces()).strip() != ""
     return recorded is not None and has_text and not shows(field, recorded)
 
 
@@ -75,10 +78,10 @@ def current_text(field):
     recorded = recorded_text(field.code)
     if recorded is not None and (field.problem or shows(field, recorded)):
         return recorded
-    return runs.markup_of_pieces(runs.without(field.marks, field.pieces()))
+    return runs.markup_of_pieces(runs.remove_field_marks(field.marks, field.pieces()))
 
 
-def marks_of_simple(field):
+def marks_of_simple_field(field):
     """The marks of a simple field as a whole: those that all of its text has and the recorded text
     lacks. A simple field has no other place for them."""
     recorded = runs.pieces_of_markup(recorded_text(field.code) or "")

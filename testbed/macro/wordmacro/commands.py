@@ -10,7 +10,7 @@ UNCHANGED = "Nothing was written."
 NOT_RUNNING = (
     'Tessaron Desktop does not answer; it can be started with "macro run launchTessaron".'
 )
-WITHOUT_IT = (
+SKIPPING_EFFECT = (
     "numeric styles number the citations without it, and a work that is cited nowhere else is "
     "missing from the bibliography."
 )
@@ -34,39 +34,39 @@ def format_document(bridge, document, style, choices=Choices()):
     """Formats all citations in one batch. Returns a sentence about what was done."""
     if not document.all_citations:
         raise Failure(f"{document.path} holds no citations. {UNCHANGED}")
-    citations = _readable(document, choices)
+    citations = _readable_citations(document, choices)
     if not choices.discard_edits:
         for field in (f for f in citations if not f.problem):
             _record_edit(bridge, document, field)
-    citations, batch = _formatted(bridge, document, citations, style, choices)
+    citations, batch = _format_citations(bridge, document, citations, style, choices)
     answers = zip(citations, batch.codes, batch.texts)
     written = [answer for answer in answers if not answer[0].problem]
     for field, code, text in written:
         rewrite.set_everywhere(field, code, text)
     document.fill_bibliography(batch.entries)
     return (
-        f"Formatted {_count(len(written), 'citation', 'citations')} and a bibliography of "
-        f"{_count(len(batch.entries), 'entry', 'entries')} in the style {batch.style}."
+        f"Formatted {_number_of(len(written), 'citation', 'citations')} and a bibliography of "
+        f"{_number_of(len(batch.entries), 'entry', 'entries')} in the style {batch.style}."
     )
 
 
-def _count(number, one, many):
+def _number_of(number, one, many):
     return f"{number} {one if number == 1 else many}"
 
 
-def _readable(document, choices):
+def _readable_citations(document, choices):
     """The citations whose field codes can be sent. A citation that cannot be written is also sent,
     because it has a number in numeric styles and its works are in the bibliography."""
-    unreadable = [f for f in document.unwritable if clusters.cluster(f.code) is None]
+    unreadable = [f for f in document.unwritable if clusters.parse_cluster(f.code) is None]
     if choices.skip_unreadable:
-        unreadable = [f for f in document.all_citations if clusters.cluster(f.code) is None]
+        unreadable = [f for f in document.all_citations if clusters.parse_cluster(f.code) is None]
     for field in unreadable:
         if not choices.skip_unreadable:
             raise Failure(
                 f"The field code of the citation {quoted(field)} cannot be read, because "
                 f"{field.problem}. {UNCHANGED} {_advice()}"
             )
-        _warn_of_skipped(field)
+        _warn_of_skipping(field)
     readable = [field for field in document.all_citations if field not in unreadable]
     if not readable:
         raise Failure(f"{document.path} holds no citation that can be read. {UNCHANGED}")
@@ -74,11 +74,11 @@ def _readable(document, choices):
 
 
 def _advice():
-    return f"With --skip-unreadable the others are formatted without it: {WITHOUT_IT}"
+    return f"With --skip-unreadable the others are formatted without it: {SKIPPING_EFFECT}"
 
 
-def _warn_of_skipped(field):
-    warn(f"The citation {quoted(field)} cannot be read and is skipped: {WITHOUT_IT}")
+def _warn_of_skipping(field):
+    warn(f"The citation {quoted(field)} cannot be read and is skipped: {SKIPPING_EFFECT}")
 
 
 def _record_edit(bridge, document, field):
@@ -86,10 +86,10 @@ def _record_edit(bridge, document, field):
     Fails if the old record comes back, because the command failed or its dialog was cancelled."""
     if not clusters.is_edited(field):
         return
-    name = document.named(field)
+    name = document.describe(field)
     arguments = [field.code, clusters.current_text(field)]
     answer = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments)
-    code = _checked(answer.results[0], name)
+    code = _check_code(answer.results[0], name)
     if not _is_recorded(field, code) and not _is_given_up(field, code):
         _check_running(bridge)
         raise Failure(
@@ -114,34 +114,34 @@ def _check_running(bridge):
         raise Failure(f"{NOT_RUNNING} {UNCHANGED}")
 
 
-def _formatted(bridge, document, citations, style, choices):
+def _format_citations(bridge, document, citations, style, choices):
     """Returns the citations of the batch and its answer. With `skip_unreadable`, repeats the batch
     without each citation that is rejected."""
     while True:
         sent = [text for f in citations for text in (f.code, clusters.current_text(f))]
         answer = exchange.run(bridge, "formatCitationsAndBibliography", [style, *sent])
-        rejected = _rejected(answer.results, citations)
+        rejected = _rejected_citation(answer.results, citations)
         if rejected is None:
-            return citations, _batch(bridge, document, citations, style, answer, choices)
+            return citations, _parse_batch(bridge, document, citations, style, answer, choices)
         if not choices.skip_unreadable or len(citations) == 1:
             advice = "" if choices.skip_unreadable else f" {_advice()}"
-            name = document.named(rejected)
+            name = document.describe(rejected)
             raise Failure(f"Tessaron Desktop rejected {name}. {UNCHANGED}{advice}")
-        _warn_of_skipped(rejected)
+        _warn_of_skipping(rejected)
         citations = [field for field in citations if field is not rejected]
 
 
-def _rejected(results, citations):
+def _rejected_citation(results, citations):
     if results[0] == "false" and len(results) == 2 and results[1].isdecimal():
         if int(results[1]) < len(citations):
             return citations[int(results[1])]
     return None
 
 
-def _batch(bridge, document, citations, style, answer, choices):
+def _parse_batch(bridge, document, citations, style, answer, choices):
     results = answer.results
     if results[0] == "false" and len(results) == 2:
-        raise Failure(_reason(bridge, document, citations, style, answer.messages))
+        raise Failure(_failure_reason(bridge, document, citations, style, answer.messages))
     expected = 3 + 4 * len(citations)
     if results[0] != "true" or len(results) != expected:
         raise Failure(
@@ -163,17 +163,17 @@ def _check_batch(document, citations, batch, choices):
     success, but it would replace what the document has."""
     if not batch.style:
         raise Failure(f"The answer names no style. {UNCHANGED}")
-    if not any(runs.plain(entry).strip() for entry in batch.entries):
+    if not any(runs.plain_text(entry).strip() for entry in batch.entries):
         raise Failure(f"The bibliography in the answer is empty. {UNCHANGED}")
     for field, code, text in zip(citations, batch.codes, batch.texts):
         if not clusters.has_works(code):
-            raise _no_citation(document.named(field))
-        if not runs.plain(text).strip():
-            name = document.named(field)
+            raise _no_citation_failure(document.describe(field))
+        if not runs.plain_text(text).strip():
+            name = document.describe(field)
             raise Failure(f"The text in the answer for {name} is empty. {UNCHANGED}")
         if not choices.discard_edits and _would_lose_edit(field, text):
             raise Failure(
-                f"The answer would replace the hand-edited text of {document.named(field)}. "
+                f"The answer would replace the hand-edited text of {document.describe(field)}. "
                 f"{UNCHANGED} "
                 "With --discard-edits it is replaced."
             )
@@ -185,12 +185,12 @@ def _would_lose_edit(field, text):
     return is_shown and not field.problem and not clusters.shows(field, runs.markup_of_pieces(text))
 
 
-def _reason(bridge, document, citations, style, messages):
+def _failure_reason(bridge, document, citations, style, messages):
     for field in citations:
         number = clusters.too_large_number(field.code)
         if number:
             return (
-                f"The field code of {document.named(field)} holds the number {number[:30]}, which "
+                f"The field code of {document.describe(field)} holds the number {number[:30]}, which "
                 f"exceeds the range of a double. The bridge cannot read it in an answer. {UNCHANGED}"
             )
     if "received 0 formatted citations" in messages:
@@ -207,15 +207,15 @@ def _reason(bridge, document, citations, style, messages):
     )
 
 
-def _checked(code, name):
+def _check_code(code, name):
     """Returns a field code if it can be written. From an answer that was cut off, the bridge makes
     the field code "null"."""
     if not clusters.has_works(code):
-        raise _no_citation(name)
+        raise _no_citation_failure(name)
     return code
 
 
-def _no_citation(name):
+def _no_citation_failure(name):
     return Failure(f"The answer for {name} holds no citation. {UNCHANGED}")
 
 
@@ -236,7 +236,7 @@ def insert(bridge, document, choices, uuid, bookmark):
         results = exchange.run(bridge, "getFieldCodeFromCitationEditor", [""]).results
     if results[0] == "":
         raise Failure(f"No citation was chosen, or Tessaron Desktop does not answer. {UNCHANGED}")
-    code = _checked(results[0], "the new citation")
+    code = _check_code(results[0], "the new citation")
     text = clusters.recorded_text(code) or "{Citation}"
     document.insert(code, runs.pieces_of_markup(text), places)
     return "One citation was inserted."
@@ -248,7 +248,7 @@ def edit(bridge, document, choices, number):
     results = exchange.run(bridge, "getFieldCodeFromCitationEditor", [field.code]).results
     if results[0] == "":
         raise Failure(f"Tessaron Desktop did not edit citation {number}. {UNCHANGED}")
-    code = _checked(results[0], f"citation {number}")
+    code = _check_code(results[0], f"citation {number}")
     if code == field.code:
         return f"Citation {number} was not changed."
     rewrite.set_everywhere(field, code, None)
@@ -264,7 +264,7 @@ def merge(bridge, document, choices, first, last):
     results = exchange.run(bridge, "mergeFields", [field.code for field in chosen]).results
     if results[0] == "":
         raise Failure(f"Tessaron Desktop did not merge the citations. {UNCHANGED}")
-    document.merge(first, last, _checked(results[0], f"citations {first} to {last}"))
+    document.merge(first, last, _check_code(results[0], f"citations {first} to {last}"))
     return f"Citations {first} to {last} were merged into one."
 
 
@@ -274,7 +274,7 @@ def _check_no_edit(document, fields, action, choices):
         is_edited = clusters.is_edited(field) or clusters.has_manual_text(field.code)
         if is_edited and not choices.discard_edits:
             raise Failure(
-                f"{action} would replace the hand-edited text of {document.named(field)}. "
+                f"{action} would replace the hand-edited text of {document.describe(field)}. "
                 f"{UNCHANGED} With --discard-edits it is replaced."
             )
 
@@ -284,7 +284,7 @@ def undo(bridge, document, choices, number):
     if exchange.run(bridge, "hasManualEdit", [field.code]).results != ["true"]:
         raise Failure(f"Citation {number} has no hand-edited text on record. {UNCHANGED}")
     results = exchange.run(bridge, "undoManualFormat", [field.code]).results
-    code = _checked(results[0], f"citation {number}")
+    code = _check_code(results[0], f"citation {number}")
     if exchange.run(bridge, "hasManualEdit", [code]).results != ["false"]:
         raise Failure(f"Tessaron Desktop did not undo the edit of citation {number}. {UNCHANGED}")
     rewrite.set_everywhere(field, code, None)

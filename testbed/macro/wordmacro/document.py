@@ -14,7 +14,7 @@ class Document:
     def __init__(self, path):
         self.path = path
         self.package = Package(path)
-        self.find()
+        self.find_fields()
         for field in self.unwritable:
             warn(
                 f"The citation {quoted(field)} is left unchanged: {field.problem}. "
@@ -25,12 +25,13 @@ class Document:
     def body(self):
         return self.package.trees[self.package.main].find(W + "body")
 
-    def find(self):
+    def find_fields(self):
         found = fields.find(self.package)
-        self.every_field, self.bibliographies = found.every, found.bibliographies
+        self.all_fields, self.bibliographies = found.all_fields, found.bibliographies
         self.all_citations = found.citations
-        for field in (f for top in found.every for f in (top, *top.twins) if f.simple is not None):
-            field.simple_marks = clusters.marks_of_simple(field)
+        for field in (twin for top in found.all_fields for twin in (top, *top.twins)):
+            if field.simple is not None:
+                field.simple_marks = clusters.marks_of_simple_field(field)
         self.citations = [f for f in found.citations if not f.problem]
         self.unwritable = [f for f in found.citations if f.problem]
 
@@ -39,7 +40,7 @@ class Document:
             raise Failure(f"{self.path} has no citation {number}; it has {len(self.citations)}.")
         return self.citations[number - 1]
 
-    def named(self, field):
+    def describe(self, field):
         if field in self.unwritable:
             return f"the unwritable citation {quoted(field)}"
         number, count = self.citations.index(field) + 1, len(self.citations)
@@ -58,12 +59,13 @@ class Document:
 
     def insert(self, code, pieces, places):
         for place in [None] if places is None else places:
-            new = rewrite.new_field(code, runs.runs_of_pieces(runs.shown(pieces), None))
+            texts = runs.runs_of_pieces(runs.replace_unrepresentable(pieces), None)
+            new = rewrite.new_field(code, texts)
             if place is None:
                 self._last_paragraph().extend(new)
             else:
                 rewrite.insert_after(place, new)
-        self.find()
+        self.find_fields()
 
     def _last_paragraph(self):
         """The body's last paragraph, or a new one after a table or the bibliography."""
@@ -71,7 +73,7 @@ class Document:
         before = section.getprevious() if section is not None else next(reversed(self.body), None)
         endings = [f.end if f.simple is None else f.simple for f in self.bibliographies]
         if before is not None and before.tag == W + "p":
-            if all(fields.paragraph(ending) is not before for ending in endings):
+            if all(fields.paragraph_of(ending) is not before for ending in endings):
                 return before
         paragraph = etree.Element(W + "p", nsmap=self.body.nsmap)
         self.body.append(paragraph) if section is None else section.addprevious(paragraph)
@@ -87,7 +89,7 @@ class Document:
         if not ends:
             raise Failure(f'{self.path} has no bookmark "{name}" that ends inside a paragraph.')
         ends = [end for end in ends if end is ends[0] or _are_copies(end, ends[0])]
-        if any(_contains(field, end) for field in self.every_field for end in ends):
+        if any(_contains(field, end) for field in self.all_fields for end in ends):
             raise Failure(
                 f'The bookmark "{name}" ends inside a field, such as a citation, whose text is '
                 "replaced when it is updated. Set a bookmark outside it."
@@ -105,7 +107,7 @@ class Document:
                 rewrite.remove_field(copy)
         for node in whitespace:
             rewrite.remove(node)
-        self.find()
+        self.find_fields()
 
     def whitespace_between(self, first, last):
         """The text elements between citations. Fails if anything but whitespace is between them."""
@@ -149,9 +151,9 @@ def _contents_between(left, right):
     """The contents of the runs between two fields; None if the fields are in different paragraphs."""
     end = left.end if left.simple is None else [*left.simple.iter()][-1]
     begin = right.begin if right.simple is None else right.simple
-    if fields.paragraph(end) is not fields.paragraph(begin):
+    if fields.paragraph_of(end) is not fields.paragraph_of(begin):
         return None
-    nodes = [*fields.paragraph(end).iter()]
+    nodes = [*fields.paragraph_of(end).iter()]
     between = nodes[nodes.index(end) + 1 : nodes.index(begin)]
     return [n for n in between if n.getparent().tag == W + "r" and n.tag != W + "rPr"]
 
@@ -161,7 +163,7 @@ def _is_whitespace(node):
 
 
 def quoted(field):
-    text = " ".join(runs.plain(field.pieces()).split())
+    text = " ".join(runs.plain_text(field.pieces()).split())
     return f'"{text if len(text) <= 60 else text[:59] + "…"}" in {field.place}'
 
 

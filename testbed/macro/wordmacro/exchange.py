@@ -54,9 +54,9 @@ def decode(data):
 def run(bridge, command, arguments, folder=None):
     """Runs one command in the given folder, or in a temporary one."""
     if folder is not None:
-        return _run(bridge, command, arguments, Path(folder), ())
-    with _temporary_folder() as own, _locked(own) as lock:
-        return _run(bridge, command, arguments, Path(own), (lock,))
+        return _run_in_folder(bridge, command, arguments, Path(folder), ())
+    with _temporary_folder() as temporary, _locked(temporary) as lock:
+        return _run_in_folder(bridge, command, arguments, Path(temporary), (lock,))
 
 
 def _temporary_folder():
@@ -103,7 +103,7 @@ def _locked_if_free(folder):
         os.close(lock)
 
 
-def _run(bridge, command, arguments, folder, inherited):
+def _run_in_folder(bridge, command, arguments, folder, inherited):
     try:
         # Files of an earlier run must not be read as this command's answer.
         for name in (RESULTS, READY):
@@ -113,12 +113,12 @@ def _run(bridge, command, arguments, folder, inherited):
         reason = getattr(error, "strerror", None) or error
         raise Failure(f"The folder {folder} cannot be used: {reason}.")
     status, errors = _run_bridge(bridge, command, folder, inherited)
-    messages = _messages(errors)
+    messages = _extract_messages(errors)
     because = f" and said: {messages}" if messages else ""
     if status != 0:
         raise Failure(f"The bridge ended with status {status}{because}.")
     # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
-    return Answer(_read(folder, command, because), messages)
+    return Answer(_read_results(folder, command, because), messages)
 
 
 def _run_bridge(bridge, command, folder, inherited):
@@ -131,7 +131,7 @@ def _run_bridge(bridge, command, folder, inherited):
         signal.pthread_sigmask(signal.SIG_SETMASK, mask)
 
     try:
-        with _start([str(bridge), command, str(folder)], inherited, unblock) as process:
+        with _start_bridge([str(bridge), command, str(folder)], inherited, unblock) as process:
             try:
                 unblock()
                 _, errors = process.communicate()
@@ -143,7 +143,7 @@ def _run_bridge(bridge, command, folder, inherited):
     return process.returncode, errors
 
 
-def _start(command, inherited, before_exec):
+def _start_bridge(command, inherited, before_exec):
     try:
         return subprocess.Popen(
             command,
@@ -161,7 +161,7 @@ def _start(command, inherited, before_exec):
         raise Failure("A command and a folder cannot hold U+0000.")
 
 
-def _messages(output):
+def _extract_messages(output):
     """Returns the bridge's messages. With the trace on, also writes all output to standard error."""
     is_traced = TRACE in output or any(name in os.environ for name in TRACE_VARIABLES)
     if is_traced:
@@ -170,7 +170,7 @@ def _messages(output):
     return " ".join(output.split())
 
 
-def _read(folder, command, because):
+def _read_results(folder, command, because):
     try:
         ready = (folder / READY).read_bytes().decode("utf-16-le", "replace")
     except OSError:

@@ -47,37 +47,39 @@ class Field:
     def code(self):
         if self.simple is not None:
             return self.simple.get(W + "instr", "")
-        return "".join(map(_text, self.codes))
+        return "".join(map(_text_of, self.codes))
 
     @property
-    def whole(self):
+    def whole_properties(self):
         """The run properties that apply to the field as a whole: those of its first character."""
         return self.begin.getparent().find(W + "rPr") if self.begin is not None else None
 
     @property
     def marks(self):
         """The marks of the field as a whole, to which those of the markup are added."""
-        return runs.marks_of_properties(self.whole) if self.simple is None else self.simple_marks
+        if self.simple is not None:
+            return self.simple_marks
+        return runs.marks_of_properties(self.whole_properties)
 
     @property
-    def look(self):
-        first = self.texts[0].getparent().find(W + "rPr") if self.texts else self.whole
-        return runs.look(first, self.whole)
+    def new_text_properties(self):
+        first = self.texts[0].getparent().find(W + "rPr") if self.texts else self.whole_properties
+        return runs.new_text_properties(first, self.whole_properties)
 
     def pieces(self, nodes=None):
         """The text with all marks that it has, whether from the field as a whole or not."""
         nodes = self.texts if nodes is None else nodes
         marks = runs.marks_of_properties
-        return runs.joined(
-            [(text, marks(n.getparent().find(W + "rPr"))) for n in nodes if (text := _text(n))]
+        return runs.join_adjacent(
+            [(text, marks(n.getparent().find(W + "rPr"))) for n in nodes if (text := _text_of(n))]
         )
 
 
-def _text(node):
+def _text_of(node):
     return runs.ELEMENTS[node.tag] if node.tag in runs.ELEMENTS else node.text or ""
 
 
-def paragraph(node):
+def paragraph_of(node):
     return next(node.iterancestors(W + "p"), None)
 
 
@@ -85,7 +87,7 @@ def paragraph(node):
 class Found:
     citations: list  # all, in reading order; those with a `problem` are not written
     bibliographies: list
-    every: list  # all fields, of any kind
+    all_fields: list  # of any kind
 
 
 def find(package):
@@ -95,31 +97,31 @@ def find(package):
         }
         for kind, part in package.notes.items()
     }
-    every = []
-    for item in _story(package.trees[package.main], "the body"):
+    all_fields = []
+    for item in _read_story(package.trees[package.main], "the body"):
         if isinstance(item, Field):
-            every.append(item)
+            all_fields.append(item)
             continue
         # A note's fields are listed at its first reference. It is popped from `notes`, so that a second
         # reference does not list them again.
         note = notes.get(item[0], {}).pop(item[1], None)
         if note is not None:
-            every += [f for f in _story(note, PLACES[item[0]]) if isinstance(f, Field)]
-    citations = [f for f in every if CITATION.match(f.code)]
+            all_fields += [f for f in _read_story(note, PLACES[item[0]]) if isinstance(f, Field)]
+    citations = [f for f in all_fields if CITATION.match(f.code)]
     for citation in citations:
-        _judge(citation)
-    return Found(citations, [f for f in every if BIBLIOGRAPHY.match(f.code)], every)
+        _set_problem(citation)
+    return Found(citations, [f for f in all_fields if BIBLIOGRAPHY.match(f.code)], all_fields)
 
 
-def _judge(citation):
+def _set_problem(citation):
     if _inside_citation(citation):
         citation.problem = citation.problem or INSIDE_CITATION
     if citation.simple is None:
-        first, last = paragraph(citation.begin), paragraph(citation.end)
+        first, last = paragraph_of(citation.begin), paragraph_of(citation.end)
         if first is None or first is not last:
             citation.problem = citation.problem or SPREAD
     for twin in citation.twins:
-        _judge(twin)
+        _set_problem(twin)
         citation.problem = citation.problem or twin.problem
 
 
@@ -130,7 +132,7 @@ def _inside_citation(field):
     return outer is not None
 
 
-def _story(root, place):
+def _read_story(root, place):
     """The fields and note references of a body, a note or a text box, in order."""
     stack, found = [], []
     _walk(root, place, stack, found)
@@ -145,21 +147,21 @@ def _walk(node, place, stack, found):
         if not isinstance(tag, str) or tag in DELETED or tag in PROPERTIES:
             continue
         if tag == W + "fldChar":
-            _field_character(child, place, stack, found)
+            _read_field_character(child, place, stack, found)
         elif tag == W + "fldSimple":
-            _open(Field(place, simple=child), stack, found)
+            _open_field(Field(place, simple=child), stack, found)
             depth = len(stack)
             _walk(child, place, stack, found)
             if len(stack) != depth:
                 raise Failure(f"The fields in {place} overlap: the document is damaged.")
             stack.pop()
         elif tag in TEXTS:
-            _text_node(child, stack)
+            _read_text_node(child, stack)
         else:
-            _other(child, place, stack, found)
+            _read_other(child, place, stack, found)
 
 
-def _open(new, stack, found):
+def _open_field(new, stack, found):
     for outer in stack:
         outer.problem = CONTAINS_FIELD
     new.outer = stack[-1] if stack else None
@@ -167,10 +169,10 @@ def _open(new, stack, found):
     found.append(new)
 
 
-def _field_character(character, place, stack, found):
+def _read_field_character(character, place, stack, found):
     kind = character.get(W + "fldCharType")
     if kind == "begin":
-        _open(Field(place, begin=character), stack, found)
+        _open_field(Field(place, begin=character), stack, found)
         return
     if not stack or stack[-1].simple is not None:
         raise Failure(DAMAGED.format(place, "an end without a beginning"))
@@ -180,7 +182,7 @@ def _field_character(character, place, stack, found):
         stack.pop().end = character
 
 
-def _text_node(node, stack):
+def _read_text_node(node, stack):
     if not stack:
         return
     top = stack[-1]
@@ -189,15 +191,15 @@ def _text_node(node, stack):
         (top.codes if in_code else top.texts).append(node)
 
 
-def _other(child, place, stack, found):
+def _read_other(child, place, stack, found):
     if stack and _is_not_text(child):
         stack[-1].problem = stack[-1].problem or NOT_ONLY_TEXT
     if child.tag in NOTES:
         found.append((NOTES[child.tag], child.get(W + "id")))
     elif child.tag == W + "txbxContent":
-        found += _box(child, place)
+        found += _read_box(child, place)
     elif child.tag == MC + "AlternateContent":
-        found += _alternate(child, place)
+        found += _read_alternate(child, place)
     else:
         _walk(child, place, stack, found)
 
@@ -208,18 +210,18 @@ def _is_not_text(child):
     return in_run or child.tag.startswith(MATH) or child.tag == MC + "AlternateContent"
 
 
-def _box(content, place):
-    found = _story(content, BOX)
+def _read_box(content, place):
+    found = _read_story(content, BOX)
     if place == BOX:
         for nested in (f for f in found if isinstance(f, Field)):
             nested.problem = nested.problem or BOX_IN_BOX
     return found
 
 
-def _alternate(element, place):
+def _read_alternate(element, place):
     """Returns the fields of one copy of a text box, with those of the other copies as their twins. A text
     box is stored twice, for newer and for older programs."""
-    branches = [_story(branch, place) for branch in element if isinstance(branch.tag, str)]
+    branches = [_read_story(branch, place) for branch in element if isinstance(branch.tag, str)]
     if not branches:
         return []
     first = _citations_and_bibliographies(branches[0])

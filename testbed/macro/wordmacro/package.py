@@ -55,10 +55,10 @@ class Package:
         self.path = Path(path)
         self.infos, self.data = _unzip(self.path)
         # Part names are compared without regard to case.
-        self._names = {name.lower(): name for name in self.data}
+        self._spellings = {name.lower(): name for name in self.data}
         self.trees = {}
         self.main = self._main_part()
-        related = self._related(self.main)
+        related = self._related_parts(self.main)
         self.notes = {
             kind: related[kind] for kind in ("footnotes", "endnotes") if kind in related
         }
@@ -67,7 +67,7 @@ class Package:
         main = self.trees[self.main]
         if main.tag != W + "document" or main.find(W + "body") is None:
             raise Failure((IS_STRICT if STRICT in str(main.tag) else NOT_WORD).format(self.path))
-        self._before = {name: _bytes(tree) for name, tree in self.trees.items()}
+        self._unchanged = {name: _serialize(tree) for name, tree in self.trees.items()}
 
     @property
     def is_signed(self):
@@ -78,7 +78,7 @@ class Package:
         check_target(path)
         path = Path(os.path.realpath(path))
         try:
-            handle, side = tempfile.mkstemp(prefix=".wordmacro-", dir=path.parent)
+            handle, temporary = tempfile.mkstemp(prefix=".wordmacro-", dir=path.parent)
         except OSError as error:
             raise Failure(CANNOT_WRITE.format(path, error.strerror))
         try:
@@ -86,24 +86,24 @@ class Package:
                 self._write(stream)
                 stream.flush()
                 os.fsync(stream.fileno())
-            os.chmod(side, _mode(path))
-            os.replace(side, path)
+            os.chmod(temporary, _file_mode(path))
+            os.replace(temporary, path)
         except OSError as error:
             raise Failure(CANNOT_WRITE.format(path, error.strerror))
         finally:
-            Path(side).unlink(missing_ok=True)
+            Path(temporary).unlink(missing_ok=True)
 
     def _write(self, stream):
         changed = {
             name: data
-            for name, data in ((name, _bytes(tree)) for name, tree in self.trees.items())
-            if data != self._before[name]
+            for name, data in ((name, _serialize(tree)) for name, tree in self.trees.items())
+            if data != self._unchanged[name]
         }
         if not changed and not self.is_signed:
             with open(self.path, "rb") as source:
                 shutil.copyfileobj(source, stream)
             return
-        parts = signature.without({**self.data, **changed})
+        parts = signature.remove_signature({**self.data, **changed})
         with zipfile.ZipFile(stream, "w") as target:
             for info in self.infos:
                 if info.filename in parts:
@@ -122,31 +122,31 @@ class Package:
         return root
 
     def _main_part(self):
-        if "[content_types].xml" not in self._names or "_rels/.rels" not in self._names:
+        if "[content_types].xml" not in self._spellings or "_rels/.rels" not in self._spellings:
             raise Failure(NOT_WORD.format(self.path))
-        related = self._related("")
+        related = self._related_parts("")
         if "officeDocument" not in related:
             raise Failure(NOT_WORD.format(self.path))
         return related["officeDocument"]
 
-    def _related(self, part):
+    def _related_parts(self, part):
         """The parts that a part refers to, by the last word of the relationship's type."""
         folder = dirname(part)
         rels = join(folder, "_rels", part[len(folder) :].lstrip("/") + ".rels")
-        if rels.lower() not in self._names:
+        if rels.lower() not in self._spellings:
             return {}
         related = {}
-        for link in self._parse(self._names[rels.lower()]).iter("{*}Relationship"):
+        for link in self._parse(self._spellings[rels.lower()]).iter("{*}Relationship"):
             kind, target = link.get("Type", ""), link.get("Target", "")
             if kind.startswith(STRICT) and kind.endswith("/officeDocument"):
                 raise Failure(IS_STRICT.format(self.path))
             if kind.startswith(RELATIONSHIPS) and link.get("TargetMode") != "External":
-                related[kind[len(RELATIONSHIPS) :]] = self._named(_target(folder, target))
+                related[kind[len(RELATIONSHIPS) :]] = self._spelling(_resolve_target(folder, target))
         return related
 
-    def _named(self, name):
+    def _spelling(self, name):
         """The name of a part as the package spells it. A missing part causes an error when it is read."""
-        return self._names.get(name.lower(), name)
+        return self._spellings.get(name.lower(), name)
 
 
 def check_target(path):
@@ -169,11 +169,11 @@ def check_target(path):
         raise Failure(CANNOT_WRITE.format(path, "it is read-only"))
 
 
-def _target(folder, target):
+def _resolve_target(folder, target):
     return target[1:] if target.startswith("/") else normpath(join(folder, target))
 
 
-def _bytes(root):
+def _serialize(root):
     tree = root.getroottree()
     # lxml reports standalone=False also for a part that does not declare it; None omits the declaration.
     standalone = tree.docinfo.standalone or None
@@ -184,7 +184,7 @@ def _is_too_long(error):
     return any(words in str(error) for words in ("huge", "HUGE", "too long", "Resource limit"))
 
 
-def _mode(path):
+def _file_mode(path):
     """An existing file keeps its permissions; a new one gets the usual ones."""
     if path.exists():
         return stat.S_IMODE(path.stat().st_mode)

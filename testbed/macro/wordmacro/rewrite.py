@@ -33,13 +33,13 @@ def set_pieces(field, pieces):
     if field.marks:
         make_complex(field)
     # Adjacent pieces that look the same in this field are joined, even if their markup differs.
-    pieces = runs.over(field.marks, runs.shown(pieces))
+    pieces = runs.add_field_marks(field.marks, runs.replace_unrepresentable(pieces))
     if pieces == field.pieces():
         return
-    new = runs.runs_of_pieces(pieces, field.look)
+    new = runs.runs_of_pieces(pieces, field.new_text_properties)
     if field.simple is None:
-        separator_run(field)
-    place = _place_of_text(field)
+        ensure_separator_run(field)
+    place = _insert_placeholder(field)
     for node in field.texts:
         remove(node)
     insert_after(place, new)
@@ -47,7 +47,7 @@ def set_pieces(field, pieces):
     field.texts = [node for run in new for node in run if node.tag != W + "rPr"]
 
 
-def _place_of_text(field):
+def _insert_placeholder(field):
     """Inserts and returns an empty run where the field's text begins. The caller inserts the new text
     after it and then removes it. Bookmarks and comments in the field stay on their side of the text."""
     place = etree.Element(W + "r")
@@ -65,13 +65,13 @@ def _place_of_text(field):
 
 def set_everywhere(field, code, pieces):
     """Changes a citation and its copies. With `pieces` None the text stays as it is."""
-    for copy_of_it in (field, *field.twins):
-        set_code(copy_of_it, code)
+    for twin in (field, *field.twins):
+        set_code(twin, code)
         if pieces is not None:
-            set_pieces(copy_of_it, pieces)
+            set_pieces(twin, pieces)
 
 
-def separator_run(field):
+def ensure_separator_run(field):
     """Returns the run of a complex field's separator, which the text follows. Adds a separator if the
     field has none, and moves the end character to another run if both are in the same run."""
     if field.separate is None:
@@ -130,8 +130,8 @@ def new_field(code, texts=()):
     instruction = etree.Element(W + "instrText")
     instruction.text = code
     instruction.set(runs.XML_SPACE, "preserve")
-    opening = [_character("begin"), instruction, _character("separate")]
-    return [*map(_in_run, opening), *texts, _in_run(_character("end"))]
+    opening = [_field_character("begin"), instruction, _field_character("separate")]
+    return [*map(_wrap_in_run, opening), *texts, _wrap_in_run(_field_character("end"))]
 
 
 def make_complex(field):
@@ -141,7 +141,7 @@ def make_complex(field):
         return
     new = new_field(field.code, list(field.simple))
     for run in (new[0], new[1], new[2], new[-1]):
-        properties = runs.marked(None, field.simple_marks)
+        properties = runs.properties_with_marks(None, field.simple_marks)
         run[:0] = [] if properties is None else [properties]
     insert_after(field.simple, new)
     field.simple.getparent().remove(field.simple)
@@ -149,13 +149,13 @@ def make_complex(field):
     field.codes, field.simple = [new[1][-1]], None
 
 
-def _character(kind):
+def _field_character(kind):
     character = etree.Element(W + "fldChar", nsmap={"w": W[1:-1]})
     character.set(W + "fldCharType", kind)
     return character
 
 
-def _in_run(content):
+def _wrap_in_run(content):
     run = etree.Element(W + "r", nsmap={"w": W[1:-1]})
     run.append(content)
     return run

@@ -22,9 +22,9 @@ PROPERTIES = {
     "sub": (("vertAlign", "subscript"),),
     "sc": (("smallCaps", None),),
 }
-HEIGHTS = frozenset({"sup", "sub"})
+VERTICAL_MARKS = frozenset({"sup", "sub"})
 ELEMENT_NAMES = {name for pairs in PROPERTIES.values() for name, _ in pairs}
-SWITCHED_OFF = ("0", "false", "off", "baseline")
+OFF_VALUES = ("0", "false", "off", "baseline")
 OPENING = {mark: f"<{mark}>" for mark in ("i", "b", "sup", "sub")}
 OPENING["sc"] = '<span style="font-variant:small-caps;">'
 CLOSING = {mark: f"</{mark}>" for mark in ("i", "b", "sup", "sub")} | {"sc": "</span>"}
@@ -32,7 +32,7 @@ ESCAPES = {"&amp;": "&", "&lt;": "<", "&gt;": ">"}
 TOKENS = re.compile("|".join(map(re.escape, [*OPENING.values(), *CLOSING.values(), *ESCAPES])))
 
 # The standard's order of run properties.
-ORDER = (
+PROPERTY_ORDER = (
     "rStyle rFonts b bCs i iCs caps smallCaps strike dstrike outline shadow emboss imprint noProof "
     "snapToGrid vanish webHidden color spacing w kern position sz szCs highlight u effect bdr shd "
     "fitText vertAlign rtl cs em lang eastAsianLayout specVanish oMath"
@@ -54,24 +54,25 @@ def pieces_of_markup(markup):
 
     def add(text):
         if text:
-            pieces.append((text, _effective(open_marks)))
+            pieces.append((text, _effective_marks(open_marks)))
 
     for token in TOKENS.finditer(markup):
         add(markup[position : token.start()])
         position = token.end()
-        if not _apply(token.group(), open_marks):
+        if not _apply_tag(token.group(), open_marks):
             add(ESCAPES.get(token.group(), token.group()))
     add(markup[position:])
-    return joined(pieces)
+    return join_adjacent(pieces)
 
 
-def _effective(open_marks):
+def _effective_marks(open_marks):
     """The marks of a text inside these tags. Of nested <sup> and <sub>, the inner one applies."""
-    heights = [mark for mark in open_marks if mark in HEIGHTS]
-    return frozenset(open_marks) - frozenset(heights[:-1]) | frozenset(heights[-1:])
+    vertical = [mark for mark in open_marks if mark in VERTICAL_MARKS]
+    return frozenset(open_marks) - frozenset(vertical[:-1]) | frozenset(vertical[-1:])
 
 
-def _apply(token, open_marks):
+def _apply_tag(token, open_marks):
+    """Opens or closes a mark. Returns false if the token is not a tag that can do so here."""
     for mark, opening in OPENING.items():
         if token == opening:
             open_marks.append(mark)
@@ -82,25 +83,26 @@ def _apply(token, open_marks):
     return False
 
 
-def joined(pieces):
+def join_adjacent(pieces):
+    """Joins adjacent pieces with the same marks."""
     return [
         ("".join(text for text, _ in group), marks)
         for marks, group in groupby(pieces, key=lambda piece: piece[1])
     ]
 
 
-def over(field_marks, pieces):
-    """The pieces as they look inside a field that has these marks as a whole."""
-    return joined([(text, _laid_over(field_marks, marks)) for text, marks in pieces])
+def add_field_marks(field_marks, pieces):
+    """Returns the pieces as they look inside a field that has these marks as a whole."""
+    return join_adjacent([(text, _combine_marks(field_marks, marks)) for text, marks in pieces])
 
 
-def _laid_over(field_marks, marks):
-    return (field_marks - HEIGHTS if marks & HEIGHTS else field_marks) | marks
+def _combine_marks(field_marks, marks):
+    return (field_marks - VERTICAL_MARKS if marks & VERTICAL_MARKS else field_marks) | marks
 
 
-def without(field_marks, pieces):
-    """The pieces as markup can express them: without the marks of the field as a whole."""
-    return joined([(text, marks - field_marks) for text, marks in pieces])
+def remove_field_marks(field_marks, pieces):
+    """Returns the pieces as markup can express them: without the marks of the field as a whole."""
+    return join_adjacent([(text, marks - field_marks) for text, marks in pieces])
 
 
 def common_marks(pieces):
@@ -109,46 +111,47 @@ def common_marks(pieces):
     return frozenset.intersection(*sets) if sets else frozenset()
 
 
-def shown(pieces):
-    """The pieces as a document shows them: characters that runs cannot represent are replaced."""
-    return joined([(_shown_text(text), marks) for text, marks in pieces])
+def replace_unrepresentable(pieces):
+    """Returns the pieces as a document shows them: replaces characters that runs cannot represent."""
+    return join_adjacent([(_replace_in_text(text), marks) for text, marks in pieces])
 
 
-def _shown_text(text):
-    atoms = ATOMS.split(text)
-    between = [_as_read(found) for found in ATOMS.findall(text)] + [""]
-    return "".join(_replaced(part) + mark for part, mark in zip(atoms, between))
+def _replace_in_text(text):
+    parts = ATOMS.split(text)
+    atoms = [_read_back(atom) for atom in ATOMS.findall(text)] + [""]
+    return "".join(_replace_invalid(part) + atom for part, atom in zip(parts, atoms))
 
 
-def _as_read(atom):
+def _read_back(atom):
+    """The character that is read back from the element of an atom."""
     return atom if atom in CHARACTERS else "\v"
 
 
-def _replaced(text):
+def _replace_invalid(text):
     return NOT_IN_XML.sub("\ufffd", text)
 
 
 def markup_of_pieces(pieces):
-    return "".join(_tagged(text, [m for m in PROPERTIES if m in marks]) for text, marks in pieces)
+    return "".join(_add_tags(text, [m for m in PROPERTIES if m in marks]) for text, marks in pieces)
 
 
-def _tagged(text, marks):
+def _add_tags(text, marks):
     for character, escape in (("&", "&amp;"), ("<", "&lt;"), (">", "&gt;")):
         text = text.replace(character, escape)
     opening = "".join(OPENING[mark] for mark in marks)
     return opening + text + "".join(CLOSING[mark] for mark in reversed(marks))
 
 
-def plain(pieces):
+def plain_text(pieces):
     return "".join(text for text, _ in pieces)
 
 
 def runs_of_pieces(pieces, base):
     """New runs with the run properties `base` (or None) and, in addition, each piece's marks."""
-    return [_run(text, marked(base, marks)) for text, marks in pieces if text]
+    return [_create_run(text, properties_with_marks(base, marks)) for text, marks in pieces if text]
 
 
-def _run(text, properties):
+def _create_run(text, properties):
     run = etree.Element(W + "r", nsmap={"w": W[1:-1]})
     if properties is not None:
         run.append(properties)
@@ -164,11 +167,12 @@ def _run(text, properties):
 def _append_text(run, text):
     if text:
         element = etree.SubElement(run, W + "t")
-        element.text = _replaced(text)
+        element.text = _replace_invalid(text)
         element.set(XML_SPACE, "preserve")
 
 
-def marked(base, marks):
+def properties_with_marks(base, marks):
+    """A copy of the run properties `base` (or None) with these marks added; None if it is empty."""
     if base is None and not marks:
         return None
     properties = copy.deepcopy(base) if base is not None else etree.Element(W + "rPr")
@@ -184,11 +188,11 @@ def _set_property(properties, name, value):
     element = etree.Element(W + name)
     if value:
         element.set(W + "val", value)
-    rank = ORDER.index(name)
+    rank = PROPERTY_ORDER.index(name)
     later = (
         child
         for child in properties
-        if etree.QName(child).localname in ORDER[rank + 1 :]
+        if etree.QName(child).localname in PROPERTY_ORDER[rank + 1 :]
         or etree.QName(child).localname == "rPrChange"
     )
     follower = next(later, None)
@@ -198,15 +202,15 @@ def _set_property(properties, name, value):
         follower.addprevious(element)
 
 
-def look(first, whole):
+def new_text_properties(first, whole):
     """The run properties of a field's new text: the font of its `first` run of text, with the marks
     of `whole`, the run properties of the field as a whole. A mark that `whole` switches off stays
     off, because the paragraph's style may switch it on."""
-    properties = marked(_without_marks(first), marks_of_properties(whole))
+    properties = properties_with_marks(_clear_marks(first), marks_of_properties(whole))
     for element in [] if whole is None else whole:
         name = etree.QName(element).localname if isinstance(element.tag, str) else ""
         value = element.get(W + "val")
-        if name in ELEMENT_NAMES and value in SWITCHED_OFF:
+        if name in ELEMENT_NAMES and value in OFF_VALUES:
             properties = etree.Element(W + "rPr") if properties is None else properties
             _set_property(properties, name, value)
     return properties
@@ -214,19 +218,21 @@ def look(first, whole):
 
 def marks_of_properties(properties):
     return frozenset(
-        mark for mark, ((name, value), *_) in PROPERTIES.items() if _has(properties, name, value)
+        mark
+        for mark, ((name, value), *_) in PROPERTIES.items()
+        if _has_property(properties, name, value)
     )
 
 
-def _has(properties, name, value):
+def _has_property(properties, name, value):
     element = properties.find(W + name) if properties is not None else None
     if element is None:
         return False
     given = element.get(W + "val")
-    return given == value if value else given not in SWITCHED_OFF
+    return given == value if value else given not in OFF_VALUES
 
 
-def _without_marks(properties):
+def _clear_marks(properties):
     if properties is None:
         return None
     cleared = copy.deepcopy(properties)

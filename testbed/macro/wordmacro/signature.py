@@ -14,20 +14,20 @@ def is_part(name):
     return name.lower().lstrip("/").startswith(FOLDER)
 
 
-def without(parts):
+def remove_signature(parts):
     """The parts of a package without those of its signature, and without references to them."""
     if not any(map(is_part, parts)):
         return parts
     kept = {name: data for name, data in parts.items() if not is_part(name)}
     for name, data in kept.items():
         if name.lower() == ROOT_RELATIONSHIPS:
-            kept[name] = _pruned(name, data, "Type", lambda value: value.endswith(ORIGIN))
+            kept[name] = _remove_elements(name, data, "Type", lambda value: value.endswith(ORIGIN))
         elif name.lower() == CONTENT_TYPES:
-            kept[name] = _pruned(name, data, "PartName", is_part)
+            kept[name] = _remove_elements(name, data, "PartName", is_part)
     return kept
 
 
-def _pruned(name, data, attribute, is_removed):
+def _remove_elements(name, data, attribute, is_removed):
     parser = etree.XMLParser(resolve_entities=False, no_network=True)
     try:
         root = etree.fromstring(data, parser)
