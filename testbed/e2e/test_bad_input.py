@@ -1,4 +1,4 @@
-"""Bad documents and bad answers cause a sentence on standard error and exit status 1, and change no
+"""Bad documents and bad replies cause a sentence on standard error and exit status 1, and change no
 file."""
 
 import json
@@ -206,26 +206,26 @@ WITHOUT_CLUSTERS = {"citationStyleUrl": APA, "bibliography": "b",
                     "citationClusters": [{"formattedText": str(n)} for n in range(12)]}
 
 
-def answer(text="(x)", style=APA, bibliography="b", cluster='{"citationItems":[{"id":1}]}'):
-    """A fault whose body is an answer for twelve equal citations."""
+def reply(text="(x)", style=APA, bibliography="b", cluster='{"citationItems":[{"id":1}]}'):
+    """A fault whose body is a reply for twelve equal citations."""
     one = f'{{"citationCluster":{cluster},"formattedText":{json.dumps(text)}}}'
     every = ",".join([one] * 12)
     start = {"citationStyleUrl": style, "bibliography": bibliography}
     return {"body": f'{json.dumps(start)[:-1]},"citationClusters":[{every}]}}'}
 
 
-EMPTY_TEXT = 'The text in the answer for citation 1 of 12 ("(Turing 1950)" in the body) is empty.'
+EMPTY_TEXT = 'The new text for citation 1 of 12 ("(Turing 1950)" in the body) is empty.'
 FAULTS = {
-    "an empty text": (answer(text=""), EMPTY_TEXT),
-    "a text of spaces": (answer(text=" \u2003"), EMPTY_TEXT),
-    "a text of tags": (answer(text="<i></i>"), EMPTY_TEXT),
-    "an empty style": (answer(style=""), "names no style"),
-    "an empty cluster": (answer(cluster="{}"), "holds no citation"),
-    "a cluster without works": (answer(cluster='{"citationItems":[]}'), "holds no citation"),
-    "a bibliography of line feeds": (answer(bibliography="\n\n"), "bibliography in the answer is"),
-    "U+0001 in a text": (answer(text="a\x01b"), "has 63 texts in place of 51. A text in it may hold"),
+    "an empty text": (reply(text=""), EMPTY_TEXT),
+    "a text of spaces": (reply(text=" \u2003"), EMPTY_TEXT),
+    "a text of tags": (reply(text="<i></i>"), EMPTY_TEXT),
+    "an empty style": (reply(style=""), "name no style"),
+    "an empty cluster": (reply(cluster="{}"), "holds no citation"),
+    "a cluster without works": (reply(cluster='{"citationItems":[]}'), "holds no citation"),
+    "a bibliography of line feeds": (reply(bibliography="\n\n"), "bibliography in the results is"),
+    "U+0001 in a text": (reply(text="a\x01b"), "gave 63 results instead of 51. One of them may hold U+0001"),
     "a number beyond a double": (
-        answer(cluster='{"citationItems":[{"id":1e400}]}'),
+        reply(cluster='{"citationItems":[{"id":1e400}]}'),
         "or holds a number that exceeds the range of a double"),
     "a connection closed at once": ({"drop": "beforeStatus"}, "refused the style"),
     "a connection closed after the headers": ({"drop": "afterHeaders"}, "could not be used"),
@@ -236,7 +236,7 @@ FAULTS = {
     "status 500": ({"status": 500}, "refused the style"),
     "a status other than 200": ({"status": 201}, "refused the style"),
     "a body that is not JSON": ({"body": "<html>"}, "could not be used"),
-    "an empty answer": ({"body": ""}, "could not be used"),
+    "an empty reply": ({"body": ""}, "could not be used"),
     "citations without clusters": ({"body": json.dumps(WITHOUT_CLUSTERS)}, "holds no citation"),
 }
 
@@ -352,7 +352,7 @@ class BadInput(EndToEnd):
 
     def test_reports_an_application_that_is_not_running(self):
         self.home.set_port(1)
-        self.fails("does not answer")
+        self.fails("does not reply")
 
     def test_reports_a_missing_bridge(self):
         self.home.environment["BRIDGE"] = str(self.path("no-bridge"))
@@ -428,9 +428,9 @@ class Exchange(EndToEnd):
 
     def test_writes_results_to_files_unchanged(self):
         texts = ["{\"a\\\\b\"}", "", "line\nline\n", "\ud83d 🐋", "\x00\x07"]
-        answer = self.path("answer")
-        answer.write_bytes("\x01".join(texts).encode("utf-16-le", "surrogatepass"))
-        self.use(f'cat {answer} > "$results"; ready {answer.stat().st_size}')
+        results = self.path("results")
+        results.write_bytes("\x01".join(texts).encode("utf-16-le", "surrogatepass"))
+        self.use(f'cat {results} > "$results"; ready {results.stat().st_size}')
         folder = self.path("kept")
         folder.mkdir()
         for name in ("6", "7", "notes"):

@@ -65,7 +65,7 @@ class EditedText(EndToEnd):
         self.answer(cancel=True)
         self.fails("its dialog was cancelled", "--discard-edits")
 
-    def test_an_answer_without_the_edit_leaves_the_document_unchanged(self):
+    def test_a_reply_without_the_edit_leaves_the_document_unchanged(self):
         (_, field, *_) = reader.citations(self.document)
         cluster = field.cluster
         other_works = {**cluster, "citationItems": [{"id": 1}], "tessaron": {}}
@@ -86,7 +86,7 @@ class EditedText(EndToEnd):
     def test_reports_an_application_that_has_ended(self):
         self.desktop.terminate()
         self.desktop.wait(10)
-        self.fails("Tessaron Desktop does not answer")
+        self.fails("Tessaron Desktop does not reply")
 
     def test_a_discarded_edit_is_replaced_by_the_text_of_the_style(self):
         self.answer(keep=False)

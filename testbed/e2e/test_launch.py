@@ -46,7 +46,7 @@ class Launch(EndToEnd):
     def test_launches_an_application_that_is_not_running(self):
         self.assertEqual(self.ok("run", "isTessaronRunning"), "1: false\n")
         message = self.failure("format", self.source, self.path("a.docx"), "--style", APA)
-        self.assertIn("Tessaron Desktop does not answer", message)
+        self.assertIn("Tessaron Desktop does not reply", message)
         self.assertFalse(self.path("a.docx").exists())
 
         self.install()

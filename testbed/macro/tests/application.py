@@ -45,7 +45,7 @@ class Application:
 
     def run(self, bridge, command, arguments, folder=None):
         self.commands.append((command, arguments))
-        return exchange.Answer(getattr(self, command)(*arguments), "")
+        return exchange.Outcome(getattr(self, command)(*arguments), "")
 
     def isTessaronRunning(self):
         return ["true"]

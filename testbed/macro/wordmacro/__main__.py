@@ -63,11 +63,11 @@ def _stop_on_signals():
 
 def _run_command(options):
     arguments = [_decode_argument(argument) for argument in options.argument]
-    answer = exchange.run(options.bridge, options.command, arguments, options.folder)
-    console.report(answer.messages)
+    outcome = exchange.run(options.bridge, options.command, arguments, options.folder)
+    console.report(outcome.messages)
     if options.results is not None:
-        return _write_results(Path(options.results), answer.results)
-    lines = (CONTROLS.sub(_escape_character, text) for text in answer.results)
+        return _write_results(Path(options.results), outcome.results)
+    lines = (CONTROLS.sub(_escape_character, text) for text in outcome.results)
     return _print("\n".join(f"{number}: {line}" for number, line in enumerate(lines, 1)))
 
 

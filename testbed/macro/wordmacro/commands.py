@@ -8,7 +8,7 @@ from .failure import Failure
 
 UNCHANGED = "Nothing was written."
 NOT_RUNNING = (
-    'Tessaron Desktop does not answer; it can be started with "macro run launchTessaron".'
+    'Tessaron Desktop does not reply; it can be started with "macro run launchTessaron".'
 )
 SKIPPING_EFFECT = (
     "numeric styles number the citations without it, and a work that is cited nowhere else is "
@@ -39,8 +39,8 @@ def format_document(bridge, document, style, choices=Choices()):
         for field in (f for f in citations if not f.problem):
             _record_edit(bridge, document, field)
     citations, batch = _format_citations(bridge, document, citations, style, choices)
-    answers = zip(citations, batch.codes, batch.texts)
-    written = [answer for answer in answers if not answer[0].problem]
+    formatted = zip(citations, batch.codes, batch.texts)
+    written = [entry for entry in formatted if not entry[0].problem]
     for field, code, text in written:
         rewrite.set_everywhere(field, code, text)
     document.fill_bibliography(batch.entries)
@@ -88,8 +88,8 @@ def _record_edit(bridge, document, field):
         return
     name = document.describe(field)
     arguments = [field.code, clusters.current_text(field)]
-    answer = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments)
-    code = _check_code(answer.results[0], name)
+    results = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments).results
+    code = _check_code(results[0], name)
     if not _is_recorded(field, code) and not _is_given_up(field, code):
         _check_running(bridge)
         raise Failure(
@@ -115,14 +115,14 @@ def _check_running(bridge):
 
 
 def _format_citations(bridge, document, citations, style, choices):
-    """Returns the citations of the batch and its answer. With `skip_unreadable`, repeats the batch
+    """Returns the citations of the batch and its results. With `skip_unreadable`, repeats the batch
     without each citation that is rejected."""
     while True:
         sent = [text for f in citations for text in (f.code, clusters.current_text(f))]
-        answer = exchange.run(bridge, "formatCitationsAndBibliography", [style, *sent])
-        rejected = _rejected_citation(answer.results, citations)
+        outcome = exchange.run(bridge, "formatCitationsAndBibliography", [style, *sent])
+        rejected = _rejected_citation(outcome.results, citations)
         if rejected is None:
-            return citations, _parse_batch(bridge, document, citations, style, answer, choices)
+            return citations, _parse_batch(bridge, document, citations, style, outcome, choices)
         if not choices.skip_unreadable or len(citations) == 1:
             advice = "" if choices.skip_unreadable else f" {_advice()}"
             name = document.describe(rejected)
@@ -138,15 +138,15 @@ def _rejected_citation(results, citations):
     return None
 
 
-def _parse_batch(bridge, document, citations, style, answer, choices):
-    results = answer.results
+def _parse_batch(bridge, document, citations, style, outcome, choices):
+    results = outcome.results
     if results[0] == "false" and len(results) == 2:
-        raise Failure(_failure_reason(bridge, document, citations, style, answer.messages))
+        raise Failure(_failure_reason(bridge, document, citations, style, outcome.messages))
     expected = 3 + 4 * len(citations)
     if results[0] != "true" or len(results) != expected:
         raise Failure(
-            f"The answer for the batch has {len(results)} texts in place of {expected}. A text in "
-            f"it may hold U+0001, which separates the texts. {UNCHANGED}"
+            f"The batch gave {len(results)} results instead of {expected}. One of them may hold "
+            f"U+0001, which separates results. {UNCHANGED}"
         )
     batch = Batch(
         results[1],
@@ -162,18 +162,18 @@ def _check_batch(document, citations, batch, choices):
     """Rejects a batch without a style, a bibliography or a text. The application reports it as a
     success, but it would replace what the document has."""
     if not batch.style:
-        raise Failure(f"The answer names no style. {UNCHANGED}")
+        raise Failure(f"The results of the batch name no style. {UNCHANGED}")
     if not any(runs.plain_text(entry).strip() for entry in batch.entries):
-        raise Failure(f"The bibliography in the answer is empty. {UNCHANGED}")
+        raise Failure(f"The bibliography in the results is empty. {UNCHANGED}")
     for field, code, text in zip(citations, batch.codes, batch.texts):
         if not clusters.has_works(code):
             raise _no_citation_failure(document.describe(field))
         if not runs.plain_text(text).strip():
             name = document.describe(field)
-            raise Failure(f"The text in the answer for {name} is empty. {UNCHANGED}")
+            raise Failure(f"The new text for {name} is empty. {UNCHANGED}")
         if not choices.discard_edits and _would_lose_edit(field, text):
             raise Failure(
-                f"The answer would replace the hand-edited text of {document.describe(field)}. "
+                f"The new text would replace the hand-edited text of {document.describe(field)}. "
                 f"{UNCHANGED} "
                 "With --discard-edits it is replaced."
             )
@@ -191,15 +191,15 @@ def _failure_reason(bridge, document, citations, style, messages):
         if number:
             return (
                 f"The field code of {document.describe(field)} holds the number {number[:30]}, which "
-                f"exceeds the range of a double. The bridge cannot read it in an answer. {UNCHANGED}"
+                f"exceeds the range of a double. The bridge cannot read it in a reply. {UNCHANGED}"
             )
     if "received 0 formatted citations" in messages:
         return (
-            f"Tessaron Desktop's answer could not be used: {messages} The answer was cut off, is not "
+            f"Tessaron Desktop's reply could not be used: {messages} The reply was cut off, is not "
             f"JSON, or holds a number that exceeds the range of a double. {UNCHANGED}"
         )
     if messages:
-        return f"Tessaron Desktop's answer could not be used: {messages} {UNCHANGED}"
+        return f"Tessaron Desktop's reply could not be used: {messages} {UNCHANGED}"
     _check_running(bridge)
     return (
         f"Tessaron Desktop did not format the document: it refused the style {style}, "
@@ -208,7 +208,7 @@ def _failure_reason(bridge, document, citations, style, messages):
 
 
 def _check_code(code, name):
-    """Returns a field code if it can be written. From an answer that was cut off, the bridge makes
+    """Returns a field code if it can be written. From a reply that was cut off, the bridge makes
     the field code "null"."""
     if not clusters.has_works(code):
         raise _no_citation_failure(name)
@@ -216,7 +216,7 @@ def _check_code(code, name):
 
 
 def _no_citation_failure(name):
-    return Failure(f"The answer for {name} holds no citation. {UNCHANGED}")
+    return Failure(f"The result for {name} holds no citation. {UNCHANGED}")
 
 
 def list_citations(document):
@@ -235,7 +235,7 @@ def insert(bridge, document, choices, uuid, bookmark):
     else:
         results = exchange.run(bridge, "getFieldCodeFromCitationEditor", [""]).results
     if results[0] == "":
-        raise Failure(f"No citation was chosen, or Tessaron Desktop does not answer. {UNCHANGED}")
+        raise Failure(f"No citation was chosen, or Tessaron Desktop does not reply. {UNCHANGED}")
     code = _check_code(results[0], "the new citation")
     text = clusters.recorded_text(code) or "{Citation}"
     document.insert(code, runs.pieces_of_markup(text), places)

@@ -34,7 +34,7 @@ TRACE = "tessaron.http"
 TRACE_VARIABLES = ("QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN")
 
 
-class Answer(NamedTuple):
+class Outcome(NamedTuple):
     results: list
     messages: str  # on standard error, joined into one line, without the trace
 
@@ -105,7 +105,7 @@ def _locked_if_free(folder):
 
 def _run_in_folder(bridge, command, arguments, folder, inherited):
     try:
-        # Files of an earlier run must not be read as this command's answer.
+        # Files of an earlier run must not be read as this command's results.
         for name in (RESULTS, READY):
             (folder / name).unlink(missing_ok=True)
         (folder / ARGS).write_bytes(encode(arguments))
@@ -118,7 +118,7 @@ def _run_in_folder(bridge, command, arguments, folder, inherited):
     if status != 0:
         raise Failure(f"The bridge ended with status {status}{because}.")
     # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
-    return Answer(_read_results(folder, command, because), messages)
+    return Outcome(_read_results(folder, command, because), messages)
 
 
 def _run_bridge(bridge, command, folder, inherited):
