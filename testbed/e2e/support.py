@@ -1,10 +1,8 @@
 """What all end-to-end tests use: a temporary home, and the stand-ins for the application and the macro."""
 
 import os
-import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -21,6 +19,7 @@ STYLE_URL = "http://www.zotero.org/styles/"
 APA, IEEE = STYLE_URL + "apa", STYLE_URL + "ieee"
 
 from mac_settings import Settings  # noqa: E402
+from ports import free_port  # noqa: E402,F401 (imported by the tests)
 
 sys.path.insert(0, str(ROOT / "testbed" / "samples"))
 from make_samples import SAMPLES, make  # noqa: E402,F401 (imported by the tests)
@@ -31,16 +30,6 @@ def bridge():
     if not os.access(path, os.X_OK):
         raise RuntimeError("The environment variable BRIDGE must name the bridge's executable.")
     return os.path.abspath(path)
-
-
-def free_port():
-    """A free port below the range that systems use for outgoing connections, so that no connection takes
-    it before the test does."""
-    while True:
-        port = random.randrange(20000, 32000)
-        with socket.socket() as probe:
-            if probe.connect_ex(("127.0.0.1", port)) != 0:
-                return port
 
 
 class Home:

@@ -13,13 +13,13 @@ import urllib.request
 from pathlib import Path
 
 from support import (
-    Exchange, NotTried, Problem, Server, agreed, ask, free_port, home, is_free, last_lines,
-    milliseconds, run,
+    Exchange, NotTried, Problem, Server, agreed, ask, home, last_lines, milliseconds, run,
 )  # fmt: skip
 
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "testbed" / "e2e"))
 from mac_settings import Settings  # noqa: E402
+from ports import free_port, is_free  # noqa: E402
 
 IDENTIFIER = "com.tessaron.desktop"
 APPLICATION = Path("/Applications/Tessaron Desktop.app")
