@@ -3,17 +3,17 @@
 const SHOWN_LENGTH = 80;
 
 /** Returns the place of the first difference between two requests and their values there, or ''. */
-function firstDifference(recorded, asked) {
-    if (recorded.method !== asked.method || recorded.path !== asked.path) {
+function firstDifference(recorded, received) {
+    if (recorded.method !== received.method || recorded.path !== received.path) {
         return `in its method or path: the trace has ${recorded.method} ${recorded.path}, `
-            + `but the bridge sent ${asked.method} ${asked.path}`;
+            + `but the bridge sent ${received.method} ${received.path}`;
     }
-    if (recorded.body.equals(asked.body)) {
+    if (recorded.body.equals(received.body)) {
         return '';
     }
-    const [before, now] = [parse(recorded.body), parse(asked.body)];
+    const [before, now] = [parse(recorded.body), parse(received.body)];
     if (before === undefined || now === undefined) {
-        return describeDifference('in the body', recorded.body.toString(), asked.body.toString());
+        return describeDifference('in the body', recorded.body.toString(), received.body.toString());
     }
     return valueDifference(before, now, '');
 }

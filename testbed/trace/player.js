@@ -5,7 +5,7 @@
 const http = require('node:http');
 
 /**
- * An HTTP server on 127.0.0.1 that answers each request with the reply of the next exchange.
+ * An HTTP server on 127.0.0.1 that sends to each request the reply of the next exchange.
  * `onRequest(exchange, request)` gets the exchange, undefined after the last one, and the request
  * { method, path, body }.
  */
@@ -22,18 +22,18 @@ function createPlayer(exchanges, onRequest) {
         }
         const exchange = left.shift();
         onRequest(exchange, { method: request.method, path: request.url, body: Buffer.concat(pieces) });
-        answer(response, exchange && exchange.reply);
+        sendReply(response, exchange && exchange.reply);
     });
 }
 
-// The status 0 is what the bridge sees if nothing answers. It is sent as a status here, because Qt
+// The status 0 is what the bridge sees if nothing replies. It is sent as a status here, because Qt
 // repeats a GET when the connection closes without one.
-const NO_ANSWER = 'HTTP/1.1 000 No Answer\r\nContent-Length: 0\r\nConnection: close\r\n\r\n';
+const NO_REPLY = 'HTTP/1.1 000 No Reply\r\nContent-Length: 0\r\nConnection: close\r\n\r\n';
 
 /** Sends a recorded reply, or the status 0 if there is none. */
-function answer(response, reply) {
+function sendReply(response, reply) {
     if (!reply || reply.status === 0) {
-        response.socket.end(NO_ANSWER);
+        response.socket.end(NO_REPLY);
         return;
     }
     const { status, error, body } = reply;

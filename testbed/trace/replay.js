@@ -47,18 +47,18 @@ function readNumber(name, text, largest) {
  * runs the bridge.
  */
 async function play(exchanges, { port, limitMs, program }) {
-    const state = { asked: 0, isFinished: false };
+    const state = { received: 0, isFinished: false };
     let finish;
     const finished = new Promise((resolve) => {
         finish = (sentence) => { state.isFinished = true; resolve(sentence); };
     });
-    const stop = (why) => finish(state.asked === exchanges.length ? ''
-        : `${why}. Requests received: ${state.asked} of ${exchanges.length}.`);
+    const stop = (why) => finish(state.received === exchanges.length ? ''
+        : `${why}. Requests received: ${state.received} of ${exchanges.length}.`);
     const player = createPlayer(exchanges, (exchange, request) => {
         timer.refresh(); // set below, before the first request
-        state.asked += 1;
-        const sentence = report(state.asked, exchange, request);
-        if (sentence || state.asked === exchanges.length) {
+        state.received += 1;
+        const sentence = report(state.received, exchange, request);
+        if (sentence || state.received === exchanges.length) {
             finish(sentence);
         }
     });
@@ -83,7 +83,7 @@ function report(number, exchange, request) {
         : `from the trace, which has no more: the bridge sent ${request.method} ${request.path}`;
     say(`Request ${number}: ${request.method} ${request.path}`);
     if (exchange && !exchange.reply) {
-        say('  The trace ends before the reply, so there is no answer.');
+        say('  The trace ends before the reply, so the bridge gets the status 0.');
     }
     return difference && `Request ${number} differs ${difference}.`;
 }

@@ -369,7 +369,7 @@ class FailedTrialTest(MacCase):
         output, _ = process.communicate("\n", timeout=60)
         self.assertEqual(process.returncode, 1)
         self.assertResult(
-            self.report(output), "FAILED", "A request kept open", "ended before the request was answered"
+            self.report(output), "FAILED", "A request kept open", "ended before it received the reply"
         )
 
 

@@ -68,7 +68,7 @@ def agreed(question):
 
 
 class Server:
-    """Answers and records every request. While `hold` is set, a POST waits for `release`."""
+    """Replies to every request and records it. While `hold` is set, a POST waits for `release`."""
 
     def __init__(self, port):
         self.requests = []
@@ -80,13 +80,13 @@ class Server:
             protocol_version = "HTTP/1.1"
 
             def do_GET(self):
-                self.answer(b'{"processId": 0, "uuid": "try-on-mac"}')
+                self.reply(b'{"processId": 0, "uuid": "try-on-mac"}')
 
             def do_POST(self):
                 self.rfile.read(int(self.headers["Content-Length"]))
-                self.answer(b'{"citationCluster": {"citationItems": [{"id": "1"}]}}')
+                self.reply(b'{"citationCluster": {"citationItems": [{"id": "1"}]}}')
 
-            def answer(self, body):
+            def reply(self, body):
                 recorder.requests.append(f"{self.command} {self.path}")
                 if self.command == "POST" and recorder.hold.is_set():
                     recorder.release.wait()

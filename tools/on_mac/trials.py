@@ -137,16 +137,16 @@ def launched(mac):
     with Exchange(mac.bridge) as exchange:
         start = time.monotonic()
         if exchange.run("launchTessaron") != ["true"]:
-            raise Problem("launchTessaron answered false. Console shows why, under the bridge's name.")
+            raise Problem("launchTessaron returned false. Console shows why, under the bridge's name.")
         seconds = time.monotonic() - start
         process_id = exchange.run("tessaronProcessId")[0]
         if process_id == "0":
-            raise Problem("launchTessaron answered true, and tessaronProcessId 0.")
+            raise Problem("launchTessaron returned true, but tessaronProcessId returned 0.")
     return [f"started after {seconds:.1f} s, process id {process_id}"]
 
 
 def stop_stand_in(port):
-    """Ends the process that answers on the port, if it is the stand-in, and waits until the port is free."""
+    """Ends the process that listens on the port if it is the stand-in, and waits until the port is free."""
     try:
         with urllib.request.urlopen(f"http://127.0.0.1:{port}/tessaronDesktopInfo") as reply:
             process_id = int(json.load(reply)["processId"])
@@ -168,11 +168,11 @@ def container(mac):
         mac.settings.set_port(mac.port)
         try:
             with Exchange(mac.bridge, folder) as exchange:
-                answer = exchange.run("getUserUuid")
+                results = exchange.run("getUserUuid")
         except OSError as error:
             raise Problem(f"Terminal cannot write to {folder}: {error.strerror}.")
-    if answer != ["try-on-mac"]:
-        raise Problem(f"The results file holds {json.dumps(answer)}.")
+    if results != ["try-on-mac"]:
+        raise Problem(f"The results file holds {json.dumps(results)}.")
     asked = ask("What did the system ask just now? Type its text, or Enter if it asked nothing.")
     return [
         f"exchanged in {folder}",
@@ -212,12 +212,12 @@ def dialog(mac):
             process.kill()
             process.wait()
         if ended:
-            raise Problem("The bridge ended before the request was answered.")
+            raise Problem("The bridge ended before it received the reply.")
         if len(server.requests) != 1:
             raise Problem(f"The request was sent {len(server.requests)} times.")
         if not exchange.results()[0].startswith("ADDIN CSL_CITATION "):
-            raise Problem(f"The answer was lost; results {exchange.results()}.")
-    return ["the request stayed open, its answer arrived, and it was sent once"]
+            raise Problem(f"The reply was lost; results {exchange.results()}.")
+    return ["the request stayed open, its reply arrived, and it was sent once"]
 
 
 TRIALS = [

@@ -105,7 +105,7 @@ const SERVERS = [
     ['refusals', 403, 'Forbidden'],
 ];
 for (const [name, status, body] of SERVERS) {
-    test(`a server that answers with ${name} deviates`, async (t) => {
+    test(`a server that replies with ${name} deviates`, async (t) => {
         const port = await startServer(t, () => ({ status, body: Buffer.from(body) }));
         const outcome = await check(t, port);
         assert.strictEqual(outcome.status, 1);

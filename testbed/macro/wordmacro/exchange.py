@@ -114,11 +114,11 @@ def _run_in_folder(bridge, command, arguments, folder, inherited):
         raise Failure(f"The folder {folder} cannot be used: {reason}.")
     status, errors = _run_bridge(bridge, command, folder, inherited)
     messages = _extract_messages(errors)
-    because = f" and said: {messages}" if messages else ""
+    said = f" and said: {messages}" if messages else ""
     if status != 0:
-        raise Failure(f"The bridge ended with status {status}{because}.")
+        raise Failure(f"The bridge ended with status {status}{said}.")
     # The bridge writes the ready file last, so once it has ended there is nothing to wait for.
-    return Outcome(_read_results(folder, command, because), messages)
+    return Outcome(_read_results(folder, command, said), messages)
 
 
 def _run_bridge(bridge, command, folder, inherited):
@@ -170,13 +170,13 @@ def _extract_messages(output):
     return " ".join(output.split())
 
 
-def _read_results(folder, command, because):
+def _read_results(folder, command, said):
     try:
         ready = (folder / READY).read_bytes().decode("utf-16-le", "replace")
     except OSError:
-        raise Failure(f'The bridge wrote no ready file for "{command}"{because}.')
+        raise Failure(f'The bridge wrote no ready file for "{command}"{said}.')
     if ready == "-1":
-        raise Failure(f'The bridge could not write the results of "{command}"{because}.')
+        raise Failure(f'The bridge could not write the results of "{command}"{said}.')
     try:
         data = (folder / RESULTS).read_bytes()
     except OSError:

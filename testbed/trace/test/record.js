@@ -26,14 +26,14 @@ async function recordAllCommands(t) {
     return outcomes.map(([, { errors }]) => errors).join('');
 }
 
-/** Starts a server that answers each request with `answer(request, body)`: { status, body }. */
-async function startServer(t, answer) {
+/** Starts a server that replies to each request with `replyTo(request, body)`: { status, body }. */
+async function startServer(t, replyTo) {
     const server = http.createServer(async (request, response) => {
         const pieces = [];
         for await (const piece of request) {
             pieces.push(piece);
         }
-        const { status, body } = answer(request, Buffer.concat(pieces));
+        const { status, body } = replyTo(request, Buffer.concat(pieces));
         response.writeHead(status, { 'Content-Length': body.length, Connection: 'close' });
         response.end(body);
     });

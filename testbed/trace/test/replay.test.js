@@ -69,9 +69,9 @@ const RESULTS = [
         "getUserUuid: Unable to retrieve uuid - error: 503. Server error 'closed'"],
     ['a status of 204', UUID, { status: 204 }, /error: 204\./],
     ['a redirect', UUID, { status: 302, body: '{}' }, /error: 302\./],
-    ['no answer', UUID, { status: 0, error: 'Connection refused' }, /error: 0\./],
+    ['no reply', UUID, { status: 0, error: 'Connection refused' }, /error: 0\./],
     ['no recorded reply', UUID, undefined, /error: 0\./],
-    ['no answer to a POST', MERGE, { status: 0, error: 'Connection closed' }, 'mergeFields: '],
+    ['no reply to a POST', MERGE, { status: 0, error: 'Connection closed' }, 'mergeFields: '],
     ['a body that was cut off', UUID, { body: '{"uu', error: 'Connection closed' }, 'getUserUuid: '],
     ['a body that is not JSON', UUID, { status: 500, body: '<p>' }, /Server error '<p>'/],
 ];
