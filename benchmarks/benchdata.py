@@ -1,5 +1,5 @@
 """Makes the documents that the benchmarks format: argument files as the macro writes them, and
-the application's answers to them. All data comes from one random seed, so it is the same in every run."""
+the application's replies to them. All data comes from one random seed, so it is the same in every run."""
 import json
 import os
 import random
@@ -82,17 +82,17 @@ def write_json(path, value):
 
 
 def write_clusters(folder, clusters):
-    """Writes the argument file that the macro would write for these citations, and the answer to it."""
-    arguments, answers, bibliography = [STYLE], [], []
+    """Writes the argument file that the macro would write for these citations, and the reply to it."""
+    arguments, replies, bibliography = [STYLE], [], []
     for cluster in clusters:
         text = cluster["tessaron"]["plainTextFormattedCitation"]
         item = cluster["citationItems"][0]["itemData"]
         arguments += "ADDIN CSL_CITATION " + compact(cluster, sort_keys=True), text
-        answers.append({"citationCluster": cluster, "formattedText": f"<i>{text}</i>"})
+        replies.append({"citationCluster": cluster, "formattedText": f"<i>{text}</i>"})
         bibliography.append(f"{item['author'][0]['family']}. {item['title']} {item['page']}.")
     write_arguments(folder, arguments)
-    write_json(os.path.join(folder, "answer.json"), {
-        "citationStyleUrl": STYLE, "citationClusters": answers,
+    write_json(os.path.join(folder, "reply.json"), {
+        "citationStyleUrl": STYLE, "citationClusters": replies,
         "bibliography": "\n".join(bibliography)})
 
 
@@ -112,12 +112,12 @@ def write_huge_citation(folder, length):
 def write_recent_styles(folder, count):
     library = Library()
     write_arguments(folder, [])
-    write_json(os.path.join(folder, "answer.json"), {"citationStyles": [
+    write_json(os.path.join(folder, "reply.json"), {"citationStyles": [
         {"url": f"http://styles.tessaron.example/style-{number}",
          "title": library.random.choice(library.sentences)[:60]} for number in range(count)]})
 
 
 def write_uuid(folder):
     write_arguments(folder, [])
-    write_json(os.path.join(folder, "answer.json"),
+    write_json(os.path.join(folder, "reply.json"),
                {"uuid": "7d0c5d1c-2f7e-3a55-9c1e-1c2e4c2c9f11"})

@@ -87,18 +87,18 @@ def fit_line(points):
 
 
 class Line:
-    """A straight line fitted to the bridge's cost by size of the answer, and the deviations from it."""
+    """A straight line fitted to the bridge's cost by size of the reply, and the deviations from it."""
 
     def __init__(self, growth, key, start):
         points = [point for point in growth if point["size"] >= start]
         self.key = key
         self.base, self.slope = fit_line(
-            [(point["answerMb"], median(point["bridge"], key)) for point in points])
+            [(point["replyMb"], median(point["bridge"], key)) for point in points])
         self.worst = max(abs(self.deviation(point)) for point in points)
 
     def deviation(self, point):
         """The relative deviation of a point: 0.1 is a tenth above the line."""
-        return median(point["bridge"], self.key) / (self.base + self.slope * point["answerMb"]) - 1
+        return median(point["bridge"], self.key) / (self.base + self.slope * point["replyMb"]) - 1
 
 
 def growth_tables(growth, programs):
@@ -107,11 +107,11 @@ def growth_tables(growth, programs):
 
 def series_table(start, what, points, programs):
     lines = [Line(points, "ms", start), Line(points, "peakMb", start)]
-    header = ["document", "answer MB", *(f"{program} ms" for program in programs),
+    header = ["document", "reply MB", *(f"{program} ms" for program in programs),
               *(f"{program} MB" for program in programs), "time to line", "memory to line"]
     rows = []
     for point in points:
-        row = [point["what"], f"{point['answerMb']:.3g}"]
+        row = [point["what"], f"{point['replyMb']:.3g}"]
         for key in ("ms", "peakMb"):
             row += [f"{median(point[program], key):.1f}" for program in programs]
         for line in lines:
@@ -120,14 +120,14 @@ def series_table(start, what, points, programs):
     time, memory = lines
     return table(header, rows) + (
         f"\nFrom {what.format(max(start, points[0]['size']))} on, the bridge's time is"
-        f" {time.base:.1f} ms + {time.slope:.2f} ms for each MB of the answer, at most "
+        f" {time.base:.1f} ms + {time.slope:.2f} ms for each MB of the reply, at most "
         f"{100 * time.worst:.1f} % off ({verdict(time.worst, LINE_GOAL)}: 15 %); its peak is "
-        f"{memory.base:.1f} MB + {memory.slope:.2f} times the answer, at most "
+        f"{memory.base:.1f} MB + {memory.slope:.2f} times the reply, at most "
         f"{100 * memory.worst:.1f} % off ({verdict(memory.worst, LINE_GOAL)}: 15 %).\n")
 
 
 def server_table(server_times):
-    rows = [[name, times["requests"], f"{times['cpuMs']:.2f}", f"{times['answerMs']:.2f}",
+    rows = [[name, times["requests"], f"{times['cpuMs']:.2f}", f"{times['replyMs']:.2f}",
              f"{times['wallMs']:.2f}"] for name, times in server_times.items()]
     return table(["document", "requests", "processor ms", "last byte in to last byte out, ms",
                   "first byte in to last byte out, ms"], rows)

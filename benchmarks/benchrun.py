@@ -58,12 +58,12 @@ class Bench:
 
     @contextlib.contextmanager
     def server(self, command, folder, *options):
-        """Serves the answer in `folder` until the block ends; yields the port.
+        """Serves the reply in `folder` until the block ends; yields the port.
 
         The server ends when its standard input does, so it cannot outlive this script.
         """
-        answer = os.path.join(folder, "answer.json")
-        line = [self.server_program, *options, *TARGETS[command].split(), answer]
+        reply = os.path.join(folder, "reply.json")
+        line = [self.server_program, *options, *TARGETS[command].split(), reply]
         with subprocess.Popen(line, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                               text=True) as server:
             port = server.stdout.readline().strip()

@@ -1,4 +1,4 @@
-// A local HTTP server with prepared answers, for measuring clients.
+// A local HTTP server with prepared replies, for measuring clients.
 //
 //   canned_server [--save FILE] METHOD PATH FILE [METHOD PATH FILE]...
 //
@@ -28,9 +28,9 @@
 namespace {
 
 struct Served {
-    std::vector<double> cpuMs; // processor time from the request's first byte to the answer's last
+    std::vector<double> cpuMs; // processor time from the request's first byte to the reply's last
     std::vector<double> wallMs; // wall-clock time of the same span, including waits for the client
-    std::vector<double> answerMs; // from the request's last byte to the answer's last
+    std::vector<double> replyMs; // from the request's last byte to the reply's last
 };
 
 struct Request {
@@ -63,7 +63,7 @@ std::string readFile(const char* path)
 {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
-        std::fprintf(stderr, "The prepared answer %s cannot be read.\n", path);
+        std::fprintf(stderr, "The prepared reply %s cannot be read.\n", path);
         std::exit(1);
     }
     return {std::istreambuf_iterator<char>(file), {}};
@@ -161,13 +161,13 @@ bool serve(int connection)
         return false;
     const double wallRead = clockMs(CLOCK_MONOTONIC);
     static const std::string unknown =
-        httpReply("404 Not Found", R"({"error":"No answer is prepared for this path."})");
+        httpReply("404 Not Found", R"({"error":"No reply is prepared for this path."})");
     const auto found = replies.find(request.target);
     if (!sendAll(connection, found == replies.end() ? unknown : found->second))
         return false;
     Served& times = served[found == replies.end() ? "unknown" : request.target];
     const double wallEnd = clockMs(CLOCK_MONOTONIC);
-    times.answerMs.push_back(wallEnd - wallRead);
+    times.replyMs.push_back(wallEnd - wallRead);
     times.wallMs.push_back(wallEnd - wallStart);
     times.cpuMs.push_back(clockMs(CLOCK_THREAD_CPUTIME_ID) - cpuStart);
     return request.keepAlive;
@@ -223,9 +223,9 @@ void printTimes()
     std::printf("{");
     const char* separator = "";
     for (const auto& [target, times] : served) {
-        std::printf("%s\"%s\":{\"requests\":%zu,\"cpuMs\":%.3f,\"wallMs\":%.3f,\"answerMs\":%.3f}",
+        std::printf("%s\"%s\":{\"requests\":%zu,\"cpuMs\":%.3f,\"wallMs\":%.3f,\"replyMs\":%.3f}",
             separator, target.c_str(), times.cpuMs.size(), median(times.cpuMs),
-            median(times.wallMs), median(times.answerMs));
+            median(times.wallMs), median(times.replyMs));
         separator = ",";
     }
     std::printf("}\n");

@@ -36,7 +36,7 @@ QByteArray citationJson()
 "formattedText":"<i>(García, 2014)</i>"})json";
 }
 
-QByteArray answerJson()
+QByteArray replyJson()
 {
     QByteArray json = "{\"citationClusters\":[" + citationJson();
     for (int i = 1; i < citationCount; ++i) {
@@ -72,7 +72,7 @@ void setBytes(benchmark::State& state, qint64 bytesPerIteration)
 
 void parseAnswer(benchmark::State& state)
 {
-    const QByteArray json = answerJson();
+    const QByteArray json = replyJson();
     for (auto _ : state) {
         benchmark::DoNotOptimize(parsedOrAbort(json));
     }
@@ -99,9 +99,9 @@ BENCHMARK(serializeRequest)->Unit(benchmark::kMillisecond);
 
 void buildFieldCode(benchmark::State& state)
 {
-    const QVariantMap answer = parsedOrAbort(citationJson());
+    const QVariantMap reply = parsedOrAbort(citationJson());
     for (auto _ : state) {
-        benchmark::DoNotOptimize(clusterToFieldCode(answer));
+        benchmark::DoNotOptimize(clusterToFieldCode(reply));
     }
     setBytes(state, citationJson().size());
 }

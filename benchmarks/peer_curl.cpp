@@ -183,7 +183,7 @@ json request(const std::string& path, const std::string& body = {})
     long status = 0;
     curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status != 200)
-        throw std::runtime_error("The server answered with the status " + std::to_string(status));
+        throw std::runtime_error("The server replied with the status " + std::to_string(status));
     return json::parse(reply);
 }
 

@@ -47,7 +47,7 @@ def request(method, path, body=None):
     connection.request(method, path, body, headers)
     reply = connection.getresponse()
     if reply.status != 200:
-        raise RuntimeError(f"The server answered with the status {reply.status}.")
+        raise RuntimeError(f"The server replied with the status {reply.status}.")
     return json.loads(reply.read())
 
 
