@@ -82,10 +82,9 @@ class BuildTest(Case):
         cls.programs = {architecture: build(architecture) for architecture in sdk.ARCHITECTURES}
 
     def each(self):
-        for architecture, programs in self.programs.items():
-            for program in programs:
-                with self.subTest(program=program.name, architecture=architecture):
-                    yield architecture, program
+        """Returns the architecture and path of each program. The callers start the subTest, because a subTest
+        around a yield does not catch the assertions of the caller."""
+        return [(architecture, program) for architecture, programs in self.programs.items() for program in programs]
 
     def bridge(self, architecture):
         return WORK / architecture / "tessaron-word-bridge"
@@ -98,19 +97,20 @@ class BuildTest(Case):
 
     def test_libraries_export_every_undefined_symbol(self):
         for architecture, program in self.each():
-            exported = set().union(*libraries[architecture].values())
-            listed = run(llvm / "llvm-nm", "-m", "--undefined-only", program)
-            used = set(re.findall(r"\(undefined\) (?:weak )?external (\S+)", listed))
-            self.assertEqual(used - exported, set())
-            self.assertGreater(len(used), 10)
+            with self.subTest(program=program.name, architecture=architecture):
+                exported = set().union(*libraries[architecture].values())
+                listed = run(llvm / "llvm-nm", "-m", "--undefined-only", program)
+                used = set(re.findall(r"\(undefined\) (?:weak )?external (\S+)", listed))
+                self.assertEqual(used - exported, set())
+                self.assertGreater(len(used), 10)
 
-    def test_bridge_uses_only_three_functions_of_the_framework(self):
+    def test_bridge_uses_only_three_functions_of_framework(self):
         for architecture in sdk.ARCHITECTURES:
             listed = run(llvm / "llvm-nm", "-m", "--undefined-only", self.bridge(architecture))
             used = set(re.findall(r"external (\S+) \(from CoreServices\)", listed))
             self.assertEqual(used, sdk.FRAMEWORK)
 
-    def test_bridge_loads_only_qt_and_the_system(self):
+    def test_bridge_loads_only_qt_and_system(self):
         for architecture in sdk.ARCHITECTURES:
             listed = run(
                 llvm / "llvm-objdump", "--macho", "--dylibs-used", self.bridge(architecture)
@@ -123,11 +123,12 @@ class BuildTest(Case):
 
     def test_oldest_system_is_that_of_cmakelists(self):
         for architecture, program in self.each():
-            listed = run(llvm / "llvm-objdump", "--macho", "--private-headers", program)
-            self.assertEqual(
-                re.findall(r"^ +(?:minos|version) (\d+\.\d+)$", listed, re.M),
-                [oldest_system[architecture]],
-            )
+            with self.subTest(program=program.name, architecture=architecture):
+                listed = run(llvm / "llvm-objdump", "--macho", "--private-headers", program)
+                self.assertEqual(
+                    re.findall(r"^ +(?:minos|version) (\d+\.\d+)$", listed, re.M),
+                    [oldest_system[architecture]],
+                )
 
     def test_architectures_join_into_one_file(self):
         universal = WORK / "universal"
@@ -156,19 +157,19 @@ class AvailabilityTest(Case):
     def accepted(self, architecture, oldest, code):
         self.assertEqual(self.compile(architecture, oldest, code), "")
 
-    def test_checks_the_version_of_a_c_function(self):
+    def test_checks_version_of_c_function(self):
         code = "#include <pthread.h>\nvoid f() { pthread_jit_write_protect_np(1); }\n"
         message = "'pthread_jit_write_protect_np' is only available on macOS 11.0 or newer"
         self.rejected("x86_64", oldest_system["x86_64"], code, message)
         self.accepted("arm64", oldest_system["arm64"], code)
 
-    def test_checks_the_version_of_a_library_class(self):
+    def test_checks_version_of_library_class(self):
         code = '#include <filesystem>\nbool f() { return std::filesystem::exists("f"); }\n'
         message = "'exists' is unavailable: introduced in macOS 10.15"
         self.rejected("x86_64", "10.14", code, message)
         self.accepted("x86_64", oldest_system["x86_64"], code)
 
-    def test_rejects_a_function_that_is_never_available(self):
+    def test_rejects_function_that_is_never_available(self):
         code = "#include <charconv>\nvoid f(char* p) { std::to_chars(p, p + 9, 1.5); }\n"
         for architecture, oldest in oldest_system.items():
             self.rejected(architecture, oldest, code, "'to_chars' is unavailable")
