@@ -33,7 +33,8 @@ Sub RunScenario(scenario As String, outcomes As String)
     Open outcomes & "-new" For Output As #results
     Do While Not EOF(steps)
         Line Input #steps, line
-        line = Outcome(Split(line, Chr(9))) ' which uses files too
+        ' Outcome() opens files too, so it must not run inside the Print statement.
+        line = Outcome(Split(line, Chr(9)))
         Print #results, line
     Loop
     Close #steps

@@ -53,7 +53,7 @@ INSTALLED.sort()
 
 
 def skip(reason):
-    """Ends the test, which CTest reports as skipped. The test that BRIDGE_TEST_REQUIRED names fails."""
+    """Ends the test, which CTest reports as skipped. If BRIDGE_TEST_REQUIRED names this test, it fails instead."""
     if os.environ.get("BRIDGE_TEST_REQUIRED") == Path(sys.argv[0]).stem:
         sys.exit(f"Failed, because it may not be skipped: {reason}")
     print(f"Skipped: {reason}")
@@ -113,12 +113,12 @@ def utf16(text):
 
 
 class Case(unittest.TestCase):
-    def assertHolds(self, program, known, unknown):
-        """Checks that a program contains the text `known` and none of the folders `unknown`. A failure does
-        not print the program."""
+    def assertContains(self, program, expected, forbidden):
+        """Checks that a program contains the text `expected` and none of the folders `forbidden`. A failure
+        does not print the program."""
         data = program.read_bytes()
-        self.assertTrue(utf16(known) in data, f"{known} is not in {program}.")
-        for folder in unknown:
+        self.assertTrue(utf16(expected) in data, f"{expected} is not in {program}.")
+        for folder in forbidden:
             self.assertFalse(str(folder).encode() in data, f"{folder} is in {program}.")
 
     def temporary_folder(self):

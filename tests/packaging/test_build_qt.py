@@ -74,32 +74,32 @@ class BuildQtTest(Case):
 
 
 class PrefixTest(BuildQtTest):
-    def test_prints_its_usage_without_an_argument(self):
+    def test_prints_its_usage_without_argument(self):
         self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build(status=2))
 
-    def test_prints_its_usage_for_an_empty_prefix(self):
+    def test_prints_its_usage_for_empty_prefix(self):
         self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build("", self.source, status=2))
 
-    def test_refuses_whitespace_in_the_prefix(self):
+    def test_refuses_whitespace_in_prefix(self):
         for prefix in ("with space", "with\ttab", "with\nnewline"):
             self.assertRefuses("contains whitespace. Please choose another PREFIX",
                                prefix, self.source)  # fmt: skip
 
-    def test_refuses_whitespace_in_the_source(self):
+    def test_refuses_whitespace_in_source(self):
         self.assertRefuses("Please choose another PREFIX or SOURCE", "qt", "qt base")
 
-    def test_refuses_a_prefix_that_is_a_file(self):
+    def test_refuses_prefix_that_is_file(self):
         self.prefix.write_text("mine")
         self.assertRefuses("is not a folder. Please choose another PREFIX", "qt", self.source)
         self.assertEqual(self.prefix.read_text(), "mine")
 
-    def test_refuses_a_prefix_with_other_contents(self):
+    def test_refuses_prefix_with_other_contents(self):
         self.prefix.mkdir()
         (self.prefix / "thesis").write_text("mine")
         self.assertRefuses("Please choose a new or an empty folder", "qt", self.source)
         self.assertEqual(files_below(self.prefix), ["thesis"])
 
-    def test_refuses_a_prefix_that_cannot_be_written(self):
+    def test_refuses_prefix_that_cannot_be_written(self):
         self.assertRefuses("Please choose a PREFIX in a folder that you can write to",
                            "/proc/qt", self.source)  # fmt: skip
 
@@ -108,17 +108,17 @@ class PrefixTest(BuildQtTest):
         (self.work / "pid").write_text(str(os.getpid()))
         self.assertRefuses("Please wait until it has ended", "qt", self.source)
 
-    def test_uses_an_empty_folder(self):
+    def test_uses_empty_folder(self):
         self.prefix.mkdir()
         self.build("qt", self.source)
         self.assertTrue((self.prefix / STAMP).exists())
 
 
 class SourceTest(BuildQtTest):
-    def test_refuses_a_missing_source(self):
+    def test_refuses_missing_source(self):
         self.assertRefuses("is not an unpacked qtbase 5.15", "qt", "nowhere")
 
-    def test_refuses_a_source_that_is_not_qtbase(self):
+    def test_refuses_source_that_is_not_qtbase(self):
         (self.source / ".qmake.conf").unlink()
         self.assertRefuses("Please give the folder of the module qtbase", "qt", self.source)
 
@@ -128,15 +128,15 @@ class SourceTest(BuildQtTest):
             self.make_source(version)
             self.assertRefuses("The bridge is built with 5.15", "qt", self.source)
 
-    def test_reports_a_missing_source_package(self):
+    def test_reports_missing_source_package(self):
         self.program("apt-get", "echo 'E: Unable to find a source package'; exit 100")
         self.assertRefuses("please give an unpacked qtbase 5.15 as SOURCE", "qt")
 
-    def test_reports_a_damaged_source_package(self):
+    def test_reports_damaged_source_package(self):
         self.program("apt-get", "case $* in *update) ;; *) echo damaged > qtbase_5.15.8.dsc ;; esac")
         self.assertRefuses("The source package is damaged. Please remove", "qt")
 
-    def test_does_not_use_the_system_configuration_for_the_download(self):
+    def test_does_not_use_system_configuration_for_download(self):
         self.program("apt-get", f'echo "$*" >> {self.folder}/calls; exit 100')
         self.build("qt", status=1)
         for call in (self.folder / "calls").read_text().splitlines():
@@ -146,13 +146,13 @@ class SourceTest(BuildQtTest):
 
 
 class BuildTest(BuildQtTest):
-    def test_does_not_build_a_complete_prefix_again(self):
+    def test_does_not_build_complete_prefix_again(self):
         self.build("qt", self.source)
         self.assertFalse(self.work.exists())
         output = self.build("qt", self.source, compile="@false")
         self.assertIn("there is nothing to do", output)
 
-    def test_builds_a_changed_source(self):
+    def test_builds_changed_source(self):
         self.build("qt", self.source)
         before = (self.prefix / STAMP).read_text()
         (self.source / "src" / "more.cpp").write_text("int more;\n")
@@ -165,7 +165,7 @@ class BuildTest(BuildQtTest):
         self.assertNotIn("nothing to do", self.build("qt", self.source))
         self.assertIn("compiler: another compiler\n", (self.prefix / STAMP).read_text())
 
-    def test_keeps_the_old_prefix_if_the_build_fails(self):
+    def test_keeps_old_prefix_if_build_fails(self):
         self.build("qt", self.source)
         before = (self.prefix / STAMP).read_text()
         (self.source / "src" / "more.cpp").write_text("int more;\n")
@@ -179,11 +179,11 @@ class BuildTest(BuildQtTest):
         self.assertIn("== 3 of 5: Configuring (usually 2 minutes)", output)
         self.assertIn("== 4 of 5: Compiling (usually 5 minutes on two cores)", output)
 
-    def test_refuses_a_disk_with_too_little_space(self):
+    def test_refuses_disk_with_too_little_space(self):
         self.program("df", "echo header; echo disk 9 9 1000 9% /")
         self.assertRefuses("Please free some space", "qt", self.source)
 
-    def test_reports_a_disk_that_becomes_full(self):
+    def test_reports_disk_that_becomes_full(self):
         self.assertRefuses("The disk is full. Please free some space", "qt", self.source,
                            compile="@echo No space left on device; false")  # fmt: skip
 
@@ -234,7 +234,7 @@ class InterruptionTest(BuildQtTest):
         self.assertEnds(compiler)
         self.assertStartsAgain()
 
-    def test_starts_again_after_a_kill(self):
+    def test_starts_again_after_kill(self):
         _, compiler = self.interrupt(signal.SIGKILL)
         os.kill(compiler, signal.SIGKILL)
         self.assertStartsAgain()

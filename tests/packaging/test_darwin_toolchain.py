@@ -56,14 +56,14 @@ class NpmTest(ToolchainCase):
     def install(self):
         return sdk.install_zig(self.folder / "zig")
 
-    def test_uses_an_installed_package_without_npm(self):
+    def test_uses_installed_package_without_npm(self):
         package = self.installed(VERSION)
         self.assertEqual(self.install(), package)
 
-    def test_reports_a_missing_npm(self):
+    def test_reports_missing_npm(self):
         self.assertMissing("apt-get install npm", self.install)
 
-    def test_installs_what_the_lock_file_names(self):
+    def test_installs_what_lock_file_names(self):
         self.npm_that_installs(VERSION)
         package = self.install()
         self.assertEqual(sdk.installed_version(package), VERSION)
@@ -72,17 +72,17 @@ class NpmTest(ToolchainCase):
             (self.folder / "zig" / lock).read_text(), (HERE / "darwin" / lock).read_text()
         )
 
-    def test_replaces_another_version(self):
+    def test_replaces_wrong_version(self):
         self.installed("0.1.0")
         self.npm_that_installs(VERSION)
         self.assertEqual(sdk.installed_version(self.install()), VERSION)
 
-    def test_reports_another_version_after_the_installation(self):
+    def test_reports_wrong_version_after_installation(self):
         self.npm_that_installs("0.1.0")
         self.assertMissing(f"has version 0.1.0, and package-lock.json names {VERSION}. Remove",
             self.install)  # fmt: skip
 
-    def test_reports_a_failed_installation(self):
+    def test_reports_failed_installation(self):
         for output, hint in (
             ("npm ERR! code ENOTFOUND", "Is the network reachable? Run the test again when it is."),
             ("npm ERR! code EINTEGRITY", "Its content differs from what package-lock.json names"),
@@ -93,13 +93,13 @@ class NpmTest(ToolchainCase):
                 self.assertMissing(hint, self.install)
                 self.assertMissing(output, self.install)
 
-    def test_installs_a_damaged_package_again(self):
+    def test_installs_damaged_package_again(self):
         package = self.installed(VERSION)
         for content in ("", "{", "[]", "{}"):
             (package / "package.json").write_text(content)
             self.assertMissing("apt-get install npm", self.install)
 
-    def test_lock_file_has_an_integrity_and_no_host(self):
+    def test_lock_file_has_integrity_and_no_host(self):
         text = (HERE / "darwin" / "package-lock.json").read_text()
         self.assertRegex(text, '"integrity": "sha512-[A-Za-z0-9+/]{86}=="')
         self.assertNotIn("://", text)
@@ -112,10 +112,10 @@ class ClangTest(ToolchainCase):
     def clang_with(self, linker):
         self.program("clang++", f"echo {linker}")
 
-    def test_reports_a_missing_clang(self):
+    def test_reports_missing_clang(self):
         self.assertMissing("apt-get install clang lld llvm", self.find)
 
-    def test_reports_a_missing_linker(self):
+    def test_reports_missing_linker(self):
         # clang prints the bare name of a program that it does not find.
         self.clang_with("ld64.lld")
         self.assertMissing("apt-get install lld", self.find)
@@ -145,11 +145,11 @@ class SkipTest(Case):
 
 
 class StubTest(Case):
-    def test_refuses_a_static_qt(self):
+    def test_refuses_static_qt(self):
         with self.assertRaisesRegex(sdk.Missing, "Run the test in a build with shared libraries"):
             sdk.make_qt(self.temporary_folder(), "/", {"QtCore": "/qt/libQt5Core.a"}, "/moc", "5.15.8")
 
-    def test_reads_back_the_written_symbols(self):
+    def test_reads_back_written_symbols(self):
         path = self.temporary_folder() / "lib" / "stub.tbd"
         symbols = {"_a", "__ZN1aC1Ev", "___CFConstantStringClassReference"}
         self.assertEqual(sdk.write_tbd(path, "/usr/lib/stub.dylib", symbols), symbols)

@@ -39,13 +39,13 @@ class DebianTest(Case):
             f"usage:  {PROGRAM}  tessaronCommand tempFolderPath\n",
         )
 
-    def test_returns_no_results_for_an_unknown_command(self):
+    def test_returns_no_results_for_unknown_command(self):
         self.assertEqual(self.answer("noSuchCommand"), ("0\n", b""))
 
-    def test_reports_that_the_application_is_not_running(self):
+    def test_reports_that_application_is_not_running(self):
         self.assertEqual(self.answer("isTessaronRunning"), ("10\n", utf16("false")))
 
-    def test_installs_the_files_of_the_package(self):
+    def test_installs_files_of_package(self):
         self.assertTrue((ROOT / PROGRAM.lstrip("/")).exists())
         # Prints the files that are missing or differ.
         self.assertEqual(in_root("dpkg", "--verify", "tessaron-word-bridge"), "")
@@ -55,8 +55,8 @@ class DebianTest(Case):
         folder.mkdir(parents=True)
         home_without_application(folder / "config")
         (folder / "mac-word-plugin-args.txt").write_bytes(b"")
-        place = f"/exchange/{command}"
-        status = in_root("env", f"XDG_CONFIG_HOME={place}/config", PROGRAM, command, place)
+        path = f"/exchange/{command}"
+        status = in_root("env", f"XDG_CONFIG_HOME={path}/config", PROGRAM, command, path)
         return status, (folder / "mac-word-plugin-results.txt").read_bytes()
 
 

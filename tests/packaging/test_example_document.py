@@ -10,7 +10,7 @@ from desktop import (
 
 
 class RefreshTest(ExampleCase):
-    def test_leaves_a_document_without_citations(self):
+    def test_leaves_document_without_citations(self):
         result = self.run_one(["", text("No citation here.")], "RefreshAll")
         self.assert_unchanged(result, "The document has no citations.")
 
@@ -31,7 +31,7 @@ class RefreshTest(ExampleCase):
         order = list(dict.fromkeys(cited))
         self.assertEqual(texts(result.document), [f"[{order.index(work) + 1}]" for work in cited])
 
-    def test_numbers_a_note_where_it_is_referred_to(self):
+    def test_numbers_note_where_it_is_referred_to(self):
         works = iter(self.desktop.new_code(work) for work in WORKS)
         new = lambda story=0: field(next(works), "{Citation}", story)
         first, box, note, last, endnote = new(), new(3), new(1), new(), new(2)
@@ -43,7 +43,7 @@ class RefreshTest(ExampleCase):
         by_story = {(p[0], plain(p)) for p in fields(result.document)}
         self.assertEqual(by_story, {(0, "[1]"), (3, "[2]"), (1, "[3]"), (0, "[4]"), (2, "[5]")})
 
-    def test_writes_the_bibliography_as_paragraphs(self):
+    def test_writes_bibliography_as_paragraphs(self):
         document = [*self.document(), field("ADDIN CSL_BIBLIOGRAPHY", "old")]
         result = self.run_one(document, "RefreshAll")
         runs = fields(result.document)[-1][3]
@@ -71,13 +71,13 @@ class RefreshTest(ExampleCase):
         self.assertEqual(result.of("write"), ["code", "text"])
         self.assertEqual(result.document[4], document[4])
 
-    def test_uses_the_style_of_the_application_at_first(self):
+    def test_uses_style_of_application_at_first(self):
         document = self.document()
         document[0] = ""
         result = self.run_one(document, "RefreshAll")
         self.assertEqual(result.document[0], APA)
 
-    def test_reports_an_application_without_a_style(self):
+    def test_reports_application_without_style(self):
         document = self.document()
         document[0] = ""
         result = self.run_one(document, "RefreshAll", faults={"/citationStyle/selected": {"status": 500}})
@@ -90,13 +90,13 @@ class RefreshTest(ExampleCase):
         result = self.run_one(document, "RefreshAll")
         self.assertEqual([p[3] for p in fields(result.document)], [[(4, "1")], [(4, "2")]])
 
-    def test_sends_the_recorded_text_with_its_formatting(self):
+    def test_sends_recorded_text_with_its_formatting(self):
         (superscript,), _ = self.desktop.format([self.kuhn[0]], STYLE_URL + "nature")
         self.assertEqual(superscript[1], "<sup>1</sup>")
         self.run_one([APA, field(superscript[0], [(4, "1")])], "RefreshAll")
         self.assertEqual(self.sent_batch()["citationClusters"][0]["formattedText"], "<sup>1</sup>")
 
-    def test_counts_but_does_not_write_a_citation_with_a_picture(self):
+    def test_counts_but_does_not_write_citation_with_picture(self):
         document = self.document("\x01 (Kuhn, 1962)", CARSON)
         document[0] = IEEE
         result = self.run_one(document, "RefreshAll")
@@ -104,7 +104,7 @@ class RefreshTest(ExampleCase):
         self.assertEqual(plain(result.document[4]), "[2]")
         self.assertIn('Citation 1 ("(Kuhn, 1962)") contains something other than text.', result.of("say")[0])
 
-    def test_ignores_a_citation_inside_another_one(self):
+    def test_ignores_citation_inside_another(self):
         document = self.document()
         document.insert(3, field(self.carson[0], "x", kind="nested"))
         document[0] = IEEE
@@ -112,7 +112,7 @@ class RefreshTest(ExampleCase):
         self.assertEqual(len(self.sent_batch()["citationClusters"]), 2)
         self.assertEqual(texts(result.document), ["[1]", "[2]"])
 
-    def test_a_damaged_citation_stops_the_refresh(self):
+    def test_damaged_citation_stops_refresh(self):
         for code in (PREFIX + "null", PREFIX + "{}", PREFIX + '{"citationItems":[ ]}', PREFIX + self.kuhn[0][19:-1]):
             document = self.document()
             document[4] = field(code, "(cut)")
@@ -122,7 +122,7 @@ class RefreshTest(ExampleCase):
 
 
 class FailedBatchTest(ExampleCase):
-    def test_changes_nothing_after_a_bad_answer(self):
+    def test_changes_nothing_after_bad_answer(self):
         document = [*self.document("{Citation}", CARSON), field("ADDIN CSL_BIBLIOGRAPHY", "old")]
         sentence = "could not format the document in the style " + APA
         reply = {"citationStyleUrl": APA, "bibliography": "Kuhn", "citationClusters": [
@@ -160,19 +160,19 @@ class FailedBatchTest(ExampleCase):
                 self.assert_unchanged(result, expected)
                 self.assertIn(UNCHANGED, result.of("say")[0])
 
-    def test_names_the_citation_that_was_rejected(self):
+    def test_names_citation_that_was_rejected(self):
         document = self.document()
         document[4] = field(PREFIX + '{"citationItems":[{"id":1}]}', "(strange)")
         result = self.run_one(document, "RefreshAll")
         self.assert_unchanged(result, 'Tessaron cannot format citation 2 ("(strange)").')
 
-    def test_reports_an_unknown_style(self):
+    def test_reports_unknown_style(self):
         document = self.document()
         document[0] = STYLE_URL + "unknown"
         result = self.run_one(document, "RefreshAll")
         self.assert_unchanged(result, "in the style " + STYLE_URL + "unknown")
 
-    def test_undoes_a_write_that_fails(self):
+    def test_undoes_write_that_fails(self):
         document = [*self.document("{Citation}", "{Citation}"), field("ADDIN CSL_BIBLIOGRAPHY", "old")]
         results = self.run_scenarios(
             *(Scenario(document, "RefreshAll", failing_write=count) for count in range(5))
@@ -183,7 +183,7 @@ class FailedBatchTest(ExampleCase):
                 self.assertEqual(result.document, document)
                 self.assertIn("The document could not be changed: The field is locked.", result.of("say")[0])
 
-    def test_refuses_a_document_that_changed_during_the_wait(self):
+    def test_refuses_document_that_changed_during_wait(self):
         delay = {BATCH: {"delayMs": 500}}
         results = self.run_scenarios(
             Scenario(self.document("x", "y"), "RefreshAll", faults=delay, during_formatCitationsAndBibliography="delete field"),
@@ -198,7 +198,7 @@ class FailedBatchTest(ExampleCase):
 
 
 class EditByHandTest(ExampleCase):
-    def test_keeps_the_text_and_its_formatting(self):
+    def test_keeps_text_and_its_formatting(self):
         typed = [(0, "(as "), (1, "Kuhn & others"), (0, " say)")]
         result = self.run_one(self.document(typed, CARSON), "RefreshAll")
         self.assertEqual(result.document[2][3], typed)
@@ -208,7 +208,7 @@ class EditByHandTest(ExampleCase):
         again = self.run_one(result.document, "RefreshAll")
         self.assertEqual(again.of("write"), [])
 
-    def test_characters_that_word_stores_differently_are_not_an_edit(self):
+    def test_ignores_characters_that_word_stores_differently(self):
         shown = {
             "line break": ("(Kuhn,\n1962)", "(Kuhn,\x0b1962)"),
             "non-breaking hyphen": ("(Kuhn\u20111962)", "(Kuhn\x1e1962)"),
@@ -227,7 +227,7 @@ class EditByHandTest(ExampleCase):
                 self.assertEqual(texts(result.document), [KUHN])
         self.assertEqual([r for r in self.desktop.requests() if r["path"] == UPDATE], [])
 
-    def test_changes_nothing_without_a_record(self):
+    def test_changes_nothing_without_record(self):
         document = self.document("(my own words)", "{Citation}")
         cancel = [{"dialog": "updateCitation", "cancel": True}]
         scenarios = [
@@ -239,7 +239,7 @@ class EditByHandTest(ExampleCase):
             self.assert_unchanged(result, "The texts were not refreshed.")
             self.assertIn('citation 1 ("(my own words)"), and Tessaron has not recorded', result.of("ask")[0])
 
-    def test_changes_nothing_after_a_reply_that_was_cut_off(self):
+    def test_changes_nothing_after_reply_that_was_cut_off(self):
         document = self.document("(my own words)", "{Citation}")
         results = self.run_scenarios(
             *(Scenario(document, "RefreshAll", faults={UPDATE: FAILURES[name]}) for name in CUT_OFF)
@@ -247,25 +247,25 @@ class EditByHandTest(ExampleCase):
         for result in results:
             self.assert_unchanged(result, 'citation 1 ("(my own words)") contains no citation.')
 
-    def test_replaces_the_text_if_the_user_agrees(self):
+    def test_replaces_text_if_user_agrees(self):
         document = self.document("(my own words)", CARSON)
         result = self.run_one(document, "RefreshAll", answers="y", faults={UPDATE: {"status": 500}})
         self.assertEqual(texts(result.document), [KUHN, CARSON])
 
-    def test_an_older_record_does_not_count_for_a_new_edit(self):
+    def test_older_record_does_not_count_for_new_edit(self):
         document = self.document("(newer words)", CARSON)
         document[2] = field(self.recorded("(older words)", "(older words)"), "(newer words)")
         result = self.run_one(document, "RefreshAll", answers="n", faults={UPDATE: {"status": 500}})
         self.assert_unchanged(result, "The texts were not refreshed.")
 
-    def test_uses_the_text_of_the_style_if_the_user_chose_it_in_the_dialog(self):
+    def test_uses_text_of_style_if_user_chose_it_in_dialog(self):
         document = self.document("(newer words)", CARSON)
         document[2] = field(self.recorded("(older words)", "(older words)"), "(newer words)")
         result = self.run_one(document, "RefreshAll", dialogs=[{"dialog": "updateCitation", "keep": False}])
         self.assertEqual(texts(result.document), [KUHN, CARSON])
         self.assertEqual(result.of("ask"), [])
 
-    def test_undo_restores_the_text_of_the_style(self):
+    def test_undo_restores_text_of_style(self):
         recorded = self.document()
         recorded[2] = field(self.recorded("(words)", "(words)"), "(words)")
         changed_again = self.document()

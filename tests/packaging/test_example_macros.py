@@ -23,20 +23,20 @@ Exec="{node}" "{desktop}/main.js" --port {port} --answers "{answers}"
 
 
 class InsertTest(ExampleCase):
-    def test_inserts_at_the_cursor(self):
+    def test_inserts_at_cursor(self):
         document = [APA, text("See . More.\r")]
         result = self.run_one(document, "InsertCitation", ((0, 4),), dialogs=[CHOOSE_KUHN])
         self.assertEqual([plain(p) for p in result.document[1:]], ["See ", KUHN, ". More.\r"])
         self.assertEqual(cluster(result.document[2][2])["citationItems"][0]["id"], "kuhn-1962")
         self.assertEqual(result.messages.count("one undo step"), 1)
 
-    def test_refreshes_the_whole_document(self):
+    def test_refreshes_whole_document(self):
         document = [IEEE, text("A "), *self.document()[1:]]
         result = self.run_one(document, "InsertCitation", ((0, 2),), dialogs=[
             {"dialog": "chooseCitation", "items": [{"uuid": "darwin-1859"}]}])  # fmt: skip
         self.assertEqual(texts(result.document), ["[1]", "[2]", "[3]"])
 
-    def test_inserts_beside_a_citation_and_never_in_it(self):
+    def test_inserts_beside_citation_and_never_in_it(self):
         document = [APA, text("See"), field(*self.carson), text(".")]
         end = len(self.carson[0]) + len(CARSON) + 3
         rows = {
@@ -54,7 +54,7 @@ class InsertTest(ExampleCase):
                 self.assertEqual(texts(result.document), expected)
                 self.assertEqual("".join(plain(p) for p in result.document[1:] if p[1] == "text"), "See.")
 
-    def test_edits_in_a_citation(self):
+    def test_edits_in_citation(self):
         document = [APA, text("See"), field(*self.carson), text(".")]
         end = len(self.carson[0]) + len(CARSON) + 3
         selections = ((1, 1),), ((1, end - 1),), ((1, end - 3), (1, end - 2)), ((1, 0), (1, end))
@@ -65,13 +65,13 @@ class InsertTest(ExampleCase):
             with self.subTest(select):
                 self.assertEqual(texts(result.document), [DARWIN])
 
-    def test_inserts_before_the_end_of_the_paragraph(self):
+    def test_inserts_before_end_of_paragraph(self):
         for mark in ("\r", "\x07"):
             document = [APA, text("One." + mark), text("Two.\r")]
             result = self.run_one(document, "InsertCitation", ((0, 0), (0, 5)), dialogs=[CHOOSE_KUHN])
             self.assertEqual("".join(plain(p) for p in result.document[1:]), f"One.{KUHN}{mark}Two.\r")
 
-    def test_inserts_in_a_note(self):
+    def test_inserts_in_note(self):
         document = [IEEE, text("A"), anchor(1), field(*self.carson), text("Note. ", 1)]
         result = self.run_one(document, "InsertCitation", ((3, 6),), dialogs=[CHOOSE_KUHN])
         self.assertEqual({(p[0], plain(p)) for p in fields(result.document)}, {(1, "[1]"), (0, "[2]")})
@@ -85,12 +85,12 @@ class InsertTest(ExampleCase):
             self.assert_unchanged(result, sentence)
         self.assertEqual([r["path"] for r in self.desktop.requests() if r["path"] == CHOOSE], [])
 
-    def test_refuses_a_document_that_cannot_be_changed(self):
+    def test_refuses_document_that_cannot_be_changed(self):
         result = self.run_one(self.document(), "InsertCitation", problem="The document is protected.")
         self.assert_unchanged(result, "The document is protected.")
         self.assertEqual(self.desktop.requests()[3:], [])  # after the three of setUp
 
-    def test_shows_a_note_after_cancel_and_a_message_if_the_application_ended(self):
+    def test_shows_note_after_cancel_and_message_if_application_ended(self):
         select = ((0, 1),)
         cancelled = self.run_one(self.document(), "InsertCitation", select, dialogs=[CANCELLED])
         self.assert_unchanged(cancelled, "Tessaron returned no citation.", "note")
@@ -108,7 +108,7 @@ class InsertTest(ExampleCase):
         path.chmod(0o755)
         return path
 
-    def test_keeps_its_place_while_the_user_types_during_the_dialog(self):
+    def test_keeps_its_position_while_user_types_during_dialog(self):
         result = self.run_one(
             [APA, text("See . More.\r")], "InsertCitation", ((0, 4),), dialogs=[CHOOSE_KUHN],
             faults={CHOOSE: {"delayMs": 500}}, during_getFieldCodeFromCitationEditor="type in text",
@@ -116,7 +116,7 @@ class InsertTest(ExampleCase):
         shown = "".join(plain(p) for p in result.document[1:])
         self.assertEqual(shown, f"typed during the wait. See {KUHN}. More.\r")
 
-    def test_asks_whether_to_keep_the_citation_when_the_batch_fails(self):
+    def test_asks_whether_to_keep_citation_when_batch_fails(self):
         document = self.document()
         fault = {BATCH: {"status": 500}}
         no, yes = self.run_scenarios(
@@ -133,15 +133,15 @@ class InsertTest(ExampleCase):
 class EditTest(ExampleCase):
     inside = ((1, 5),)
 
-    def test_edits_the_citation_at_the_cursor(self):
+    def test_edits_citation_at_cursor(self):
         result = self.run_one(self.document(), "EditCitation", self.inside, dialogs=[EDIT_TO_DARWIN])
         self.assertEqual(texts(result.document), [DARWIN, CARSON])
 
-    def test_refuses_a_place_without_a_citation(self):
+    def test_refuses_position_without_citation(self):
         result = self.run_one(self.document(), "EditCitation", ((0, 1),))
         self.assert_unchanged(result, "Put the cursor into a citation first.")
 
-    def test_changes_nothing_without_an_answer(self):
+    def test_changes_nothing_without_answer(self):
         cancel = [{"dialog": "editCitation", "cancel": True}]
         scenarios = [Scenario(self.document(), "EditCitation", self.inside, faults={EDIT: fault})
                      for fault in FAILURES.values()]  # fmt: skip
@@ -149,7 +149,7 @@ class EditTest(ExampleCase):
         for result in self.run_scenarios(*scenarios):
             self.assert_unchanged(result, "The citation was not changed.", "note")
 
-    def test_refuses_a_citation_that_is_removed_during_the_dialog(self):
+    def test_refuses_citation_that_is_removed_during_dialog(self):
         result = self.run_one(
             self.document(), "EditCitation", self.inside, dialogs=[EDIT_TO_DARWIN],
             faults={EDIT: {"delayMs": 500}}, during_getFieldCodeFromCitationEditor="delete field",
@@ -157,7 +157,7 @@ class EditTest(ExampleCase):
         self.assertEqual(result.of("write"), [])
         self.assertIn("The citation was changed or removed while Tessaron was working.", result.of("say")[0])
 
-    def test_keeps_the_edit_when_another_citation_changes_during_the_batch(self):
+    def test_keeps_edit_when_another_citation_changes_during_batch(self):
         # The first field is Kuhn's; the edited one is Carson's.
         result = self.run_one(
             self.document(), "EditCitation", ((3, 5),), dialogs=[EDIT_TO_DARWIN], answers="y",
@@ -168,7 +168,7 @@ class EditTest(ExampleCase):
         self.assertEqual(texts(result.document), [CARSON])
         self.assertEqual(cluster(fields(result.document)[0][2])["citationItems"][0]["id"], "darwin-1859")
 
-    def test_asks_whether_to_keep_the_edit_when_the_batch_fails(self):
+    def test_asks_whether_to_keep_edit_when_batch_fails(self):
         fault = {BATCH: {"drop": "beforeStatus"}}
         no, yes = self.run_scenarios(
             *(Scenario(self.document(), "EditCitation", self.inside, answers=key, dialogs=[EDIT_TO_DARWIN],
@@ -181,16 +181,16 @@ class EditTest(ExampleCase):
 
 
 class StyleAndBibliographyTest(ExampleCase):
-    def test_chooses_a_style(self):
+    def test_chooses_style(self):
         result = self.run_one(self.document(), "ChooseStyle", dialogs=[CHOOSE_IEEE])
         self.assertEqual(texts(result.document), ["[1]", "[2]"])
         self.assertEqual(result.document[0], IEEE)
 
-    def test_chooses_a_style_for_a_document_without_citations(self):
+    def test_chooses_style_for_document_without_citations(self):
         result = self.run_one([APA, text("Nothing yet.")], "ChooseStyle", dialogs=[CHOOSE_IEEE])
         self.assertEqual(result.document, [IEEE, text("Nothing yet.")])
 
-    def test_keeps_the_style_after_cancel_or_failure(self):
+    def test_keeps_style_after_cancel_or_failure(self):
         document = self.document()
         cancelled, failed, refused = self.run_scenarios(
             Scenario(document, "ChooseStyle", dialogs=[{"dialog": "chooseStyle", "cancel": True}]),
@@ -201,7 +201,7 @@ class StyleAndBibliographyTest(ExampleCase):
         self.assert_unchanged(failed, "Tessaron returned no style.", "note")
         self.assert_unchanged(refused, f"could not format the document in the style {IEEE}")
 
-    def test_inserts_a_bibliography_once(self):
+    def test_inserts_bibliography_once(self):
         document = self.document()
         result = self.run_one(document, "InsertBibliography", ((4, 1),))
         *_, bibliography, end = result.document
@@ -211,7 +211,7 @@ class StyleAndBibliographyTest(ExampleCase):
         again = self.run_one(result.document, "InsertBibliography", ((4, 1),))
         self.assert_unchanged(again, "already has a bibliography")
 
-    def test_refuses_a_bibliography_in_a_wrong_place_or_without_citations(self):
+    def test_refuses_bibliography_in_wrong_position_or_without_citations(self):
         document = [*self.document(), anchor(1), text("A note.", 1)]
         rows = [
             (document, ((1, 3),), {}, "cannot be inside a citation"),
@@ -256,13 +256,13 @@ class MergeTest(ExampleCase):
             with self.subTest(name):
                 self.assert_unchanged(result, sentence)
 
-    def test_asks_before_it_loses_a_text_edited_by_hand(self):
+    def test_asks_before_it_loses_text_edited_by_hand(self):
         document = self.neighbours(shown="(typed)")
         no, yes = (self.run_one(document, "MergeCitations", self.both, answers=key) for key in "ny")
         self.assert_unchanged(no, "A text that was edited by hand will be lost.", "ask")
         self.assertEqual(texts(yes.document), ["(Carson, 1962; Kuhn, 1962)"])
 
-    def test_changes_nothing_after_a_failure(self):
+    def test_changes_nothing_after_failure(self):
         document = self.neighbours()
         sentences = ["could not merge"] * 3 + ["contains no citation"] * 3
         for path, expected in ((MERGE, sentences), (BATCH, ["could not format"] * 6)):
@@ -273,7 +273,7 @@ class MergeTest(ExampleCase):
                 with self.subTest(f"{path}: {name}"):
                     self.assert_unchanged(result, sentence)
 
-    def test_undoes_a_write_that_fails(self):
+    def test_undoes_write_that_fails(self):
         results = self.run_scenarios(
             *(Scenario(self.neighbours(), "MergeCitations", self.both, failing_write=n) for n in range(3))
         )
@@ -285,14 +285,14 @@ class MergeTest(ExampleCase):
 class BridgeTest(ExampleCase):
     slow = {BATCH: {"delayMs": 60000}}
 
-    def test_cancel_ends_the_wait(self):
+    def test_cancel_ends_wait(self):
         result = self.run_one(
             self.document("x", "y"), "RefreshAll", faults=self.slow, during_formatCitationsAndBibliography="cancel"
         )
         self.assert_unchanged(result, "Cancelled.")
         self.assertEqual(list(self.word_temporary.iterdir()), [])
 
-    def test_reports_a_killed_bridge(self):
+    def test_reports_killed_bridge(self):
         kill = self.folder / "during"
         kill.write_text(f'#!/bin/sh\nkill -KILL "$(cat {self.word_temporary}/*/bridge-process)"\n')
         kill.chmod(0o755)
@@ -301,18 +301,18 @@ class BridgeTest(ExampleCase):
         )
         self.assert_unchanged(result, "The connection to Tessaron ended without an answer.")
 
-    def test_reports_a_bridge_that_fails(self):
+    def test_reports_bridge_that_fails(self):
         # Works until the batch, and then ends without an answer.
         self.use_script(f'[ "$1" = formatCitationsAndBibliography ] || exec "{BRIDGE}" "$@"')
         result = self.run_one(self.document("x", "y"), "RefreshAll")
         self.assert_unchanged(result, "The connection to Tessaron ended without an answer.")
 
-    def test_reports_a_missing_bridge(self):
+    def test_reports_missing_bridge(self):
         self.use_bridge(self.folder / "nothing")
         result = self.run_one(self.document("x", "y"), "RefreshAll")
         self.assert_unchanged(result, "The bridge is not at")
 
-    def test_refuses_a_second_macro_during_a_wait(self):
+    def test_refuses_second_macro_during_wait(self):
         result = self.run_one(
             self.document("{Citation}", CARSON), "RefreshAll", faults={BATCH: {"delayMs": 500}},
             during_formatCitationsAndBibliography="start another macro",
@@ -320,7 +320,7 @@ class BridgeTest(ExampleCase):
         self.assertIn("Tessaron is waiting for an answer.", result.of("say")[0])
         self.assertEqual(len([r for r in self.desktop.requests() if r["path"] == BATCH]), 2)  # one of setUp
 
-    def test_reports_a_cancel_without_a_wait(self):
+    def test_reports_cancel_without_wait(self):
         (outcome,) = self.basic(("cancel macro",))
         self.assertNotEqual(outcome, "ok ")
 
@@ -340,11 +340,11 @@ class LaunchTest(ExampleCase):
         self.environment["XDG_DATA_HOME"] = str(self.folder / "data")
         self.environment["XDG_DATA_DIRS"] = str(self.folder / "no-data")
 
-    def test_reports_an_application_that_cannot_be_started(self):
+    def test_reports_application_that_cannot_be_started(self):
         result = self.run_one(self.document("x", "y"), "RefreshAll")
         self.assert_unchanged(result, "Tessaron Desktop could not be started.")
 
-    def test_starts_the_application(self):
+    def test_starts_application(self):
         applications = self.folder / "data" / "applications"
         applications.mkdir(parents=True)
         entry = ENTRY.format(node=NODE, desktop=DESKTOP, port=self.port, answers=self.desktop.answers)

@@ -126,7 +126,7 @@ class TextTest(OfficeCase):
         runs = [[tuple(run.split("\ue003")) for run in text.split("\ue002") if run] for text in found]
         self.assert_rows(MARKUP, [[(int(marks), text) for marks, text in row] for row in runs])
 
-    def test_writes_markup_that_reads_the_same(self):
+    def test_writes_markup_that_reads_back_unchanged(self):
         written = self.texts_of("markup", [(markup,) for markup in MARKUP])
         again = self.texts_of("runs", [(markup,) for markup in written])
         self.assert_rows(dict(zip(MARKUP, self.texts_of("runs", [(m,) for m in MARKUP]))), again)

@@ -86,7 +86,7 @@ class ExchangeTest(OfficeCase):
         self.assertEqual(self.basic(("write", path, "0057 d83d de00,0031")), ["ok "])
         self.assertEqual(path.read_bytes().hex(" "), "57 00 3d d8 00 de 01 00 31 00")
 
-    def test_refuses_the_separator_in_a_text(self):
+    def test_refuses_separator_in_text(self):
         path = self.folder / "list"
         (outcome,) = self.basic(("write", path, "0061,0062 0001 0063"))
         self.assertTrue(outcome.startswith(FAILED + "A text contains the character U+0001"), outcome)
@@ -94,7 +94,7 @@ class ExchangeTest(OfficeCase):
 
     # The status
 
-    def test_checks_the_status(self):
+    def test_checks_status(self):
         rows = {
             "equal size": ("8", b"t\0r\0u\0e\0", "ok "),
             "empty results": ("0", b"", "ok "),
@@ -119,7 +119,7 @@ class ExchangeTest(OfficeCase):
 
     # The wait
 
-    def test_limits_every_command_without_a_dialog(self):
+    def test_limits_every_command_without_dialog(self):
         handler = (SOURCE / "frontend" / "CiteCommandHandler.cpp").read_text()
         commands = re.findall(r'^    {"(\w+)"', handler, re.M)
         outcomes = self.basic(*(("seconds", command) for command in commands))
@@ -128,37 +128,37 @@ class ExchangeTest(OfficeCase):
         self.assertEqual(outcomes[commands.index("launchTessaron")], "ok 120")
         self.assertEqual(set(outcomes), {"ok 0", "ok 30", "ok 120"})
 
-    def test_pauses_grow_during_a_wait(self):
+    def test_pauses_grow_during_wait(self):
         outcomes = self.basic(*(("pause", waited) for waited in (0, 500, 501, 5000, 20000, 3600000)))
         self.assertEqual(outcomes, ["ok 50", "ok 50", "ok 50", "ok 500", "ok 2000", "ok 2000"])
 
-    def test_time_limit_ends_the_bridge(self):
+    def test_time_limit_ends_bridge(self):
         process = self.start_bridge("sleep 60 & wait")
         (outcome,) = self.basic(("wait", self.exchange, process.pid, 2))
         self.assertEqual(outcome, FAILED + "Tessaron did not answer within 2 seconds.")
         self.assertEqual(process.wait(5), -signal.SIGTERM)
 
-    def test_kills_a_bridge_that_ignores_sigterm(self):
+    def test_kills_bridge_that_ignores_sigterm(self):
         process = self.start_bridge("trap '' TERM; while :; do sleep 0.1; done")
         (outcome,) = self.basic(("wait", self.exchange, process.pid, 1))
         self.assertEqual(outcome, FAILED + "Tessaron did not answer within 1 seconds.")
         self.assertEqual(process.wait(5), -signal.SIGKILL)
 
-    def test_cancel_ends_the_bridge(self):
+    def test_cancel_ends_bridge(self):
         process = self.start_bridge("sleep 60 & wait")
         wait = ("wait", self.exchange, process.pid, 0)
         outcomes = self.basic(("cancel", "true"), wait, ("cancel", "false"))
         self.assertTrue(outcomes[1].startswith(FAILED + "Cancelled."), outcomes)
         self.assertEqual(process.wait(5), -signal.SIGTERM)
 
-    def test_waits_for_a_dialog_without_limit(self):
+    def test_waits_for_dialog_without_limit(self):
         process = self.start_bridge("sleep 60 & wait")
         timer = threading.Timer(6, lambda: self.put("0", b""))
         timer.start()
         self.addCleanup(timer.join)
         self.assertEqual(self.basic(("wait", self.exchange, process.pid, 0)), ["ok "])
 
-    def test_reports_a_bridge_that_is_killed(self):
+    def test_reports_bridge_that_is_killed(self):
         process = self.start_bridge("sleep 60 & wait")
 
         def kill():
@@ -171,22 +171,22 @@ class ExchangeTest(OfficeCase):
         (outcome,) = self.basic(("wait", self.exchange, process.pid, 0))
         self.assertEqual(outcome, ENDED)
 
-    def test_returns_at_once_if_the_answer_exists(self):
+    def test_returns_at_once_if_answer_exists(self):
         self.put("0", b"")
         self.assertEqual(self.basic(("wait", self.exchange, 1, 0)), ["ok "])
 
     # Whole commands
 
-    def test_reports_that_the_application_is_not_running(self):
+    def test_reports_that_application_is_not_running(self):
         self.assertEqual(self.run_command("isTessaronRunning"), answer("false"))
         self.assertEqual(self.folders(), [])
 
-    def test_a_text_passes_through_the_bridge_unchanged(self):
+    def test_text_passes_through_bridge_unchanged(self):
         # Without the application, this command returns the field code unchanged.
         code = "ADDIN CSL_CITATION {\"a\":\"\U0001f600 M\u00fcller \ud83d\"}"
         self.assertEqual(self.run_command("undoManualFormat", code), answer(code))
 
-    def test_keeps_a_byte_order_mark_at_the_start_of_a_text(self):
+    def test_keeps_byte_order_mark_at_start_of_text(self):
         for text in ("\ufeffa", "\ufeff\ufeff", "\ufeff"):
             with self.subTest(ascii(text)):
                 self.assertEqual(self.run_command("undoManualFormat", text), answer(text))
@@ -195,10 +195,10 @@ class ExchangeTest(OfficeCase):
         outcome = self.run_command("formatCitationsAndBibliography", "a style", "code", "text")
         self.assertEqual(outcome, answer("false", "-1"))
 
-    def test_returns_an_empty_text_for_a_command_without_results(self):
+    def test_returns_empty_text_for_command_without_results(self):
         self.assertEqual(self.run_command("setWordProcessor", "Word", "16"), answer(""))
 
-    def test_reports_a_bridge_without_an_answer(self):
+    def test_reports_bridge_without_answer(self):
         self.use_script("exit 0")
         self.assertEqual(self.run_command("isTessaronRunning"), ENDED)
         self.assertEqual(self.folders(), [])
@@ -208,13 +208,13 @@ class ExchangeTest(OfficeCase):
         outcome = self.run_command("isTessaronRunning")
         self.assertTrue(outcome.startswith(FAILED + "The answer of Tessaron could not"), outcome)
 
-    def test_reports_a_missing_bridge(self):
+    def test_reports_missing_bridge(self):
         self.use_bridge(self.folder / "no" / "bridge")
         outcome = self.run_command("isTessaronRunning")
         self.assertTrue(outcome.startswith(f"{FAILED}The bridge is not at {self.bridge}."), outcome)
         self.assertEqual(self.folders(), [])
 
-    def test_writes_the_trace_to_a_private_file(self):
+    def test_writes_trace_to_private_file(self):
         run = ("run", "getUserUuid", in_hex([""]))
         outcomes = self.basic(("trace", "requests"), run)
         self.assertEqual(outcomes[0], f"ok {self.trace}")
@@ -268,7 +268,7 @@ class ScriptTest(OfficeCase):
             time.sleep(0.02)
         return process_id, folder
 
-    def test_starts_the_bridge(self):
+    def test_starts_bridge(self):
         folder = self.run_folder()
         process_id = self.call("start", "isTessaronRunning", folder, "")
         self.assertRegex(process_id, r"\A\d+\Z")
@@ -285,7 +285,7 @@ class ScriptTest(OfficeCase):
         time.sleep(0.5)
         self.assertEqual((folder / "seen").read_text(), str(folder))
 
-    def test_refuses_a_bridge_that_cannot_run(self):
+    def test_refuses_bridge_that_cannot_run(self):
         folder = self.run_folder()
         self.use_bridge(self.folder / "nothing")
         answer = self.call("start", "isTessaronRunning", folder, "")
@@ -302,7 +302,7 @@ class ScriptTest(OfficeCase):
         self.use_bridge(self.folder)
         self.assertIn("error: The bridge is not at", self.call("start", "isTessaronRunning", folder))
 
-    def test_accepts_only_folders_in_the_temporary_folder_of_word(self):
+    def test_accepts_only_folders_in_temporary_folder_of_word(self):
         outside = self.folder / "tessaron-outside"
         outside.mkdir()
         (self.word_temporary / "tessaron-link").symlink_to(outside)
@@ -338,7 +338,7 @@ class ScriptTest(OfficeCase):
                 answer = self.call("start", command, folder, "")
                 self.assertEqual(answer, f'error: "{command}" is not a command of the bridge.')
 
-    def test_knows_whether_the_bridge_runs(self):
+    def test_knows_whether_bridge_runs(self):
         process_id, folder = self.start()
         other = self.run_folder("tessaron-2")
         self.assertEqual(self.call("running", process_id, folder), "true")
@@ -347,7 +347,7 @@ class ScriptTest(OfficeCase):
         for wrong in ("", "x", "-1", "1 2", f"{process_id} "):
             self.assertEqual(self.call("running", wrong, folder), "false", wrong)
 
-    def test_ends_the_bridge_and_nothing_else(self):
+    def test_ends_bridge_and_nothing_else(self):
         process_id, folder = self.start()
         other = subprocess.Popen(["sleep", "60"])
         self.addCleanup(other.wait)
@@ -357,7 +357,7 @@ class ScriptTest(OfficeCase):
         self.call("end", process_id, folder)
         self.assertEqual(self.call("running", process_id, folder), "false")
 
-    def test_removes_old_folders_without_a_bridge(self):
+    def test_removes_old_folders_without_bridge(self):
         process_id, used = self.start(folder=self.run_folder("tessaron-used"))
         old, new, foreign = (self.run_folder(n) for n in ("tessaron-old", "tessaron-new", "foreign"))
         (old / ARGUMENTS).write_bytes(b"x\0")
@@ -373,7 +373,7 @@ class ScriptTest(OfficeCase):
         self.assertEqual(left, ["foreign", "tessaron-link", "tessaron-new", "tessaron-now", "tessaron-used"])
         self.assertTrue(kept_outside.exists())
 
-    def test_reports_a_trace_that_cannot_be_written(self):
+    def test_reports_trace_that_cannot_be_written(self):
         self.trace.parent.write_text("a file in place of the folder")
         answer = self.call("start", "isTessaronRunning", self.run_folder(), "requests")
         self.assertEqual(answer, f"error: The trace cannot be written to {self.trace}.")
@@ -405,7 +405,7 @@ class PartsTest(Case):
                 private = "\r\nOption Private Module\r\n" in text
                 self.assertEqual(private, name != "TessaronMacros")
 
-    def test_public_names_have_the_prefix_and_are_unique(self):
+    def test_public_names_have_prefix_and_are_unique(self):
         names = [name for text in self.modules().values() for name in re.findall(
             r"^Public (?:Const|Sub|Function|Declare\D*?) ?(\w+)", text, re.M)]  # fmt: skip
         self.assertGreater(len(names), 60)
@@ -422,7 +422,7 @@ class PartsTest(Case):
         for name, text in self.modules().items():
             self.assertEqual(re.findall(r"^(?:Sub|Function) \w+", text, re.M), [], name)
 
-    def test_word_has_every_procedure_that_the_logic_calls(self):
+    def test_word_has_every_procedure_that_logic_calls(self):
         modules = self.modules()
         defined = {
             name: set(re.findall(r"^Public (?:Const|Sub|Function) (\w+)", text, re.M))
@@ -445,7 +445,7 @@ class PartsTest(Case):
             with self.subTest(name):
                 self.assertEqual(types(name, modules["TessaronWord"]), types(name, test_modules))
 
-    def test_procedures_named_in_the_readme_exist(self):
+    def test_procedures_named_in_readme_exist(self):
         table = (EXAMPLES / "README.md").read_text().split("## Where each step")[1].split("\n## ")[0]
         named = {n for row in table.splitlines() if "|" in row for n in re.findall(r"`(\w+)`", row)}
         defined = re.findall(r"^\w+ (?:Sub|Function) (\w+)", "".join(self.modules().values()), re.M)
@@ -453,12 +453,12 @@ class PartsTest(Case):
         self.assertGreater(len(named), 25)
         self.assertEqual(named - set(defined), set())
 
-    def test_macros_call_what_the_logic_performs(self):
+    def test_macros_call_what_logic_performs(self):
         modules = self.modules()
         called = re.findall(r'TessaronDo "(\w+)"', modules["TessaronMacros"])
         self.assertEqual(set(called), set(re.findall(r'Case "(\w+)": \1', modules["TessaronDocument"])))
 
-    def test_word_calls_the_handler_that_the_script_has(self):
+    def test_word_calls_handler_that_script_has(self):
         script = (EXAMPLES / "TessaronBridge.applescript").read_text()
         (handler,) = re.findall(r"^on (\w+)\(", script, re.M)
         self.assertIn(f'ScriptHandler As String = "{handler}"', self.modules()["TessaronWord"])

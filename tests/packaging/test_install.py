@@ -10,19 +10,19 @@ from support import home_without_application, run, utf16
 class InstallTest(Case):
     def setUp(self):
         self.folder = self.temporary_folder()
-        self.prefix = self.folder / "first place"
+        self.prefix = self.folder / "first folder"
         run(CMAKE, "--install", BUILD, "--prefix", self.prefix)
 
-    def test_installs_exactly_the_expected_files(self):
+    def test_installs_exactly_expected_files(self):
         self.assertEqual(files_below(self.prefix), INSTALLED)
 
-    def test_installs_the_same_files_as_a_component(self):
+    def test_installs_same_files_as_component(self):
         prefix = self.folder / "component"
         run(CMAKE, "--install", BUILD, "--prefix", prefix, "--component", "bridge")
         self.assertEqual(files_below(prefix), INSTALLED)
 
-    def test_runs_after_a_move(self):
-        moved = self.folder / "second" / "place"
+    def test_runs_after_move(self):
+        moved = self.folder / "second" / "folder"
         moved.parent.mkdir()
         shutil.move(self.prefix, moved)
         exchange = self.folder / "exchange"
@@ -37,7 +37,7 @@ class InstallTest(Case):
 
     def test_program_does_not_contain_its_own_path(self):
         program = self.prefix / "bin" / BRIDGE.name
-        self.assertHolds(program, "/mac-word-plugin-args.txt", [self.prefix, "/usr/local/bin"])
+        self.assertContains(program, "/mac-word-plugin-args.txt", [self.prefix, "/usr/local/bin"])
 
 
 class ManPageTest(Case):
@@ -53,7 +53,7 @@ class ManPageTest(Case):
         # Warnings go to standard error.
         self.assertEqual(run("sh", "-c", 'groff -man -ww -z "$1" 2>&1', "sh", self.page), "")
 
-    def test_names_the_version(self):
+    def test_names_version(self):
         text = self.page.read_text()
         self.assertIn(f"tessaron-word-bridge {VERSION}", text)
         self.assertNotIn("@", text)

@@ -57,7 +57,7 @@ class GeneratedBuildTest(Case):
         configure(SOURCE, build, "-DBUILD_TESTING=OFF", *options)
         return Model(build)
 
-    def test_chooses_the_files_of_this_system(self):
+    def test_chooses_files_of_this_system(self):
         files = self.generate().sources()
         self.assertIn("service/DesktopApplication_linux.cpp", files)
         self.assertFalse([name for name in files if name.endswith("_mac.cpp")])
@@ -69,24 +69,24 @@ class GeneratedBuildTest(Case):
             self.assertIn(f"-arch {architecture}", flags)
             self.assertNotIn(other, flags)
 
-    def test_chooses_the_files_of_macos(self):
+    def test_chooses_files_of_macos(self):
         files = self.generate(TOOLCHAIN).sources()
         self.assertIn("service/DesktopApplication_mac.cpp", files)
         self.assertFalse([name for name in files if name.endswith("_linux.cpp")])
         self.assertNotIn("service/DesktopEntry.cpp", files)
 
-    def test_links_the_framework_and_not_glib(self):
+    def test_links_framework_and_not_glib(self):
         linked = self.generate(TOOLCHAIN).linked("tessaron-word-bridge")
         self.assertIn("-framework CoreServices", linked)
         self.assertNotIn("glib", linked)
 
-    def test_sets_the_oldest_system(self):
+    def test_sets_oldest_system(self):
         for options, version in ((), "10.15"), (("-DCMAKE_OSX_DEPLOYMENT_TARGET=12.0",), "12.0"):
             model = self.generate(TOOLCHAIN, *options)
             for target in ("apiclient", "service", "frontend", "tessaron-word-bridge"):
                 self.assertIn(f"-mmacosx-version-min={version}", model.flags(target), target)
 
-    def test_refuses_an_unknown_system(self):
+    def test_refuses_unknown_system(self):
         with self.assertRaisesRegex(AssertionError, "Tessaron Desktop is not implemented on Haiku"):
             configure(SOURCE, self.temporary_folder(), "-DCMAKE_SYSTEM_NAME=Haiku")
 
@@ -106,7 +106,7 @@ class PresetTest(Case):
     def names(self, folder, kind):
         return re.findall(r'^ +"([^"]+)"', run(CMAKE, f"--list-presets={kind}", cwd=folder), re.M)
 
-    def test_offers_the_presets_only_on_a_mac(self):
+    def test_offers_presets_only_on_mac(self):
         for kind in ("configure", "build", "test"):
             here = self.names(SOURCE, kind)
             self.assertIn("release", here)
@@ -115,7 +115,7 @@ class PresetTest(Case):
     def test_universal_preset_builds_for_both_architectures(self):
         self.assertArchitectures("macos-universal", ["arm64", "x86_64"])
 
-    def test_default_preset_builds_for_the_host(self):
+    def test_default_preset_builds_for_host(self):
         self.assertArchitectures("macos", [])
 
     def assertArchitectures(self, preset, architectures):

@@ -12,7 +12,7 @@ from support import run, skip
 PROGRAM = "tessaron-word-bridge"
 COMMIT_DATE = 1700000000
 # Two builds of one commit.
-FIRST, SECOND = PLACES = [WORK / "one", WORK / "another" / "longer place"]
+FIRST, SECOND = FOLDERS = [WORK / "one", WORK / "other" / "longer name"]
 
 
 def environment():
@@ -32,52 +32,52 @@ def environment():
     return variables
 
 
-def check_out(place):
-    shutil.rmtree(place, ignore_errors=True)
-    place.mkdir(parents=True)
+def check_out(folder):
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
     for name in PRODUCT:
         copy = shutil.copytree if (SOURCE / name).is_dir() else shutil.copy
-        copy(SOURCE / name, place / name)
+        copy(SOURCE / name, folder / name)
     for command in (["init", "-q"], ["add", "."], ["commit", "-q", "-m", "The product"]):
-        run("git", *command, cwd=place, env=environment())
+        run("git", *command, cwd=folder, env=environment())
 
 
-def build(place, *options):
-    check_out(place)
+def build(folder, *options):
+    check_out(folder)
     # Debug information would contain the folder. The packages are stripped.
     configure(
-        place, place / "build", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
+        folder, folder / "build", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release",
         "-DCMAKE_CXX_FLAGS=-g", *options,
     )  # fmt: skip
-    run(CMAKE, "--build", place / "build", "--parallel", os.cpu_count())
+    run(CMAKE, "--build", folder / "build", "--parallel", os.cpu_count())
 
 
-def make_packages(place, *options, umask=0o022):
+def make_packages(folder, *options, umask=0o022):
     cpack = shutil.which("cpack", path=os.path.dirname(CMAKE))
-    run(cpack, *options, cwd=place / "build", env=environment(), umask=umask)
+    run(cpack, *options, cwd=folder / "build", env=environment(), umask=umask)
 
 
-def package(place, ending):
-    (found,) = (place / "build").glob(f"*{ending}")
+def package(folder, ending):
+    (found,) = (folder / "build").glob(f"*{ending}")
     return found
 
 
 class PackagesTest(Case):
     @classmethod
     def setUpClass(cls):
-        for place in PLACES:
-            build(place)
-            make_packages(place)
+        for folder in FOLDERS:
+            build(folder)
+            make_packages(folder)
         cls.deb = package(FIRST, ".deb")
         cls.archive = package(FIRST, ".tar.gz")
 
     def test_two_builds_in_different_folders_are_identical(self):
         for name in (PROGRAM, self.deb.name, self.archive.name):
-            one, another = ((place / "build" / name).read_bytes() for place in PLACES)
-            self.assertTrue(one == another, f"Two builds of {name} differ.")
+            first, second = ((folder / "build" / name).read_bytes() for folder in FOLDERS)
+            self.assertTrue(first == second, f"Two builds of {name} differ.")
 
     def test_program_does_not_contain_its_build_folder(self):
-        self.assertHolds(FIRST / "build" / PROGRAM, "/tessaronDesktopInfo", [FIRST])
+        self.assertContains(FIRST / "build" / PROGRAM, "/tessaronDesktopInfo", [FIRST])
 
     def test_deb_contains_program_man_page_changelog_and_copyright(self):
         documents = f"usr/share/doc/{PROGRAM}"
@@ -86,32 +86,32 @@ class PackagesTest(Case):
                      f"{documents}/copyright"}  # fmt: skip
         self.assertEqual(set(self.unpacked()), expected)
 
-    def test_lintian_finds_nothing_in_the_deb(self):
+    def test_lintian_finds_nothing_in_deb(self):
         if shutil.which("lintian") is None:
             self.skipTest("lintian is not installed")
         found = run("lintian", "--allow-root", "--fail-on", "error,warning", self.deb)
         self.assertEqual(found, "")
 
-    def test_copyright_says_that_the_owner_chooses_the_licence(self):
+    def test_copyright_says_that_owner_chooses_licence(self):
         if (SOURCE / "LICENSE").exists():
             self.skipTest("the owner has chosen")
         self.unpacked()
         text = (self.folder / f"usr/share/doc/{PROGRAM}/copyright").read_text()
         self.assertIn("The owner of the bridge has not chosen a licence yet.", text)
 
-    def test_changelog_has_the_version_and_the_date_of_the_commit(self):
+    def test_changelog_has_version_and_date_of_commit(self):
         self.unpacked()
         with gzip.open(self.folder / f"usr/share/doc/{PROGRAM}/changelog.gz", "rt") as file:
             text = file.read()
         self.assertTrue(text.startswith(f"{PROGRAM} ({VERSION}) "), text)
         self.assertIn("  Tue, 14 Nov 2023 22:13:20 +0000\n", text)  # COMMIT_DATE
 
-    def test_files_in_the_deb_have_the_date_of_the_commit(self):
+    def test_files_in_deb_have_date_of_commit(self):
         self.unpacked()
         for path in self.folder.rglob("*"):
             self.assertEqual(path.stat().st_mtime, COMMIT_DATE, path)
 
-    def test_files_in_the_deb_belong_to_root_and_are_readable_by_all(self):
+    def test_files_in_deb_belong_to_root_and_are_readable_by_all(self):
         folder = self.temporary_folder()
         make_packages(SECOND, "-G", "DEB", "-B", folder, umask=0o077)
         entries = run("dpkg-deb", "--contents", *folder.glob("*.deb")).splitlines()
@@ -125,7 +125,7 @@ class PackagesTest(Case):
         self.assertEqual(self.field("Version"), VERSION)
         self.assertEqual(self.field("Architecture"), run("dpkg", "--print-architecture").strip())
 
-    def test_deb_depends_on_what_the_program_loads(self):
+    def test_deb_depends_on_what_program_loads(self):
         needed = {entry.split()[0] for entry in self.field("Depends").split(", ")}
         self.assertLessEqual({"libc6", "libglib2.0-0", "libqt5core5a", "libqt5network5"}, needed)
         # Nothing that only building or testing needs.

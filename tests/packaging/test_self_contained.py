@@ -9,7 +9,7 @@ MAX_SIZE = 5_000_000  # bytes, stripped
 
 
 class SelfContainedTest(Case):
-    def test_needs_only_the_c_library(self):
+    def test_needs_only_c_library(self):
         needed = re.findall(r"\(NEEDED\).*\[(.+)\]", run("readelf", "--dynamic", "--wide", BRIDGE))
         self.assertEqual(sorted(needed), ["libc.so.6", "libm.so.6"])
 

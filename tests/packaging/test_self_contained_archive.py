@@ -9,7 +9,7 @@ import unittest
 
 from support import BRIDGE, INSTALLED, SOURCE, VERSION, WORK, Case, files_below
 from support import home_without_application, run, skip, utf16
-from test_packages import FIRST, PLACES, PROGRAM, build, make_packages, package
+from test_packages import FIRST, FOLDERS, PROGRAM, build, make_packages, package
 
 NAME = f"{PROGRAM}-{VERSION}-linux-x86_64"
 QT_PREFIX = os.environ["QT_DIR"].split("/lib/cmake/")[0]
@@ -20,9 +20,9 @@ APA = "http://www.zotero.org/styles/apa"
 
 
 def setUpModule():
-    for place in PLACES:
-        build(place, "-DSELF_CONTAINED=ON")
-        make_packages(place)
+    for folder in FOLDERS:
+        build(folder, "-DSELF_CONTAINED=ON")
+        make_packages(folder)
 
 
 class ArchiveTest(Case):
@@ -34,12 +34,12 @@ class ArchiveTest(Case):
 
     def test_two_builds_are_identical(self):
         for name in (PROGRAM, f"{NAME}.tar.gz"):
-            one, another = ((place / "build" / name).read_bytes() for place in PLACES)
-            self.assertTrue(one == another, f"Two builds of {name} differ.")
+            first, second = ((folder / "build" / name).read_bytes() for folder in FOLDERS)
+            self.assertTrue(first == second, f"Two builds of {name} differ.")
 
     def test_contains_no_folder_of_this_machine(self):
         program = self.top / "bin" / PROGRAM
-        self.assertHolds(program, "/tessaronDesktopInfo", [FIRST, QT_PREFIX, os.path.expanduser("~")])
+        self.assertContains(program, "/tessaronDesktopInfo", [FIRST, QT_PREFIX, os.path.expanduser("~")])
 
     def test_contains_program_man_page_notices_and_files_for_relinking(self):
         self.assertEqual([path.name for path in self.folder.iterdir()], [NAME])

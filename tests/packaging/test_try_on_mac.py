@@ -128,7 +128,7 @@ class MacCase(Case):
         calls = self.folder / "calls"
         return calls.read_text().splitlines() if calls.exists() else []
 
-    def remember(self, port, kind="integer"):
+    def write_existing_settings(self, port, kind="integer"):
         """Writes settings that exist before the tool runs."""
         home = self.folder / "home"
         (home / "port").write_text(f"{kind} {port}\n")
@@ -208,18 +208,18 @@ class WholeRunTest(MacCase):
             self.calls(),
         )
 
-    def test_registers_a_bundle_with_the_identifier(self):
+    def test_registers_bundle_with_identifier(self):
         self.stand_in("lsregister", 'cp "$2/Contents/Info.plist" "$HOME" 2>&-\n' + STAND_INS["lsregister"])
         self.attempt()
         text = (self.folder / "home" / "Info.plist").read_text()
         self.assertIn("<key>CFBundleIdentifier</key>\n\t<string>com.tessaron.desktop</string>", text)
         self.assertIn("<key>CFBundleExecutable</key>\n\t<string>stand-in</string>", text)
 
-    def test_restores_the_former_port(self):
+    def test_restores_former_port(self):
         for kind in ("integer", "string"):
             with self.subTest(kind):
                 self.setUp()
-                self.remember(1, kind)
+                self.write_existing_settings(1, kind)
                 self.attempt()
                 self.assertEqual(self.port(), f"{kind} 1")
 
@@ -235,7 +235,7 @@ class NothingTriedTest(MacCase):
         self.stopped("This is for a Mac. Elsewhere run ./test")
         self.assertEqual(self.calls(), ["uname "])
 
-    def test_reports_a_missing_homebrew(self):
+    def test_reports_missing_homebrew(self):
         (self.folder / "programs" / "brew").unlink()
         self.stopped("Homebrew is not installed. Install it")
 
@@ -243,28 +243,28 @@ class NothingTriedTest(MacCase):
         self.fails("xcode-select")
         self.stopped("Run: xcode-select --install")
 
-    def test_reports_a_missing_qt(self):
+    def test_reports_missing_qt(self):
         self.fails("brew", '[ "$1" = list ]')
         self.stopped("Run: brew install qt@5")
 
-    def test_reports_that_the_requested_qt_is_missing(self):
+    def test_reports_that_requested_qt_is_missing(self):
         self.stopped("Run: brew install qt", "--qt", "6")
 
-    def test_reports_a_failed_build(self):
+    def test_reports_failed_build(self):
         for condition in ('[ "$1" = --preset ]', '[ "$1" = --build ]'):
             self.fails("cmake", condition, "no such Qt")
             self.stopped("The bridge cannot be built. cmake --")
 
-    def test_refuses_a_port_that_is_in_use(self):
+    def test_refuses_port_that_is_in_use(self):
         with socket.socket() as taken:
             taken.bind(("127.0.0.1", 0))
             taken.listen()
             port = str(taken.getsockname()[1])
             self.stopped(f"Port {port} is in use. Choose another one, or leave out --port.", "--port", port)
 
-    def test_refuses_to_run_beside_the_application(self):
+    def test_refuses_to_run_beside_application(self):
         port = free_port()
-        self.remember(port)
+        self.write_existing_settings(port)
         application = subprocess.Popen(
             ["node", SOURCE / "testbed/desktop/main.js", "--port", str(port)],
             stdout=subprocess.PIPE,
@@ -279,7 +279,7 @@ class NothingTriedTest(MacCase):
         self.assertIsNone(application.poll())
 
     def test_refuses_settings_that_cannot_be_restored(self):
-        self.remember(1, "array")
+        self.write_existing_settings(1, "array")
         report = self.attempt(status=1)
         self.assertResult(report, "FAILED", "Stopped", "The settings hold the port as array")
         self.assertEqual(self.port(), "array 1")
@@ -297,7 +297,7 @@ class NothingTriedTest(MacCase):
                 self.assertEqual(process.returncode, 2)
                 self.assertIn(sentence, output)
 
-    def test_reports_that_the_report_cannot_be_written(self):
+    def test_reports_that_report_cannot_be_written(self):
         process = self.start("--report", "/nonexistent/report")
         output, _ = process.communicate(timeout=120)
         self.assertEqual(process.returncode, 1)
@@ -325,37 +325,37 @@ class FailedTrialTest(MacCase):
                 self.assertIn("Start-up time", report)
                 self.assertIsNone(self.port())
 
-    def test_reports_a_port_that_cannot_be_restored(self):
-        self.remember(7)
+    def test_reports_port_that_cannot_be_restored(self):
+        self.write_existing_settings(7)
         self.fails("defaults", '[ "$5" = 7 ]')
         report = self.attempt(status=1)
         self.assertResult(report, "FAILED", "Stopped", "could not be restored. Run: defaults write "
             "'com.tessaron.Tessaron Desktop' General.httpServerPort -int 7")  # fmt: skip
 
-    def test_reports_a_missing_command(self):
+    def test_reports_missing_command(self):
         (self.folder / "programs" / "lipo").unlink()
         self.failed("The executable", "lipo cannot be run: No such file or directory.")
 
-    def test_reports_a_broken_signature(self):
+    def test_reports_broken_signature(self):
         self.fails("codesign", message="code object is not signed at all")
         report = self.attempt()
         self.assertResult(report, "OK", "The executable", "code object is not signed at all")
 
-    def test_reports_a_bridge_that_does_not_read_the_settings(self):
+    def test_reports_bridge_that_does_not_read_settings(self):
         self.wrap_bridge("export XDG_CONFIG_HOME=/nonexistent")
         # Otherwise the trial of the launch would wait until the application starts.
         self.fails("lsregister", '[ "$1" = -f ]')
         self.failed("The port in the settings", "The bridge sent no request to port")
 
-    def test_reports_a_bridge_that_fails(self):
+    def test_reports_bridge_that_fails(self):
         self.wrap_bridge('[ "$1" != getUserUuid ] || { echo no library; exit 6; }')
         self.failed("Start-up time", "getUserUuid ended with status 6: no library")
 
-    def test_reports_a_bridge_that_writes_no_results(self):
+    def test_reports_bridge_that_writes_no_results(self):
         self.wrap_bridge('[ "$1" != launchTessaron ] || exit 0')
         self.failed("Start through Launch Services", "launchTessaron wrote no results")
 
-    def test_reports_a_bridge_that_ends_while_a_dialog_is_open(self):
+    def test_reports_bridge_that_ends_while_dialog_is_open(self):
         self.wrap_bridge(
             f'[ "$1" != getFieldCodeFromCitationEditor ] || {{ "{BRIDGE}" "$@" & sleep 1; kill $!; exit 0; }}'
         )
@@ -388,7 +388,7 @@ class RealApplicationTest(MacCase):
 
     def test_is_started_on_its_own_port_with_consent(self):
         port = free_port()
-        self.remember(port)
+        self.write_existing_settings(port)
         log = self.folder / "log"
         applications = self.folder / "home" / "data" / "applications"
         applications.mkdir(parents=True)
@@ -407,7 +407,7 @@ class RealApplicationTest(MacCase):
 
 class InterruptedTest(MacCase):
     def interrupted(self, question, number, *options):
-        self.remember(1)
+        self.write_existing_settings(1)
         process = self.start(*options)
         self.read_until(process, question)
         self.assertNotEqual(self.port(), "integer 1")
@@ -418,32 +418,32 @@ class InterruptedTest(MacCase):
         self.assertResult(report, "FAILED", "Stopped", "interrupted. What was changed is restored.")
         self.assertEqual(self.port(), "integer 1")
 
-    def test_restores_the_port_at_a_question(self):
+    def test_restores_port_at_question(self):
         self.make_container()
         self.interrupted("What did the system ask", signal.SIGINT)
 
-    def test_restores_the_port_while_a_dialog_is_open(self):
+    def test_restores_port_while_dialog_is_open(self):
         self.interrupted("A request is open now", signal.SIGINT, "--dialog")
 
-    def test_restores_the_port_after_termination(self):
+    def test_restores_port_after_termination(self):
         self.make_container()
         self.interrupted("What did the system ask", signal.SIGTERM)
 
-    def test_restores_the_port_while_the_bundle_is_registered(self):
+    def test_restores_port_while_bundle_is_registered(self):
         self.stand_in(
             "lsregister",
             f'{STAND_INS["lsregister"]}\n[ "$1" = -u ] || {{ touch "$HOME/here"; sleep 2; }}',
         )
         self.interrupted_at_mark()
 
-    def test_restores_the_port_while_the_stand_in_runs(self):
+    def test_restores_port_while_stand_in_runs(self):
         self.wrap_bridge(
             f'[ "$1" != launchTessaron ] || {{ "{BRIDGE}" "$@"; touch "$HOME/here"; sleep 2; exit 0; }}'
         )
         self.interrupted_at_mark()
 
     def interrupted_at_mark(self):
-        self.remember(1)
+        self.write_existing_settings(1)
         process = self.start()
         while not (self.folder / "home" / "here").exists():
             self.assertIsNone(process.poll())
@@ -456,8 +456,8 @@ class InterruptedTest(MacCase):
 
 
 class EndToEndTest(MacCase):
-    def test_end_to_end_tests_restore_the_port(self):
-        self.remember(1)
+    def test_end_to_end_tests_restore_port(self):
+        self.write_existing_settings(1)
         code = (
             "import sys, unittest; sys.platform = 'darwin'\n"
             "EDIT = 'test_one_citation.OneCitation.test_edits_in_the_dialog'\n"
@@ -480,7 +480,7 @@ class ContainerTest(MacCase):
         report = self.attempt()
         self.assertResult(report, "NOT TRIED", "Exchange in Word", "Start Word once")
 
-    def test_leaves_the_folder_empty(self):
+    def test_leaves_folder_empty(self):
         folder = self.make_container()
         report = self.attempt(answers="\n")
         self.assertResult(report, "OK", "Exchange in Word", "the system asked Terminal: nothing")

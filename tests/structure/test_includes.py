@@ -57,7 +57,7 @@ class IncludesTest(unittest.TestCase):
         self.assertEqual(len(self.check("apiclient/json/B.h", '#include "apiclient/A.h"',
                                         "apiclient/A.h")), 1)
 
-    def test_rejects_include_outside_the_layers(self):
+    def test_rejects_include_outside_layers(self):
         self.assertEqual(len(self.check("service/B.cpp", '#include "tests/support/A.h"',
                                         "tests/support/A.h")), 1)
 
