@@ -1,4 +1,4 @@
-#include "tests/service/ServiceTest.h"
+#include "tests/service/BatchSupport.h"
 
 #include <QMetaClassInfo>
 #include <QMetaMethod>
@@ -71,20 +71,20 @@ class tst_PluginComServer_MetaObject : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void hasTheClassInformation();
-    void hasTheOperation_data();
-    void hasTheOperation();
-    void hasNothingElse();
+    void hasClassInformation();
+    void hasOperation_data();
+    void hasOperation();
+    void hasNoOtherMembers();
     void castsByName();
 
     void startsEmpty();
     void isOwnedByItsParent();
-    void storesTheStyle();
-    void storesTheFolderWithoutCreatingIt();
-    void readsThePortWhenCreated();
+    void storesStyle();
+    void storesTemporaryFolderWithoutCreatingIt();
+    void readsPortWhenCreated();
 };
 
-void tst_PluginComServer_MetaObject::hasTheClassInformation()
+void tst_PluginComServer_MetaObject::hasClassInformation()
 {
     QCOMPARE(meta().className(), "PluginComServer");
     QCOMPARE(meta().superClass(), &QObject::staticMetaObject);
@@ -109,7 +109,7 @@ void tst_PluginComServer_MetaObject::hasTheClassInformation()
     QCOMPARE(QSet<QString>(guids.begin(), guids.end()).size(), 3);
 }
 
-void tst_PluginComServer_MetaObject::hasTheOperation_data()
+void tst_PluginComServer_MetaObject::hasOperation_data()
 {
     QTest::addColumn<int>("index");
     for (int i = 0; i < operationCount; ++i) {
@@ -117,7 +117,7 @@ void tst_PluginComServer_MetaObject::hasTheOperation_data()
     }
 }
 
-void tst_PluginComServer_MetaObject::hasTheOperation()
+void tst_PluginComServer_MetaObject::hasOperation()
 {
     QFETCH(int, index);
     const Operation& expected = operations[index];
@@ -130,7 +130,7 @@ void tst_PluginComServer_MetaObject::hasTheOperation()
     QCOMPARE(method.access(), QMetaMethod::Public);
 }
 
-void tst_PluginComServer_MetaObject::hasNothingElse()
+void tst_PluginComServer_MetaObject::hasNoOtherMembers()
 {
     QCOMPARE(meta().methodOffset(), QObject::staticMetaObject.methodCount());
     QCOMPARE(meta().methodCount() - meta().methodOffset(), operationCount);
@@ -173,7 +173,7 @@ void tst_PluginComServer_MetaObject::isOwnedByItsParent()
     QVERIFY(service.isNull());
 }
 
-void tst_PluginComServer_MetaObject::storesTheStyle()
+void tst_PluginComServer_MetaObject::storesStyle()
 {
     PluginComServer service;
     for (const QString& style :
@@ -184,23 +184,26 @@ void tst_PluginComServer_MetaObject::storesTheStyle()
     QCOMPARE(server.connectionCount(), 0);
 }
 
-void tst_PluginComServer_MetaObject::storesTheFolderWithoutCreatingIt()
+void tst_PluginComServer_MetaObject::storesTemporaryFolderWithoutCreatingIt()
 {
     PluginComServer service;
     const QString folder = home.path(QStringLiteral("missing"));
     service.setTempDirectory(folder);
-    QVERIFY(!QFileInfo::exists(folder));
     QCOMPARE(server.connectionCount(), 0);
+    QVERIFY(format(server, service, 0, batchReply({})));
+    QCOMPARE(
+        server.requests().first().json().value(QStringLiteral("tempDirectory")), QVariant(folder));
+    QVERIFY(!QFileInfo::exists(folder));
 }
 
-void tst_PluginComServer_MetaObject::readsThePortWhenCreated()
+void tst_PluginComServer_MetaObject::readsPortWhenCreated()
 {
     PluginComServer before;
-    const auto withAnotherPort = serviceWithoutApplication();
+    const auto withoutApplication = serviceWithoutApplication();
     server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
     QCOMPARE(before.getUserUuid(), QStringLiteral("u"));
-    withAnotherPort->getUserUuid();
-    QCOMPARE(withAnotherPort->lastError(), QStringLiteral("Connection refused"));
+    withoutApplication->getUserUuid();
+    QCOMPARE(withoutApplication->lastError(), QStringLiteral("Connection refused"));
 }
 
 QTEST_GUILESS_MAIN(tst_PluginComServer_MetaObject)
