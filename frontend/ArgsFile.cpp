@@ -12,21 +12,17 @@ namespace {
 
 constexpr qint64 unitSize = sizeof(ushort);
 
-// Files are read and written in chunks of this many code units. A long document's arguments and
-// results are tens of megabytes each and would otherwise be held in memory twice.
-constexpr int chunkSize = 256 * 1024;
-
 // Larger than any real document. If each code unit becomes six bytes of JSON, the request still
 // fits into a QByteArray.
 constexpr qint64 largestArgsFile = qint64(512) * 1024 * 1024;
 
-/// Reads the next code units of `file` into `chunk`. If there are fewer than chunkSize, the file
-/// has ended or file->error() reports an error.
+/// Reads the next code units of `file` into `chunk`. If there are fewer than argsFileChunkSize, the
+/// file has ended or file->error() reports an error.
 void readChunk(QFile* file, QString* chunk)
 {
-    chunk->resize(chunkSize);
+    chunk->resize(argsFileChunkSize);
     char* const bytes = reinterpret_cast<char*>(chunk->data());
-    const qint64 byteCount = file->read(bytes, chunkSize * unitSize);
+    const qint64 byteCount = file->read(bytes, argsFileChunkSize * unitSize);
     chunk->truncate(int(std::max<qint64>(byteCount, 0) / unitSize));
     qFromLittleEndian<ushort>(bytes, chunk->size(), bytes);
 }
@@ -59,16 +55,16 @@ public:
     explicit Utf16Writer(QFile* target)
         : file(target)
     {
-        buffer.reserve(chunkSize);
+        buffer.reserve(argsFileChunkSize);
     }
 
     void write(QStringView text)
     {
         while (!text.isEmpty()) {
-            const auto count = std::min<qsizetype>(text.size(), chunkSize - buffer.size());
+            const auto count = std::min<qsizetype>(text.size(), argsFileChunkSize - buffer.size());
             buffer.append(text.data(), int(count));
             text = text.mid(count);
-            if (buffer.size() == chunkSize) {
+            if (buffer.size() == argsFileChunkSize) {
                 flush();
             }
         }

@@ -12,6 +12,10 @@
 /// two strings.
 constexpr ushort argsFileSeparator = 0x0001;
 
+/// Files are read and written in chunks of this many code units. A long document's arguments and
+/// results are tens of megabytes each and would otherwise be held in memory twice.
+constexpr int argsFileChunkSize = 256 * 1024;
+
 /// Returns the codec "UTF-16LE", which Qt owns. Logs a warning and returns null if Qt does not have
 /// it. Fixed by the interface: reading and writing fail if the codec is missing, although they do
 /// not use it to convert the bytes.

@@ -130,9 +130,8 @@ void tst_ArgsFile::readsLikeCodec()
 void tst_ArgsFile::keepsLongStrings_data()
 {
     QTest::addColumn<int>("length");
-    // The likely sizes of the pieces in which files are read and written.
-    for (const int power : {4096, 65536, 262144, 524288}) {
-        for (const int length : {power - 1, power, power + 1}) {
+    for (const int size : {4096, 65536, argsFileChunkSize, 2 * argsFileChunkSize}) {
+        for (const int length : {size - 1, size, size + 1}) {
             QTest::addRow("%d units", length) << length;
         }
     }
@@ -217,14 +216,14 @@ void tst_ArgsFile::writesList_data()
     QTest::addColumn<QStringList>("lines");
     QTest::addColumn<QByteArray>("bytes");
     const QString x = QStringLiteral("x");
-    const QString none;
+    const QString empty;
     QTest::newRow("empty list") << QStringList() << QByteArray();
-    QTest::newRow("one empty string") << QStringList{none} << QByteArray();
-    QTest::newRow("two empty strings") << QStringList{none, none} << QByteArray("\1\0", 2);
+    QTest::newRow("one empty string") << QStringList{empty} << QByteArray();
+    QTest::newRow("two empty strings") << QStringList{empty, empty} << QByteArray("\1\0", 2);
     QTest::newRow("one string") << QStringList{x} << QByteArray("x\0", 2);
-    QTest::newRow("empty string last") << QStringList{x, none} << QByteArray("x\0\1\0", 4);
-    QTest::newRow("empty string first") << QStringList{none, x} << QByteArray("\1\0x\0", 4);
-    QTest::newRow("three strings") << QStringList{x, none, x} << QByteArray("x\0\1\0\1\0x\0", 8);
+    QTest::newRow("empty string last") << QStringList{x, empty} << QByteArray("x\0\1\0", 4);
+    QTest::newRow("empty string first") << QStringList{empty, x} << QByteArray("\1\0x\0", 4);
+    QTest::newRow("three strings") << QStringList{x, empty, x} << QByteArray("x\0\1\0\1\0x\0", 8);
     QTest::newRow("separator in a string")
         << QStringList{x + separator, x} << QByteArray("x\0\1\0\1\0x\0", 8);
 }

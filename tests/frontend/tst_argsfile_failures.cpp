@@ -28,7 +28,7 @@ QByteArray outcome(int count, bool success)
     return QByteArray::number(count) + (success ? " true" : " false");
 }
 
-/// Reads a file that cannot be read. The test fails without the warning.
+/// Tries to read an unreadable file and expects the warning.
 QByteArray failedReadOutcome(const QString& path)
 {
     const QString escaped = QString(path).replace(QLatin1Char('"'), QStringLiteral("\\\""));
@@ -104,7 +104,7 @@ void tst_ArgsFileFailures::reportsUnreadableFile_data()
     QTest::newRow("folder that is missing") << QStringLiteral("missing/args.txt");
     QTest::newRow("folder in place of the file") << QString();
     QTest::newRow("file in place of the folder") << QStringLiteral("file/args.txt");
-    QTest::newRow("link to nothing") << QStringLiteral("link");
+    QTest::newRow("dangling link") << QStringLiteral("link");
     QTest::newRow("name that is too long") << QString(300, QLatin1Char('n'));
     QTest::newRow("name with a quote and Cyrillic") << QStringLiteral("\" \u0444");
 }
@@ -124,7 +124,7 @@ void tst_ArgsFileFailures::reportsForbiddenFile()
     folder->putArguments({QStringLiteral("secret")});
     giveToOrdinaryUser(folder->path());
     QVERIFY(QFile::setPermissions(path, QFile::Permissions()));
-    const QByteArray answer = inChildProcess([&path]() -> QByteArray {
+    const QByteArray result = inChildProcess([&path]() -> QByteArray {
         if (!becomeOrdinaryUser()) {
             return "still root";
         }
@@ -132,7 +132,7 @@ void tst_ArgsFileFailures::reportsForbiddenFile()
         const QStringList strings = readArgsFile(path, &success);
         return outcome(strings.size(), success);
     });
-    QCOMPARE(QString::fromUtf8(answer),
+    QCOMPARE(QString::fromUtf8(result),
         QStringLiteral("0 false|") + quotedWarning("Unable to open args file", path));
 }
 
@@ -178,10 +178,10 @@ void tst_ArgsFileFailures::replacesReadOnlyFile()
     putFile(file(), "old");
     giveToOrdinaryUser(folder->path());
     QVERIFY(QFile::setPermissions(file(), QFile::ReadOwner | QFile::ReadOther));
-    const QByteArray answer = inChildProcess([this]() -> QByteArray {
+    const QByteArray result = inChildProcess([this]() -> QByteArray {
         return becomeOrdinaryUser() ? writeOutcome(file(), QStringLiteral("new")) : "still root";
     });
-    QCOMPARE(answer, QByteArray("6 true"));
+    QCOMPARE(result, QByteArray("6 true"));
     QCOMPARE(folder->results(), QByteArray("n\0e\0w\0", 6));
     QCOMPARE(folder->names(), QStringList{QStringLiteral("mac-word-plugin-results.txt")});
 }
@@ -218,16 +218,16 @@ void tst_ArgsFileFailures::keepsFolderInPlaceOfFile()
 void tst_ArgsFileFailures::keepsFileOfAnotherUser()
 {
     if (geteuid() != 0) {
-        QSKIP("Only root can leave a file of another user.");
+        QSKIP("Only root can create a file owned by another user.");
     }
     // In such a folder everyone may create files and delete only their own.
     putFile(file(), "old");
     QCOMPARE(chmod(QFile::encodeName(folder->path()).constData(), 01777), 0);
     QCOMPARE(chmod(QFile::encodeName(QFileInfo(folder->path()).path()).constData(), 0755), 0);
-    const QByteArray answer = inChildProcess([this]() -> QByteArray {
+    const QByteArray result = inChildProcess([this]() -> QByteArray {
         return becomeOrdinaryUser() ? writeOutcome(file(), QStringLiteral("new")) : "still root";
     });
-    QCOMPARE(answer, QByteArray("6 true"));
+    QCOMPARE(result, QByteArray("6 true"));
     QCOMPARE(folder->results(), QByteArray("old"));
     QCOMPARE(bytesOf(sideFile()), QByteArray("n\0e\0w\0", 6));
 }
@@ -238,7 +238,7 @@ void tst_ArgsFileFailures::reportsUnwritableFile_data()
     QTest::newRow("folder that is missing") << QStringLiteral("missing/file.txt");
     QTest::newRow("file in place of the folder") << QStringLiteral("plain/file.txt");
     QTest::newRow("folder in place of the side file") << QStringLiteral("blocked");
-    QTest::newRow("link to nothing in place of the side file") << QStringLiteral("linked");
+    QTest::newRow("dangling link in place of the side file") << QStringLiteral("linked");
     QTest::newRow("name that is too long") << QString(300, QLatin1Char('n'));
     // 251 characters and ".temp" are one more than the file system allows.
     QTest::newRow("side name that is too long") << QString(251, QLatin1Char('n'));
@@ -290,10 +290,10 @@ void tst_ArgsFileFailures::reportsForbiddenFolder()
         QVERIFY(QFile::setPermissions(folder->path(), QFile::ReadOwner | QFile::ExeOwner));
     }
     const QStringList before = folder->names();
-    const QByteArray answer = inChildProcess([this]() -> QByteArray {
+    const QByteArray result = inChildProcess([this]() -> QByteArray {
         return becomeOrdinaryUser() ? writeOutcome(file(), QStringLiteral("new")) : "still root";
     });
-    QCOMPARE(QString::fromUtf8(answer),
+    QCOMPARE(QString::fromUtf8(result),
         QStringLiteral("-1 false|") + quotedWarning("Unable to write args file", file()));
     QCOMPARE(folder->names(), before);
     QCOMPARE(folder->results(), QByteArray("old"));
@@ -305,12 +305,12 @@ void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit_data()
 {
     QTest::addColumn<int>("limit");
     QTest::addColumn<int>("units");
-    QTest::newRow("limit of no byte") << 0 << 1;
+    QTest::newRow("limit of zero bytes") << 0 << 1;
     QTest::newRow("limit of half a code unit") << 1 << 1;
     QTest::newRow("one code unit too many") << 4096 << 2049;
-    QTest::newRow("two whole pieces of code units") << 4096 << 524288;
-    QTest::newRow("one of a million code units too many") << 1999998 << 1000000;
-    QTest::newRow("limit inside a code unit of a later piece") << 1100001 << 1000000;
+    QTest::newRow("two whole chunks") << 4096 << 2 * argsFileChunkSize;
+    QTest::newRow("a million code units, one too many") << 1999998 << 1000000;
+    QTest::newRow("limit inside a code unit of a later chunk") << 1100001 << 1000000;
 }
 
 void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit()
@@ -319,11 +319,11 @@ void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit()
     QFETCH(int, units);
     putFile(file(), "old");
     const QString content(units, QLatin1Char('n'));
-    const QByteArray answer = inChildProcess([&]() -> QByteArray {
+    const QByteArray result = inChildProcess([&]() -> QByteArray {
         std::signal(SIGXFSZ, SIG_IGN);
         return limitFileSize(quint64(limit)) ? writeOutcome(file(), content) : "no limit";
     });
-    QCOMPARE(answer, QByteArray("-1 false"));
+    QCOMPARE(result, QByteArray("-1 false"));
     QCOMPARE(folder->results(), QByteArray("old"));
     QVERIFY(bytesOf(sideFile()) == utf16le(content).left(limit));
 }
@@ -331,17 +331,17 @@ void tst_ArgsFileFailures::keepsOldFileAtFileSizeLimit()
 void tst_ArgsFileFailures::writesUpToFileSizeLimit()
 {
     const QString content(2048, QLatin1Char('n'));
-    const QByteArray answer = inChildProcess([&]() -> QByteArray {
+    const QByteArray result = inChildProcess([&]() -> QByteArray {
         return limitFileSize(4096) ? writeOutcome(file(), content) : "no limit";
     });
-    QCOMPARE(answer, QByteArray("4096 true"));
+    QCOMPARE(result, QByteArray("4096 true"));
     QCOMPARE(folder->results(), utf16le(content));
     QCOMPARE(folder->names(), QStringList{QStringLiteral("mac-word-plugin-results.txt")});
 }
 
 void tst_ArgsFileFailures::keepsOldFileOnFullDisk()
 {
-    const QByteArray answer = inChildProcess([this]() -> QByteArray {
+    const QByteArray result = inChildProcess([this]() -> QByteArray {
         // Two pages for the files' content, of which the old file takes one.
         if (!mountSmallDisk(QFile::encodeName(folder->path()), 2 * int(sysconf(_SC_PAGESIZE)))) {
             return "no disk";
@@ -351,10 +351,10 @@ void tst_ArgsFileFailures::keepsOldFileOnFullDisk()
         return written + ", " + folder->results() + ", "
             + folder->names().join(QLatin1Char(' ')).toUtf8();
     });
-    if (answer == "no disk") {
+    if (result == "no disk") {
         QSKIP("This user may not mount a disk.");
     }
-    QCOMPARE(answer,
+    QCOMPARE(result,
         QByteArray("-1 false, old, "
                    "mac-word-plugin-results.txt mac-word-plugin-results.txt.temp"));
 }
@@ -363,9 +363,9 @@ void tst_ArgsFileFailures::keepsOldFileAfterFailedClose()
 {
     putFile(file(), "old");
     closeFails = true;
-    const QByteArray answer = writeOutcome(file(), QStringLiteral("new"));
+    const QByteArray result = writeOutcome(file(), QStringLiteral("new"));
     closeFails = false;
-    QCOMPARE(answer, QByteArray("-1 false"));
+    QCOMPARE(result, QByteArray("-1 false"));
     QCOMPARE(folder->results(), QByteArray("old"));
     QCOMPARE(bytesOf(sideFile()), utf16le(QStringLiteral("new")));
 }

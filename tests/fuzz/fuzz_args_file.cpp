@@ -1,5 +1,5 @@
 // The argument file. Input: one byte that chooses the padding before the text, so that some inputs
-// cross the boundary between two pieces of the reader, and the file's bytes.
+// cross the boundary between two chunks of the reader, and the file's bytes.
 
 #include "frontend/ArgsFile.h"
 #include "tests/fuzz/Check.h"
@@ -9,16 +9,14 @@
 
 namespace {
 
-constexpr int pieceUnits = 256 * 1024;
-
 /// Returns no padding for a choice below 240, because padding costs time. From 240 on, returns a
-/// few units fewer or more than one piece; for 255, two pieces.
+/// few units fewer or more than one chunk; for 255, two chunks.
 QByteArray padding(uint8_t choice)
 {
     if (choice < 240) {
         return {};
     }
-    const int units = choice < 255 ? pieceUnits - 248 + choice : 2 * pieceUnits;
+    const int units = choice < 255 ? argsFileChunkSize - 248 + choice : 2 * argsFileChunkSize;
     return QByteArray("x\0", 2).repeated(units);
 }
 
