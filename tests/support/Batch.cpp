@@ -78,11 +78,10 @@ QByteArray Batch::reply(Generator* generator) const
         list.push_back({JsonValue::Object{{QStringLiteral("citationCluster"), clusters[i]},
             {QStringLiteral("formattedText"), textOf(texts.at(int(i)))}}});
     }
-    const JsonValue answer{
-        JsonValue::Object{{QStringLiteral("citationClusters"), {std::move(list)}},
-            {QStringLiteral("citationStyleUrl"), textOf(style)},
-            {QStringLiteral("bibliography"), textOf(bibliography)}}};
-    return writeRandomForm(answer, generator, Encoding::Utf8).toUtf8();
+    const JsonValue reply{JsonValue::Object{{QStringLiteral("citationClusters"), {std::move(list)}},
+        {QStringLiteral("citationStyleUrl"), textOf(style)},
+        {QStringLiteral("bibliography"), textOf(bibliography)}}};
+    return writeRandomForm(reply, generator, Encoding::Utf8).toUtf8();
 }
 
 QString Batch::requestProblem(const QByteArray& body, const QString& folder) const

@@ -53,25 +53,25 @@ QByteArray inChildProcess(const std::function<QByteArray()>& work)
         return "no pipe";
     }
     // A high number, because the work may close the standard streams.
-    const int answerEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, 100);
+    const int resultEnd = fcntl(ends[1], F_DUPFD_CLOEXEC, 100);
     close(ends[1]);
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
         qInstallMessageHandler(keepWarning);
-        const QByteArray answer = work();
-        writeAll(answerEnd, answer + warnings);
+        const QByteArray result = work();
+        writeAll(resultEnd, result + warnings);
         _exit(0);
     }
-    close(answerEnd);
+    close(resultEnd);
     QFile reader;
-    QByteArray answer;
+    QByteArray result;
     if (reader.open(ends[0], QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        answer = reader.readAll();
+        result = reader.readAll();
     }
     int status = -1;
     waitpid(child, &status, 0);
-    return status == 0 ? answer : "the child ended with " + QByteArray::number(status);
+    return status == 0 ? result : "the child ended with " + QByteArray::number(status);
 }
 
 bool becomeOrdinaryUser()

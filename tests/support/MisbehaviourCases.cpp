@@ -70,8 +70,9 @@ QList<Case> cutReplies()
             const bool headersEnd = point.bytes.contains("\r\n\r\n");
             cases.append({QByteArray(ending.name) + point.name,
                 {Misbehaviour::wholeBody, point.bytes, ending.ending},
-                headersEnd ? (ending.ending == Misbehaviour::Reset ? FailedOrNothing : Nothing)
-                           : Failed,
+                headersEnd
+                    ? (ending.ending == Misbehaviour::Reset ? FailedOrEmptySuccess : EmptySuccess)
+                    : Failed,
                 {}});
         }
     }
@@ -110,9 +111,9 @@ QList<Case> repliesThatInviteRetry()
         {"503", "Retry-After: 0\r\n"},
     };
     QList<Case> cases;
-    for (const auto& answer : replies) {
-        cases.append({QByteArray(answer.status) + ' ' + QByteArray(answer.headers).simplified(),
-            {Misbehaviour::wholeBody, reply(answer.status, answer.headers, "%1 says no"),
+    for (const auto& row : replies) {
+        cases.append({QByteArray(row.status) + ' ' + QByteArray(row.headers).simplified(),
+            {Misbehaviour::wholeBody, reply(row.status, row.headers, "%1 says no"),
                 Misbehaviour::CloseLater},
             Failed, text("%1 says no")});
     }
@@ -122,7 +123,7 @@ QList<Case> repliesThatInviteRetry()
         {Misbehaviour::wholeBody, refusal + success, Misbehaviour::CloseLater}, Failed,
         text("first")});
     cases.append({"two replies, the first a success",
-        {Misbehaviour::wholeBody, success + refusal, Misbehaviour::CloseLater}, Nothing, {}});
+        {Misbehaviour::wholeBody, success + refusal, Misbehaviour::CloseLater}, EmptySuccess, {}});
     cases.append({"a reply before the request is sent", {0, refusal, Misbehaviour::CloseLater},
         Failed, text("first")});
     return cases;

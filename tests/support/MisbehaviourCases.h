@@ -8,8 +8,8 @@
 /// The results that the macro reads.
 enum Outcome {
     Failed, ///< the command's failure result
-    Nothing, ///< a success without content: the reply had status 200 and was cut off
-    FailedOrNothing, ///< either: a reset may overtake the bytes sent before it
+    EmptySuccess, ///< a success without content: status 200 with an empty or cut-off body
+    FailedOrEmptySuccess, ///< either: a reset may overtake the bytes sent before it
 };
 
 /// One row of the tables below.

@@ -81,7 +81,7 @@ void RawServer::read(QTcpSocket* socket)
     if (connection.isFirst) {
         misbehave(socket);
     } else {
-        ++answers;
+        ++successes;
         socket->write("HTTP/1.1 200 OK\r\nContent-Length: "
             + QByteArray::number(int(sizeof successBody) - 1) + "\r\n\r\n" + successBody);
     }

@@ -27,8 +27,8 @@ struct Misbehaviour {
 };
 
 /// A server on a free port of 127.0.0.1 that sends raw bytes. It misbehaves on its first connection
-/// and answers every later one with a success, so that a repeated request shows in postCount() and
-/// in the sender's results.
+/// and replies to every later one with a success, so that a repeated request shows in postCount()
+/// and in the sender's results.
 class RawServer : public QTcpServer {
 public:
     explicit RawServer(const Misbehaviour& misbehaviour);
@@ -37,8 +37,8 @@ public:
     int openConnectionCount() const { return received.size(); }
     /// The number of POSTs begun on all connections.
     int postCount() const;
-    /// The number of requests answered with a success, which are those on later connections.
-    int answerCount() const { return answers; }
+    /// The number of success replies sent, all of them on later connections.
+    int successCount() const { return successes; }
 
 private:
     struct Connection {
@@ -55,5 +55,5 @@ private:
     QHash<QTcpSocket*, Connection> received;
     int connections = 0;
     int closedPosts = 0;
-    int answers = 0;
+    int successes = 0;
 };

@@ -111,10 +111,10 @@ void ScriptedServer::read(QTcpSocket* socket)
     request.body = bytes.mid(bodyStart);
     incoming.remove(socket);
     received.append(request);
-    answer(socket, request);
+    reply(socket, request);
 }
 
-void ScriptedServer::answer(QTcpSocket* socket, const ReceivedRequest& request)
+void ScriptedServer::reply(QTcpSocket* socket, const ReceivedRequest& request)
 {
     const QString asked =
         QString::fromUtf8(request.method) + QLatin1Char(' ') + QString::fromUtf8(request.path);

@@ -73,7 +73,7 @@ private:
 
     void accept();
     void read(QTcpSocket* socket);
-    void answer(QTcpSocket* socket, const ReceivedRequest& request);
+    void reply(QTcpSocket* socket, const ReceivedRequest& request);
 
     QList<Expectation> script;
     QList<ReceivedRequest> received;

@@ -71,12 +71,12 @@ void UuidServer::serve()
 {
     int connection = -1;
     while ((connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
-        answer(connection);
+        reply(connection);
         close(connection);
     }
 }
 
-void UuidServer::answer(int connection)
+void UuidServer::reply(int connection)
 {
     QByteArray request;
     char buffer[4096];

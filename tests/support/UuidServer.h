@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-/// A server in a separate thread that answers every request with a user id of the chosen length,
+/// A server in a separate thread that replies to every request with a user id of the chosen length,
 /// for runs that the test kills. The id of length n is the first n letters of one random text, so
 /// that a truncated or shifted result is never mistaken for a correct one.
 class UuidServer {
@@ -21,7 +21,7 @@ public:
 
 private:
     void serve();
-    void answer(int connection);
+    void reply(int connection);
 
     const QByteArray letters;
     QByteArray resultBytes;
