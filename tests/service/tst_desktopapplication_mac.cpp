@@ -29,11 +29,11 @@ class tst_DesktopApplication_Mac : public QObject {
 private Q_SLOTS:
     void init();
 
-    void opensTheApplicationAtTheFixedPath();
-    void opensTheApplicationFoundByItsIdentifier();
-    void passesTheLaunchParameters();
-    void returnsTheStatusOfTheFailedCall_data();
-    void returnsTheStatusOfTheFailedCall();
+    void opensApplicationAtFixedPath();
+    void opensApplicationFoundByIdentifier();
+    void passesLaunchParameters();
+    void returnsStatusOfFailedCall_data();
+    void returnsStatusOfFailedCall();
 };
 
 void tst_DesktopApplication_Mac::init()
@@ -41,17 +41,17 @@ void tst_DesktopApplication_Mac::init()
     launchServices = LaunchServices();
 }
 
-void tst_DesktopApplication_Mac::opensTheApplicationAtTheFixedPath()
+void tst_DesktopApplication_Mac::opensApplicationAtFixedPath()
 {
     QCOMPARE(openDesktopApplication(), 0);
     QCOMPARE(launchServices.calls, (QByteArrayList{findByPath, open}));
     QCOMPARE(launchServices.path, QByteArray("/Applications/Tessaron Desktop.app"));
     QVERIFY(launchServices.pathRefWasZero);
-    QVERIFY(!launchServices.directoryWasAsked);
+    QVERIFY(!launchServices.directoryWasRequested);
     QVERIFY(hasOpened(foundByPath));
 }
 
-void tst_DesktopApplication_Mac::opensTheApplicationFoundByItsIdentifier()
+void tst_DesktopApplication_Mac::opensApplicationFoundByIdentifier()
 {
     launchServices.pathStatus = -43;
     QCOMPARE(openDesktopApplication(), 0);
@@ -59,12 +59,12 @@ void tst_DesktopApplication_Mac::opensTheApplicationFoundByItsIdentifier()
     QCOMPARE(launchServices.creator, OSType(0));
     QCOMPARE(launchServices.bundleId, QByteArray("com.tessaron.desktop"));
     QVERIFY(!launchServices.nameWasGiven);
-    QVERIFY(!launchServices.urlWasAsked);
+    QVERIFY(!launchServices.urlWasRequested);
     QVERIFY(launchServices.findRefWasZero);
     QVERIFY(hasOpened(foundById));
 }
 
-void tst_DesktopApplication_Mac::passesTheLaunchParameters()
+void tst_DesktopApplication_Mac::passesLaunchParameters()
 {
     QCOMPARE(openDesktopApplication(), 0);
     const LSApplicationParameters& parameters = launchServices.parameters;
@@ -74,10 +74,10 @@ void tst_DesktopApplication_Mac::passesTheLaunchParameters()
     QVERIFY(parameters.environment == nullptr);
     QVERIFY(parameters.argv == nullptr);
     QVERIFY(parameters.initialEvent == nullptr);
-    QVERIFY(!launchServices.serialNumberWasAsked);
+    QVERIFY(!launchServices.serialNumberWasRequested);
 }
 
-void tst_DesktopApplication_Mac::returnsTheStatusOfTheFailedCall_data()
+void tst_DesktopApplication_Mac::returnsStatusOfFailedCall_data()
 {
     QTest::addColumn<int>("pathStatus");
     QTest::addColumn<int>("findStatus");
@@ -97,7 +97,7 @@ void tst_DesktopApplication_Mac::returnsTheStatusOfTheFailedCall_data()
     QTest::newRow("positive status of the launch") << 0 << 0 << 5 << 5 << openedByPath;
 }
 
-void tst_DesktopApplication_Mac::returnsTheStatusOfTheFailedCall()
+void tst_DesktopApplication_Mac::returnsStatusOfFailedCall()
 {
     QFETCH(int, pathStatus);
     QFETCH(int, findStatus);

@@ -35,7 +35,7 @@ const Call merge{[](PluginComServer& service) {
     R"({"citationClusters":[{"fieldCode":"second %2"},{"fieldCode":"first %1"},)"
     R"({"fieldCode":"second %2"},{"fieldCode":""}]})",
     QString()};
-const Call mergeNothing{[](PluginComServer& service) { return service.mergeFields({}); },
+const Call mergeEmptyList{[](PluginComServer& service) { return service.mergeFields({}); },
     "/citations/merge", R"({"citationClusters":[]})", QString()};
 const Call recordEdit{[](PluginComServer& service) {
                           return service.checkManualFormatAndGetFieldCode(
@@ -48,7 +48,8 @@ const Call recordEdit{[](PluginComServer& service) {
 const Call undoEdit{[](PluginComServer& service) { return service.undoManualFormat(oldFieldCode); },
     "/citation/undoManualFormat",
     R"({"fieldCode":"ADDIN CSL_CITATION {\u0022id\u0022:\u0022%1 %2 old\u0022}"})", oldFieldCode};
-const Call undoNothing{[](PluginComServer& service) { return service.undoManualFormat(QString()); },
+const Call undoEmptyFieldCode{
+    [](PluginComServer& service) { return service.undoManualFormat(QString()); },
     "/citation/undoManualFormat", R"({"fieldCode":""})", QString()};
 
 } // namespace
@@ -60,33 +61,33 @@ class tst_PluginComServer_FieldCodes : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void returnsTheFieldCodeOfTheReply_data();
-    void returnsTheFieldCodeOfTheReply();
-    void returnsAHarmlessValueOnFailure_data();
-    void returnsAHarmlessValueOnFailure();
-    void takesAnyClusterInTheReply_data();
-    void takesAnyClusterInTheReply();
-    void editorIgnoresAReplyWithoutItems_data();
-    void editorIgnoresAReplyWithoutItems();
-    void editorTreatsSpaceAsAFieldCode();
-    void findsAManualEdit_data();
-    void findsAManualEdit();
+    void returnsFieldCodeOfReply_data();
+    void returnsFieldCodeOfReply();
+    void returnsHarmlessValueOnFailure_data();
+    void returnsHarmlessValueOnFailure();
+    void takesAnyClusterInReply_data();
+    void takesAnyClusterInReply();
+    void editorIgnoresReplyWithoutItems_data();
+    void editorIgnoresReplyWithoutItems();
+    void editorTreatsSpaceAsFieldCode();
+    void findsManualEdit_data();
+    void findsManualEdit();
 };
 
-void tst_PluginComServer_FieldCodes::returnsTheFieldCodeOfTheReply_data()
+void tst_PluginComServer_FieldCodes::returnsFieldCodeOfReply_data()
 {
     QTest::addColumn<Call>("call");
     QTest::newRow("choose") << choose;
     QTest::newRow("edit") << edit;
     QTest::newRow("from uuid") << fromUuid;
     QTest::newRow("merge in order, repeated and empty codes too") << merge;
-    QTest::newRow("merge an empty list") << mergeNothing;
+    QTest::newRow("merge an empty list") << mergeEmptyList;
     QTest::newRow("record a manual edit") << recordEdit;
     QTest::newRow("undo a manual edit") << undoEdit;
-    QTest::newRow("undo in an empty field code") << undoNothing;
+    QTest::newRow("undo in an empty field code") << undoEmptyFieldCode;
 }
 
-void tst_PluginComServer_FieldCodes::returnsTheFieldCodeOfTheReply()
+void tst_PluginComServer_FieldCodes::returnsFieldCodeOfReply()
 {
     QFETCH(Call, call);
     server.expect("POST", call.path, ScriptedReply::json(newCluster));
@@ -97,12 +98,12 @@ void tst_PluginComServer_FieldCodes::returnsTheFieldCodeOfTheReply()
     QVERIFY2(isSameJson(body, call.request), body);
 }
 
-void tst_PluginComServer_FieldCodes::returnsAHarmlessValueOnFailure_data()
+void tst_PluginComServer_FieldCodes::returnsHarmlessValueOnFailure_data()
 {
     addFailedReplies(newCluster);
 }
 
-void tst_PluginComServer_FieldCodes::returnsAHarmlessValueOnFailure()
+void tst_PluginComServer_FieldCodes::returnsHarmlessValueOnFailure()
 {
     QFETCH(FailedReply, failure);
     for (const Call& call : {choose, edit, fromUuid, merge, recordEdit, undoEdit}) {
@@ -113,7 +114,7 @@ void tst_PluginComServer_FieldCodes::returnsAHarmlessValueOnFailure()
     }
 }
 
-void tst_PluginComServer_FieldCodes::takesAnyClusterInTheReply_data()
+void tst_PluginComServer_FieldCodes::takesAnyClusterInReply_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("cluster");
@@ -124,7 +125,7 @@ void tst_PluginComServer_FieldCodes::takesAnyClusterInTheReply_data()
     QTest::newRow("no cluster") << QByteArray("{}") << QStringLiteral("null");
 }
 
-void tst_PluginComServer_FieldCodes::takesAnyClusterInTheReply()
+void tst_PluginComServer_FieldCodes::takesAnyClusterInReply()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, cluster);
@@ -135,7 +136,7 @@ void tst_PluginComServer_FieldCodes::takesAnyClusterInTheReply()
     }
 }
 
-void tst_PluginComServer_FieldCodes::editorIgnoresAReplyWithoutItems_data()
+void tst_PluginComServer_FieldCodes::editorIgnoresReplyWithoutItems_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("cluster"); // of the returned field code; empty for the input
@@ -145,7 +146,7 @@ void tst_PluginComServer_FieldCodes::editorIgnoresAReplyWithoutItems_data()
     };
     row("two items", R"({"citationCluster":{"citationItems":[{"id":"%1"},{"id":"j"}],"a":"%2"}})",
         R"({"a":"%2","citationItems":[{"id":"%1"},{"id":"j"}]})");
-    row("item is no object", R"({"citationCluster":{"citationItems":[null]}})",
+    row("item is not an object", R"({"citationCluster":{"citationItems":[null]}})",
         R"({"citationItems":[null]})");
     row("no items", R"({"citationCluster":{"citationItems":[],"a":"b"}})", "");
     row("items missing", R"({"citationCluster":{"a":"b"}})", "");
@@ -160,7 +161,7 @@ void tst_PluginComServer_FieldCodes::editorIgnoresAReplyWithoutItems_data()
     row("empty body", "", "");
 }
 
-void tst_PluginComServer_FieldCodes::editorIgnoresAReplyWithoutItems()
+void tst_PluginComServer_FieldCodes::editorIgnoresReplyWithoutItems()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, cluster);
@@ -173,7 +174,7 @@ void tst_PluginComServer_FieldCodes::editorIgnoresAReplyWithoutItems()
     }
 }
 
-void tst_PluginComServer_FieldCodes::editorTreatsSpaceAsAFieldCode()
+void tst_PluginComServer_FieldCodes::editorTreatsSpaceAsFieldCode()
 {
     server.expect("POST", edit.path, ScriptedReply::json("{}"));
     PluginComServer service;
@@ -181,7 +182,7 @@ void tst_PluginComServer_FieldCodes::editorTreatsSpaceAsAFieldCode()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"fieldCode":" "})"));
 }
 
-void tst_PluginComServer_FieldCodes::findsAManualEdit_data()
+void tst_PluginComServer_FieldCodes::findsManualEdit_data()
 {
     QTest::addColumn<QString>("fieldCode");
     QTest::addColumn<bool>("found");
@@ -206,7 +207,7 @@ void tst_PluginComServer_FieldCodes::findsAManualEdit_data()
     row("cut off", false, R"(X {"tessaron":{"manualFormatting":"x"})");
 }
 
-void tst_PluginComServer_FieldCodes::findsAManualEdit()
+void tst_PluginComServer_FieldCodes::findsManualEdit()
 {
     QFETCH(QString, fieldCode);
     QFETCH(bool, found);

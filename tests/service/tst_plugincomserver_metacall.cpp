@@ -17,8 +17,9 @@ int methodIndex(int operation)
 
 } // namespace
 
-// `unregistered` is the reply to RegisterMethodArgumentMetaType for a type that is not registered.
-// `untouched` differs from every reply. `lastPropertyCall` exists in one of the two versions of Qt.
+// `unregistered` is what RegisterMethodArgumentMetaType stores for a type that is not registered.
+// `untouched` is a value that no call stores. `lastPropertyCall` is the last property-related call,
+// which differs between Qt 5 and Qt 6.
 #if QT_VERSION_MAJOR < 6
 using ArgumentType = int;
 constexpr int unregistered = -1;
@@ -36,20 +37,20 @@ class tst_PluginComServer_MetaCall : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void writesTheResult();
-    void runsWithoutAResultSlot();
-    void keepsTheResultSlotIfAnOperationHasNoResult();
+    void writesResult();
+    void runsWithoutResultSlot();
+    void keepsResultSlotIfOperationHasNoResult();
     void fillsOutputLists();
     void runsByName();
-    void returnsTheRemainingIndexAfterAnInvocation_data();
-    void returnsTheRemainingIndexAfterAnInvocation();
+    void returnsRemainingIndexAfterInvocation_data();
+    void returnsRemainingIndexAfterInvocation();
     void registersNoArgumentTypes_data();
     void registersNoArgumentTypes();
     void ignoresOtherKindsOfCalls_data();
     void ignoresOtherKindsOfCalls();
 };
 
-void tst_PluginComServer_MetaCall::writesTheResult()
+void tst_PluginComServer_MetaCall::writesResult()
 {
     server.expect("POST", "/testMethods/citationCluster/getFromUuid",
         ScriptedReply::json(R"({"citationCluster":{"id":"x"}})"));
@@ -64,7 +65,7 @@ void tst_PluginComServer_MetaCall::writesTheResult()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"documentUuid":"the uuid"})"));
 }
 
-void tst_PluginComServer_MetaCall::runsWithoutAResultSlot()
+void tst_PluginComServer_MetaCall::runsWithoutResultSlot()
 {
     server.expect("POST", "/testMethods/citationCluster/getFromUuid", ScriptedReply::json("{}"));
     PluginComServer service;
@@ -75,7 +76,7 @@ void tst_PluginComServer_MetaCall::runsWithoutAResultSlot()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"documentUuid":"the uuid"})"));
 }
 
-void tst_PluginComServer_MetaCall::keepsTheResultSlotIfAnOperationHasNoResult()
+void tst_PluginComServer_MetaCall::keepsResultSlotIfOperationHasNoResult()
 {
     PluginComServer service;
     QString style = QStringLiteral("the style");
@@ -109,7 +110,7 @@ void tst_PluginComServer_MetaCall::runsByName()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"processId":7})"));
 }
 
-void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation_data()
+void tst_PluginComServer_MetaCall::returnsRemainingIndexAfterInvocation_data()
 {
     QTest::addColumn<int>("index");
     QTest::addColumn<int>("remaining");
@@ -121,7 +122,7 @@ void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation_dat
     QTest::newRow("method of the base class") << inherited << inherited - methodIndex(0);
 }
 
-void tst_PluginComServer_MetaCall::returnsTheRemainingIndexAfterAnInvocation()
+void tst_PluginComServer_MetaCall::returnsRemainingIndexAfterInvocation()
 {
     QFETCH(int, index);
     QFETCH(int, remaining);
@@ -163,7 +164,7 @@ void tst_PluginComServer_MetaCall::ignoresOtherKindsOfCalls_data()
     QTest::newRow("IndexOfMethod") << int(QMetaObject::IndexOfMethod) << 0;
     QTest::newRow("ReadProperty") << int(QMetaObject::ReadProperty) << 1;
     QTest::newRow("WriteProperty") << int(QMetaObject::WriteProperty) << 1;
-    QTest::newRow("last call for properties") << int(lastPropertyCall) << 1;
+    QTest::newRow("last property-related call") << int(lastPropertyCall) << 1;
 }
 
 void tst_PluginComServer_MetaCall::ignoresOtherKindsOfCalls()

@@ -8,19 +8,19 @@ class tst_PluginComServer_Presence : public PresenceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void readsTheProcessId_data();
-    void readsTheProcessId();
+    void readsProcessId_data();
+    void readsProcessId();
     void isNotRunningOnFailure_data();
     void isNotRunningOnFailure();
-    void asksOnlyOnceWhileTheProcessExists_data();
-    void asksOnlyOnceWhileTheProcessExists();
-    void asksAgainAfterTheProcessExited();
-    void forgetsTheIdOfAnExitedProcess();
-    void asksAgainForAProcessOfAnotherUser();
-    void asksAgainAfterAFailedThreadStart();
+    void asksOnlyOnceWhileProcessExists_data();
+    void asksOnlyOnceWhileProcessExists();
+    void asksAgainAfterProcessExited();
+    void forgetsIdOfExitedProcess();
+    void asksAgainForProcessOfAnotherUser();
+    void asksAgainAfterFailedThreadStart();
 };
 
-void tst_PluginComServer_Presence::readsTheProcessId_data()
+void tst_PluginComServer_Presence::readsProcessId_data()
 {
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<int>("expected"); // 0 for "not running"
@@ -54,18 +54,18 @@ void tst_PluginComServer_Presence::readsTheProcessId_data()
     row("missing", R"(0,"processID":4711)", 0);
 }
 
-void tst_PluginComServer_Presence::readsTheProcessId()
+void tst_PluginComServer_Presence::readsProcessId()
 {
     QFETCH(QByteArray, value);
     QFETCH(int, expected);
     QFETCH(bool, isRunning);
     server.expect("GET", path, processIdReply(value));
-    PluginComServer asksForTheId;
-    QCOMPARE(asksForTheId.tessaronProcessId(), expected);
+    PluginComServer serviceForId;
+    QCOMPARE(serviceForId.tessaronProcessId(), expected);
     server.expect("GET", path, processIdReply(value));
-    PluginComServer asksWhetherRunning;
-    QCOMPARE(asksWhetherRunning.isTessaronRunning(), isRunning);
-    QCOMPARE(asksWhetherRunning.lastError(), QString());
+    PluginComServer serviceForPresence;
+    QCOMPARE(serviceForPresence.isTessaronRunning(), isRunning);
+    QCOMPARE(serviceForPresence.lastError(), QString());
 }
 
 void tst_PluginComServer_Presence::isNotRunningOnFailure_data()
@@ -84,14 +84,14 @@ void tst_PluginComServer_Presence::isNotRunningOnFailure()
     QCOMPARE(service.tessaronProcessId(), 0);
 }
 
-void tst_PluginComServer_Presence::asksOnlyOnceWhileTheProcessExists_data()
+void tst_PluginComServer_Presence::asksOnlyOnceWhileProcessExists_data()
 {
     QTest::addColumn<qint64>("highBits");
     QTest::newRow("process id") << qint64(0);
     QTest::newRow("process id in the low 32 bits") << (qint64(1) << 32);
 }
 
-void tst_PluginComServer_Presence::asksOnlyOnceWhileTheProcessExists()
+void tst_PluginComServer_Presence::asksOnlyOnceWhileProcessExists()
 {
     QFETCH(qint64, highBits);
     const RunningProcess application;
@@ -102,7 +102,7 @@ void tst_PluginComServer_Presence::asksOnlyOnceWhileTheProcessExists()
     QCOMPARE(service.tessaronProcessId(), int(application.id()));
 }
 
-void tst_PluginComServer_Presence::asksAgainAfterTheProcessExited()
+void tst_PluginComServer_Presence::asksAgainAfterProcessExited()
 {
     RunningProcess former;
     const RunningProcess current;
@@ -114,7 +114,7 @@ void tst_PluginComServer_Presence::asksAgainAfterTheProcessExited()
     QCOMPARE(service.tessaronProcessId(), int(current.id()));
 }
 
-void tst_PluginComServer_Presence::forgetsTheIdOfAnExitedProcess()
+void tst_PluginComServer_Presence::forgetsIdOfExitedProcess()
 {
     RunningProcess former;
     PluginComServer service;
@@ -128,7 +128,7 @@ void tst_PluginComServer_Presence::forgetsTheIdOfAnExitedProcess()
     QVERIFY(!service.isTessaronRunning());
 }
 
-void tst_PluginComServer_Presence::asksAgainForAProcessOfAnotherUser()
+void tst_PluginComServer_Presence::asksAgainForProcessOfAnotherUser()
 {
     // Process 1 belongs to root. As any other user, this process may not signal it.
     const bool isRoot = getuid() == 0;
@@ -150,7 +150,7 @@ void tst_PluginComServer_Presence::asksAgainForAProcessOfAnotherUser()
     QVERIFY(service.isTessaronRunning());
 }
 
-void tst_PluginComServer_Presence::asksAgainAfterAFailedThreadStart()
+void tst_PluginComServer_Presence::asksAgainAfterFailedThreadStart()
 {
     const ThreadMessageFilter filter;
     const RunningProcess application;

@@ -25,7 +25,7 @@ OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory)
     launchServices.calls << "FSPathMakeRef";
     launchServices.path = reinterpret_cast<const char*>(path);
     launchServices.pathRefWasZero = isZero(*ref);
-    launchServices.directoryWasAsked = isDirectory != nullptr;
+    launchServices.directoryWasRequested = isDirectory != nullptr;
     if (launchServices.pathStatus == noErr) {
         fill(ref, foundByPath);
     }
@@ -39,7 +39,7 @@ OSStatus LSFindApplicationForInfo(OSType inCreator, CFStringRef inBundleID, CFSt
     launchServices.creator = inCreator;
     launchServices.bundleId = reinterpret_cast<const char*>(inBundleID);
     launchServices.nameWasGiven = inName != nullptr;
-    launchServices.urlWasAsked = outAppURL != nullptr;
+    launchServices.urlWasRequested = outAppURL != nullptr;
     launchServices.findRefWasZero = isZero(*outAppRef);
     if (launchServices.findStatus == noErr) {
         fill(outAppRef, foundById);
@@ -52,6 +52,6 @@ OSStatus LSOpenApplication(const LSApplicationParameters* appParams, ProcessSeri
     launchServices.calls << "LSOpenApplication";
     launchServices.parameters = *appParams;
     launchServices.application = *appParams->application;
-    launchServices.serialNumberWasAsked = outPSN != nullptr;
+    launchServices.serialNumberWasRequested = outPSN != nullptr;
     return launchServices.openStatus;
 }

@@ -16,17 +16,17 @@ struct LaunchServices {
 
     QByteArray path;
     bool pathRefWasZero = false;
-    bool directoryWasAsked = false;
+    bool directoryWasRequested = false;
 
     OSType creator = 99;
     QByteArray bundleId;
     bool nameWasGiven = false;
-    bool urlWasAsked = false;
+    bool urlWasRequested = false;
     bool findRefWasZero = false;
 
     LSApplicationParameters parameters = {};
     FSRef application = {};
-    bool serialNumberWasAsked = false;
+    bool serialNumberWasRequested = false;
 };
 
 /// The state that the functions use. Reset it before each test.

@@ -3,27 +3,27 @@
 #include <QtTest>
 
 /// Replies to a batch with status 200.
-class tst_PluginComServer_BatchAnswer : public ServiceTest {
+class tst_PluginComServer_BatchReply : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
     void storesStyleBibliographyAndCitations();
     void readsEachCitation_data();
     void readsEachCitation();
-    void rejectsAnotherCount_data();
-    void rejectsAnotherCount();
+    void rejectsWrongCount_data();
+    void rejectsWrongCount();
     void replacesStyleAndBibliography_data();
     void replacesStyleAndBibliography();
-    void anEmptyStyleReplacesTheFormerOne_data();
-    void anEmptyStyleReplacesTheFormerOne();
-    void rejectsAReplyWithoutCitations_data();
-    void rejectsAReplyWithoutCitations();
+    void clearsStyleIfReplyHasNoStyle_data();
+    void clearsStyleIfReplyHasNoStyle();
+    void rejectsReplyWithoutCitations_data();
+    void rejectsReplyWithoutCitations();
     void returnsFixedTextsOutOfRange_data();
     void returnsFixedTextsOutOfRange();
-    void ignoresARejectedIndexInASuccess();
+    void ignoresRejectedIndexInSuccess();
 };
 
-void tst_PluginComServer_BatchAnswer::storesStyleBibliographyAndCitations()
+void tst_PluginComServer_BatchReply::storesStyleBibliographyAndCitations()
 {
     const QByteArray reply = R"({"citationStyleUrl":"http://example.org/b",)"
                              R"("bibliography":"<b>%1</b>\n%2","citationClusters":[)"
@@ -46,7 +46,7 @@ void tst_PluginComServer_BatchAnswer::storesStyleBibliographyAndCitations()
     QCOMPARE(service.lastError(), QString());
 }
 
-void tst_PluginComServer_BatchAnswer::readsEachCitation_data()
+void tst_PluginComServer_BatchReply::readsEachCitation_data()
 {
     QTest::addColumn<QByteArray>("entry");
     QTest::addColumn<QStringList>("expected");
@@ -80,7 +80,7 @@ void tst_PluginComServer_BatchAnswer::readsEachCitation_data()
         "", "", "", R"({"formattedText":"f","plainTextFormattedCitation":"p"})");
 }
 
-void tst_PluginComServer_BatchAnswer::readsEachCitation()
+void tst_PluginComServer_BatchReply::readsEachCitation()
 {
     QFETCH(QByteArray, entry);
     QFETCH(QStringList, expected);
@@ -92,7 +92,7 @@ void tst_PluginComServer_BatchAnswer::readsEachCitation()
     QCOMPARE(result(service, 3), noResult);
 }
 
-void tst_PluginComServer_BatchAnswer::rejectsAnotherCount_data()
+void tst_PluginComServer_BatchReply::rejectsWrongCount_data()
 {
     QTest::addColumn<int>("submitted");
     QTest::addColumn<int>("received");
@@ -109,7 +109,7 @@ void tst_PluginComServer_BatchAnswer::rejectsAnotherCount_data()
                                                "but only received 1 formatted citations.");
 }
 
-void tst_PluginComServer_BatchAnswer::rejectsAnotherCount()
+void tst_PluginComServer_BatchReply::rejectsWrongCount()
 {
     QFETCH(int, submitted);
     QFETCH(int, received);
@@ -133,7 +133,7 @@ void tst_PluginComServer_BatchAnswer::rejectsAnotherCount()
     QCOMPARE(service.lastError(), QString());
 }
 
-void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography_data()
+void tst_PluginComServer_BatchReply::replacesStyleAndBibliography_data()
 {
     QTest::addColumn<QByteArray>("members"); // of the reply, besides its citation
     QTest::addColumn<QString>("style");
@@ -154,7 +154,7 @@ void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography_data()
     row("neither", "", "", "");
 }
 
-void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography()
+void tst_PluginComServer_BatchReply::replacesStyleAndBibliography()
 {
     QFETCH(QByteArray, members);
     QFETCH(QString, style);
@@ -173,7 +173,7 @@ void tst_PluginComServer_BatchAnswer::replacesStyleAndBibliography()
     QCOMPARE(service.lastErrorCitationIndex(), -1);
 }
 
-void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne_data()
+void tst_PluginComServer_BatchReply::clearsStyleIfReplyHasNoStyle_data()
 {
     QTest::addColumn<QByteArray>("style"); // the member of the reply
     QTest::newRow("empty string") << QByteArray(R"("citationStyleUrl":"",)");
@@ -183,7 +183,7 @@ void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne_data()
     QTest::newRow("key in another case") << QByteArray(R"("citationStyleURL":"s",)");
 }
 
-void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne()
+void tst_PluginComServer_BatchReply::clearsStyleIfReplyHasNoStyle()
 {
     QFETCH(QByteArray, style);
     PluginComServer service;
@@ -199,7 +199,7 @@ void tst_PluginComServer_BatchAnswer::anEmptyStyleReplacesTheFormerOne()
         R"({"citationStyleUrl":"","tempDirectory":"","citationClusters":[]})"));
 }
 
-void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations_data()
+void tst_PluginComServer_BatchReply::rejectsReplyWithoutCitations_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::newRow("empty body") << QByteArray();
@@ -210,7 +210,7 @@ void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations_data()
     QTest::newRow("key in another case") << R"({"CitationClusters":[)" + goodEntry + "]}";
 }
 
-void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations()
+void tst_PluginComServer_BatchReply::rejectsReplyWithoutCitations()
 {
     QFETCH(QByteArray, reply);
     PluginComServer service;
@@ -227,7 +227,7 @@ void tst_PluginComServer_BatchAnswer::rejectsAReplyWithoutCitations()
     QVERIFY(!format(server, service, 0, ScriptedReply::json(reply)));
 }
 
-void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange_data()
+void tst_PluginComServer_BatchReply::returnsFixedTextsOutOfRange_data()
 {
     QTest::addColumn<int>("index");
     QTest::newRow("one before the first") << -1;
@@ -236,7 +236,7 @@ void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange_data()
     QTest::newRow("largest integer") << 2147483647;
 }
 
-void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange()
+void tst_PluginComServer_BatchReply::returnsFixedTextsOutOfRange()
 {
     QFETCH(int, index);
     PluginComServer service;
@@ -247,7 +247,7 @@ void tst_PluginComServer_BatchAnswer::returnsFixedTextsOutOfRange()
     QCOMPARE(result(service, 1), goodResult);
 }
 
-void tst_PluginComServer_BatchAnswer::ignoresARejectedIndexInASuccess()
+void tst_PluginComServer_BatchReply::ignoresRejectedIndexInSuccess()
 {
     PluginComServer service;
     QVERIFY(format(server, service, 0,
@@ -257,5 +257,5 @@ void tst_PluginComServer_BatchAnswer::ignoresARejectedIndexInASuccess()
     QCOMPARE(service.lastError(), QString());
 }
 
-QTEST_GUILESS_MAIN(tst_PluginComServer_BatchAnswer)
-#include "tst_plugincomserver_batchanswer.moc"
+QTEST_GUILESS_MAIN(tst_PluginComServer_BatchReply)
+#include "tst_plugincomserver_batchreply.moc"
