@@ -69,14 +69,14 @@ bool agrees(const QVariant& ours, const QJsonValue& theirs)
 /// Whether a key occurs twice anywhere in `json`, which has no escape sequences.
 bool repeatsKey(const QByteArray& json)
 {
-    const QList<QByteArray> pieces = json.split('"');
+    const QList<QByteArray> parts = json.split('"');
     QSet<QByteArray> keys;
-    for (int i = 1; i + 1 < pieces.size(); i += 2) {
-        if (pieces.at(i + 1).trimmed().startsWith(':')) {
-            if (keys.contains(pieces.at(i))) {
+    for (int i = 1; i + 1 < parts.size(); i += 2) {
+        if (parts.at(i + 1).trimmed().startsWith(':')) {
+            if (keys.contains(parts.at(i))) {
                 return true;
             }
-            keys.insert(pieces.at(i));
+            keys.insert(parts.at(i));
         }
     }
     return false;

@@ -76,10 +76,10 @@ void checkPlainLine(QByteArray exec, const QList<QByteArray>& command)
 /// The same line gives the same command when it is read from a file.
 void checkThroughFile(const QString& path, const QByteArray& exec, const QByteArray& icon)
 {
+    // GLib drops more kinds of leading whitespace than the standard lists, so skip \f and \v.
     if (!isUtf8(exec) || !isUtf8(icon) || icon.startsWith('\f') || icon.startsWith('\v')) {
         return;
     }
-    // GLib drops any whitespace before a value, more than the standard names.
     writeFile(path,
         "[Desktop Entry]\nType=Application\nName=n\nIcon=" + asKeyValue(icon) + "\nExec=\\s"
             + asKeyValue(exec) + "\nPath=/tmp\n");
@@ -102,13 +102,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto entry = readDesktopEntry(path);
     check(!entry || isProgram(entry->command), "accepts only an entry with a program");
 
-    const QList<QByteArray> pieces = bytes.split('\0');
-    const QByteArray& exec = pieces.first();
+    const QList<QByteArray> strings = bytes.split('\0');
+    const QByteArray& exec = strings.first();
     const QList<QByteArray> command =
-        expandExec(exec, {pieces.value(1), pieces.value(2), pieces.value(3)});
+        expandExec(exec, {strings.value(1), strings.value(2), strings.value(3)});
     check(command.isEmpty() || isProgram(command), "accepts only a line with a program");
     checkPlainLine(exec, command);
-    checkThroughFile(folder.filePath(QStringLiteral("written.desktop")), exec, pieces.value(1));
-    checkQuoting(pieces);
+    checkThroughFile(folder.filePath(QStringLiteral("written.desktop")), exec, strings.value(1));
+    checkQuoting(strings);
     return 0;
 }

@@ -19,8 +19,8 @@ private Q_SLOTS:
     void acceptsOnlyWellFormedUtf8();
     void rejectsTextTruncatedAtEveryUnit();
     void readsUtf8AndUtf16AlikeWithEveryByteReplaced();
-    void rejectsBadUnitsAtEveryPlace_data();
-    void rejectsBadUnitsAtEveryPlace();
+    void rejectsBadUnitsAtEveryPosition_data();
+    void rejectsBadUnitsAtEveryPosition();
     void distinguishesEmptyInputFromNull();
 };
 
@@ -138,31 +138,31 @@ void tst_JsonReaderMalformed::rejectsMalformedUtf8_data()
     const auto row = [](const char* name, const char* bytes) {
         QTest::newRow(name) << QByteArray(bytes);
     };
-    row("only the first continuation byte", "\x80");
-    row("only the last continuation byte", "\xBF");
+    row("lone first continuation byte", "\x80");
+    row("lone last continuation byte", "\xBF");
     row("continuation after ASCII", "a\x80");
     row("continuation after a whole character", "\xC3\xA9\xA9");
-    row("only a lead of two", "\xC3");
-    row("lead of two, then ASCII", "\xC3(");
-    row("lead of two twice", "\xC3\xC3\xA9");
-    row("only a lead of three", "\xE2");
-    row("lead of three and one byte", "\xE2\x82");
-    row("lead of three, one byte, ASCII", "\xE2\x82(");
-    row("lead of three, ASCII, one byte", "\xE2(\xAC");
-    row("only a lead of four", "\xF0");
-    row("lead of four and one byte", "\xF0\x9D");
-    row("lead of four and two bytes", "\xF0\x9D\x84");
-    row("lead of four, two bytes, ASCII", "\xF0\x9D\x84(");
-    row("overlong slash in two", "\xC0\xAF");
-    row("overlong U+0000 in two", "\xC0\x80");
-    row("overlong U+007F in two", "\xC1\xBF");
-    row("overlong slash in three", "\xE0\x80\xAF");
-    row("overlong U+0000 in three", "\xE0\x80\x80");
-    row("overlong U+07FF in three", "\xE0\x9F\xBF");
-    row("overlong slash in four", "\xF0\x80\x80\xAF");
-    row("overlong U+FFFF in four", "\xF0\x8F\xBF\xBF");
-    row("five bytes", "\xF8\x88\x80\x80\x80");
-    row("six bytes", "\xFC\x84\x80\x80\x80\x80");
+    row("lone two-byte lead", "\xC3");
+    row("two-byte lead, then ASCII", "\xC3(");
+    row("two-byte lead twice", "\xC3\xC3\xA9");
+    row("lone three-byte lead", "\xE2");
+    row("three-byte lead and one byte", "\xE2\x82");
+    row("three-byte lead, one byte, ASCII", "\xE2\x82(");
+    row("three-byte lead, ASCII, one byte", "\xE2(\xAC");
+    row("lone four-byte lead", "\xF0");
+    row("four-byte lead and one byte", "\xF0\x9D");
+    row("four-byte lead and two bytes", "\xF0\x9D\x84");
+    row("four-byte lead, two bytes, ASCII", "\xF0\x9D\x84(");
+    row("overlong slash, two bytes", "\xC0\xAF");
+    row("overlong U+0000, two bytes", "\xC0\x80");
+    row("overlong U+007F, two bytes", "\xC1\xBF");
+    row("overlong slash, three bytes", "\xE0\x80\xAF");
+    row("overlong U+0000, three bytes", "\xE0\x80\x80");
+    row("overlong U+07FF, three bytes", "\xE0\x9F\xBF");
+    row("overlong slash, four bytes", "\xF0\x80\x80\xAF");
+    row("overlong U+FFFF, four bytes", "\xF0\x8F\xBF\xBF");
+    row("five-byte form", "\xF8\x88\x80\x80\x80");
+    row("six-byte form", "\xFC\x84\x80\x80\x80\x80");
     row("first surrogate", "\xED\xA0\x80");
     row("last high surrogate", "\xED\xAF\xBF");
     row("first low surrogate", "\xED\xB0\x80");
@@ -237,11 +237,11 @@ void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8()
                     !isCharacter || read.toString().toUtf8() == bytes, bytes.toHex().constData());
             }
         }
-        int place = length - 1;
-        while (place >= 0 && ++digits[place] == bytesToTry.size()) {
-            digits[place--] = 0;
+        int position = length - 1;
+        while (position >= 0 && ++digits[position] == bytesToTry.size()) {
+            digits[position--] = 0;
         }
-        if (place < 0) {
+        if (position < 0) {
             break;
         }
     }
@@ -268,10 +268,10 @@ void tst_JsonReaderMalformed::readsUtf8AndUtf16AlikeWithEveryByteReplaced()
     // With one byte changed, UTF-8 and UTF-16 still give the same value.
     const QByteArray whole(richJson);
     int malformed = 0;
-    for (int place = 0; place < whole.size(); ++place) {
+    for (int position = 0; position < whole.size(); ++position) {
         for (const char byte : QByteArray(" \"\\{}[]:,0-.eu\x01\x80\xC3\xFF", 18)) {
             QByteArray changed = whole;
-            changed[place] = byte;
+            changed[position] = byte;
             const QVariant read = parseExactly(changed);
             malformed += read.isValid() ? 0 : 1;
             if (QString::fromUtf8(changed).toUtf8() == changed) {
@@ -285,7 +285,7 @@ void tst_JsonReaderMalformed::readsUtf8AndUtf16AlikeWithEveryByteReplaced()
     QVERIFY(malformed > 2000);
 }
 
-void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPlace_data()
+void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPosition_data()
 {
     QTest::addColumn<QByteArray>("bad");
     for (const char* bad :
@@ -294,19 +294,19 @@ void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPlace_data()
     }
 }
 
-void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPlace()
+void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPosition()
 {
     QFETCH(QByteArray, bad);
     const QByteArray letters(
         "ghijklmnopqrstuvwxyzghijklmnopqrstuvwxyzghijklmnopqrstuvwxyzghijklmnop");
     for (int length = 0; length <= letters.size(); ++length) {
         QCOMPARE(described(parseExactly('"' + letters.left(length))), QByteArray("invalid"));
-        for (int place = 0; place <= length; ++place) {
+        for (int position = 0; position <= length; ++position) {
             const QByteArray json =
-                '"' + letters.left(place) + bad + letters.mid(place, length - place) + '"';
+                '"' + letters.left(position) + bad + letters.mid(position, length - position) + '"';
             // The backslash and the letter after it may be an escape sequence.
-            const bool isEscape =
-                bad == "\\" && place < length && QByteArray("nrt").contains(letters.at(place));
+            const bool isEscape = bad == "\\" && position < length
+                && QByteArray("nrt").contains(letters.at(position));
             QCOMPARE(parseExactly(json).isValid(), isEscape);
             if (!bad.contains('\x80') && uchar(bad.at(0)) < 0x80) {
                 QCOMPARE(JsonUtils::parseText(inUtf16(json)).isValid(), isEscape);
