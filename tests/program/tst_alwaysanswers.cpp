@@ -256,7 +256,7 @@ void tst_AlwaysAnswers::answersWithoutThreads()
     folder.putArguments({});
     giveToOrdinaryUser(folder.path());
     const ExchangeFolder programs;
-    // The limit does not hold for root.
+    // The limit does not apply to root.
     BridgeStart start = BridgeStart::asOrdinaryUser(programs.path(), [processes] {
         const rlimit limit{rlim_t(processes), rlim_t(processes)};
         setrlimit(RLIMIT_NPROC, &limit);

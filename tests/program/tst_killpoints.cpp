@@ -47,7 +47,7 @@ private Q_SLOTS:
     void leavesCompleteFilesAtEverySystemCall();
 
 private:
-    /// Kills a run at its system call number `point`. Returns false if the run ended before.
+    /// Kills a run at its system call number `point`. Returns false if the run ended first.
     bool runTo(int point);
 
     TemporaryHome home;

@@ -22,7 +22,7 @@ namespace {
 constexpr int longestId = 25 * 1024 * 1024; // 50 MB of results
 constexpr char command[] = "getUserUuid";
 
-/// How many kills came during a run and after it, and how many left which files.
+/// Counts of kills during and after a run, and of the files they left behind.
 struct Counts {
     int killed = 0;
     int endedBefore = 0;

@@ -115,7 +115,8 @@ void tst_ValuesThroughFiles::keepsByteOrderMarkAtStartOfResults()
     folder.putArguments({});
     server.expect("GET", "/userAccount", ScriptedReply::json(R"({"account":"\ufeffa"})"));
     QCOMPARE(problem(runCommand("getUserAccount", folder), folder), QByteArray());
-    // The mark is written as part of the value. A reader may take it for the file's and drop it.
+    // The mark is written as part of the value. A reader may treat it as the file's byte order
+    // mark and drop it.
     QCOMPARE(folder.results(), QByteArray("\xff\xfe\x61\x00", 4));
 }
 
