@@ -226,7 +226,7 @@ void tst_HttpTrace::printsBodiesOnlyWhenNamed_data()
                          bool bodies) {
         QTest::newRow(name) << QByteArray(rules) << QByteArray(configuration) << events << bodies;
     };
-    row("nothing set", "", "", false, false);
+    row("default rules", "", "", false, false);
     row("events", "tessaron.http.debug=true", "", true, false);
     row("bodies", "tessaron.http.body.debug=true", "", false, true);
     row("bodies, without the type", "tessaron.http.body=true", "", false, true);

@@ -15,8 +15,8 @@ private Q_SLOTS:
     void init() { server.reset(new ScriptedServer); }
     void cleanup() { QCOMPARE(server->problem(), QString()); }
 
-    void addsNothingToItsMetaObject();
-    void sendsNothingWhenConstructed();
+    void addsNoMetaObjectMembers();
+    void sendsNoRequestWhenConstructed();
     void sendsGetAndPost();
     void reportsMissingServer();
     void reportsClosedConnection_data();
@@ -27,7 +27,7 @@ private:
     QScopedPointer<ScriptedServer> server;
 };
 
-void tst_PluginApiClient::addsNothingToItsMetaObject()
+void tst_PluginApiClient::addsNoMetaObjectMembers()
 {
     const QMetaObject& meta = PluginApiClient::staticMetaObject;
     QCOMPARE(meta.className(), "PluginApiClient");
@@ -36,7 +36,7 @@ void tst_PluginApiClient::addsNothingToItsMetaObject()
     QCOMPARE(meta.propertyCount(), QObject::staticMetaObject.propertyCount());
 }
 
-void tst_PluginApiClient::sendsNothingWhenConstructed()
+void tst_PluginApiClient::sendsNoRequestWhenConstructed()
 {
     QScopedPointer<QObject> parent(new QObject);
     const QPointer<PluginApiClient> child = new PluginApiClient(server->port(), parent.data());

@@ -9,15 +9,15 @@ class tst_PluginApiClientParseResponse : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void returnsTheObject_data();
-    void returnsTheObject();
+    void returnsObject_data();
+    void returnsObject();
     void setsErrorText_data();
     void setsErrorText();
     void failsForStatusOtherThan200_data();
     void failsForStatusOtherThan200();
 };
 
-void tst_PluginApiClientParseResponse::returnsTheObject_data()
+void tst_PluginApiClientParseResponse::returnsObject_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QVariantMap>("expected");
@@ -45,7 +45,7 @@ void tst_PluginApiClientParseResponse::returnsTheObject_data()
     row("200,000 brackets", "{\"a\":" + QByteArray(200000, '[') + QByteArray(200000, ']') + '}');
 }
 
-void tst_PluginApiClientParseResponse::returnsTheObject()
+void tst_PluginApiClientParseResponse::returnsObject()
 {
     QFETCH(QByteArray, body);
     QFETCH(QVariantMap, expected);

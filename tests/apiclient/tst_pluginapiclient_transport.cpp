@@ -79,7 +79,7 @@ private Q_SLOTS:
     void sendsMapAsJson();
     void returnsReply_data();
     void returnsReply();
-    void allowsResultThatIsTheRequest();
+    void acceptsSameMapForRequestAndResult();
     void keepsLastErrorUntilNextFailure();
     void doesNotSendTooLargeRequest();
 
@@ -193,7 +193,7 @@ void tst_PluginApiClientTransport::returnsReply()
     QCOMPARE(client->lastError(), error);
 }
 
-void tst_PluginApiClientTransport::allowsResultThatIsTheRequest()
+void tst_PluginApiClientTransport::acceptsSameMapForRequestAndResult()
 {
     exchange.response = {200, R"({"b":2})"};
     QVariantMap map{{text("a"), 1}};

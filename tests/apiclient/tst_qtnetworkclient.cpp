@@ -22,7 +22,7 @@ private Q_SLOTS:
     void cleanup() { QCOMPARE(tearDown(), QString()); }
 
     void failsBeforeConnect();
-    void sendsToTheLastDestination();
+    void sendsToLastDestination();
     void loadsNoPlugins();
     void sendsGet();
     void sendsPost_data();
@@ -74,7 +74,7 @@ void tst_QtNetworkClient::failsBeforeConnect()
     QVERIFY(!fresh.lastError().isEmpty());
 }
 
-void tst_QtNetworkClient::sendsToTheLastDestination()
+void tst_QtNetworkClient::sendsToLastDestination()
 {
     QVERIFY(client->connect(QString(), 0));
     QVERIFY(client->connect(QString(), server->port()));

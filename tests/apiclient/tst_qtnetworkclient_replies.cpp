@@ -25,15 +25,15 @@ private Q_SLOTS:
     void returnsStatus0WithoutStatusLine();
     void returnsStatus0WithoutServer_data();
     void returnsStatus0WithoutServer();
-    void limitsTheReply_data();
-    void limitsTheReply();
+    void limitsReplySize_data();
+    void limitsReplySize();
 };
 
 namespace {
 
 constexpr qint64 megabyte = 1024 * 1024;
 
-/// Answers a POST of "{}" with status 200 and `size` spaces, without holding them all in memory.
+/// Replies to a POST of "{}" with status 200 and `size` spaces, without holding them all in memory.
 /// Without `statesLength`, the end of the connection ends the body.
 class StreamingServer : public QTcpServer {
 public:
@@ -282,7 +282,7 @@ void tst_QtNetworkClientReplies::returnsStatus0WithoutServer()
     }
 }
 
-void tst_QtNetworkClientReplies::limitsTheReply_data()
+void tst_QtNetworkClientReplies::limitsReplySize_data()
 {
     QTest::addColumn<qint64>("size");
     QTest::addColumn<bool>("statesLength");
@@ -292,7 +292,7 @@ void tst_QtNetworkClientReplies::limitsTheReply_data()
     QTest::newRow("endless") << 800 * megabyte << false << false;
 }
 
-void tst_QtNetworkClientReplies::limitsTheReply()
+void tst_QtNetworkClientReplies::limitsReplySize()
 {
     QFETCH(qint64, size);
     QFETCH(bool, statesLength);

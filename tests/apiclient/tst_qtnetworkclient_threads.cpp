@@ -39,8 +39,8 @@ private Q_SLOTS:
     void init();
     void cleanup() { QCOMPARE(tearDown(), QString()); }
 
-    void failsOnlyTheRequestWithoutThread_data();
-    void failsOnlyTheRequestWithoutThread();
+    void failsOnlyRequestWithoutThread_data();
+    void failsOnlyRequestWithoutThread();
 };
 
 void tst_QtNetworkClientThreads::init()
@@ -58,14 +58,14 @@ void tst_QtNetworkClientThreads::init()
         });
 }
 
-void tst_QtNetworkClientThreads::failsOnlyTheRequestWithoutThread_data()
+void tst_QtNetworkClientThreads::failsOnlyRequestWithoutThread_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("GET") << QByteArray();
     QTest::newRow("POST") << QByteArray("{}");
 }
 
-void tst_QtNetworkClientThreads::failsOnlyTheRequestWithoutThread()
+void tst_QtNetworkClientThreads::failsOnlyRequestWithoutThread()
 {
     QFETCH(QByteArray, body);
     bool failed = true;

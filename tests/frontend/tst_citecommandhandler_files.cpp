@@ -93,14 +93,14 @@ void tst_CiteCommandHandlerFiles::rejectsUnknownCommand_data()
     row("capital letters", "GETUSERUUID");
     row("small letters", "getuseruuid");
     row("last letter missing", "getUserUui");
-    row("another letter at the end", "getUserUuidX");
+    row("extra letter at the end", "getUserUuidX");
     row("space at the start", " getUserUuid");
     row("space at the end", "getUserUuid ");
     row("newline at the end", "getUserUuid\n");
     row("two commands", "getUserUuid,lastError");
-    row("slot that is no command", "pluginVersion");
-    row("slot without results that is no command", "allowSetFocus");
-    row("slot of the batch that is no command", "resetCitations");
+    row("slot that is not a command", "pluginVersion");
+    row("slot without results that is not a command", "allowSetFocus");
+    row("slot of the batch that is not a command", "resetCitations");
     row("placeholder", "%1");
     row("Cyrillic", "\xd0\xb3\xd0\xb5\xd1\x82");
     QTest::newRow("U+0000 at the end") << text("getUserUuid") + QChar(0);
@@ -122,7 +122,7 @@ void tst_CiteCommandHandlerFiles::setsTemporaryFolder_data()
 {
     QTest::addColumn<QString>("command");
     QTest::newRow("unknown command") << text("noSuchCommand");
-    QTest::newRow("command that sends nothing") << text("lastError");
+    QTest::newRow("command that sends no request") << text("lastError");
 }
 
 void tst_CiteCommandHandlerFiles::setsTemporaryFolder()

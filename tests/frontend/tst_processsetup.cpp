@@ -55,7 +55,7 @@ private Q_SLOTS:
 void tst_ProcessSetup::opensClosedStreamsOnNullDevice_data()
 {
     QTest::addColumn<QVector<int>>("closedStreams");
-    QTest::newRow("none") << QVector<int>();
+    QTest::newRow("all open") << QVector<int>();
     QTest::newRow("input") << QVector<int>{0};
     QTest::newRow("output") << QVector<int>{1};
     QTest::newRow("error") << QVector<int>{2};
@@ -69,7 +69,7 @@ void tst_ProcessSetup::opensClosedStreamsOnNullDevice()
     QFETCH(QVector<int>, closedStreams);
     const QTemporaryDir folder;
     const QByteArray other = QFile::encodeName(folder.filePath(QStringLiteral("other")));
-    const QByteArray answer = inChildProcess([&]() -> QByteArray {
+    const QByteArray result = inChildProcess([&]() -> QByteArray {
         // Three streams that are not the null device, whatever the test was started with.
         const int file = open(other.constData(), O_CREAT | O_RDWR, 0600);
         for (int stream = 0; stream < 3; ++stream) {
@@ -82,7 +82,7 @@ void tst_ProcessSetup::opensClosedStreamsOnNullDevice()
     });
     QList<QByteArray> expected{"other", "other", "other"};
     std::for_each(closedStreams.begin(), closedStreams.end(), [&](int s) { expected[s] = "null"; });
-    QCOMPARE(answer, expected.join(' '));
+    QCOMPARE(result, expected.join(' '));
 }
 
 void tst_ProcessSetup::printsLine_data()
@@ -101,13 +101,13 @@ void tst_ProcessSetup::printsLine()
     const QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("output"));
     putFile(path, QByteArray());
-    const QByteArray answer = inChildProcess([&]() -> QByteArray {
+    const QByteArray result = inChildProcess([&]() -> QByteArray {
         dup2(open(QFile::encodeName(path).constData(), O_WRONLY), STDOUT_FILENO);
         printLine(text.constData());
         // Read before this process ends, so that the line must have been flushed.
         return bytesOf(path);
     });
-    QCOMPARE(answer, text + '\n');
+    QCOMPARE(result, text + '\n');
 }
 
 void tst_ProcessSetup::survivesOutputWithoutReader_data()
@@ -120,7 +120,7 @@ void tst_ProcessSetup::survivesOutputWithoutReader_data()
 void tst_ProcessSetup::survivesOutputWithoutReader()
 {
     QFETCH(bool, closed);
-    const QByteArray answer = inChildProcess([closed]() -> QByteArray {
+    const QByteArray result = inChildProcess([closed]() -> QByteArray {
         int ends[2];
         if (pipe(ends) != 0) {
             return "no pipe";
@@ -135,14 +135,14 @@ void tst_ProcessSetup::survivesOutputWithoutReader()
         printLine("status");
         return "alive";
     });
-    QCOMPARE(answer, QByteArray("alive"));
+    QCOMPARE(result, QByteArray("alive"));
 }
 
 void tst_ProcessSetup::survivesFileSizeLimit()
 {
     const QTemporaryDir folder;
     const QByteArray path = QFile::encodeName(folder.filePath(QStringLiteral("file")));
-    const QByteArray answer = inChildProcess([&path]() -> QByteArray {
+    const QByteArray result = inChildProcess([&path]() -> QByteArray {
         startProcessSetup();
         const int file = open(path.constData(), O_CREAT | O_WRONLY, 0600);
         if (file < 0 || !limitFileSize(4)) {
@@ -152,12 +152,12 @@ void tst_ProcessSetup::survivesFileSizeLimit()
         const ssize_t second = write(file, "ef", 2);
         return QByteArray::number(int(first)) + ' ' + QByteArray::number(int(second));
     });
-    QCOMPARE(answer, QByteArray("4 -1"));
+    QCOMPARE(result, QByteArray("4 -1"));
 }
 
 void tst_ProcessSetup::dropsMessagesOfOtherThreads()
 {
-    const QByteArray answer = inChildProcess([] {
+    const QByteArray result = inChildProcess([] {
         startProcessSetup();
         std::thread([] { qWarning("first in another thread"); }).join();
         qWarning("first");
@@ -165,7 +165,7 @@ void tst_ProcessSetup::dropsMessagesOfOtherThreads()
         qWarning("last");
         return QByteArray("done");
     });
-    QCOMPARE(answer, QByteArray("done|first|last"));
+    QCOMPARE(result, QByteArray("done|first|last"));
 }
 
 void tst_ProcessSetup::logsFatalMessagesOfOtherThreads()
@@ -173,7 +173,7 @@ void tst_ProcessSetup::logsFatalMessagesOfOtherThreads()
     const QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("errors"));
     putFile(path, QByteArray());
-    const QByteArray answer = inChildProcess([&path]() -> QByteArray {
+    const QByteArray result = inChildProcess([&path]() -> QByteArray {
         const rlimit noCoreFile{0, 0};
         setrlimit(RLIMIT_CORE, &noCoreFile);
         std::signal(SIGABRT, SIG_DFL); // Qt Test 6 would print a stack trace
@@ -184,7 +184,7 @@ void tst_ProcessSetup::logsFatalMessagesOfOtherThreads()
         return "alive";
     });
     QCOMPARE(bytesOf(path), QByteArray("fatal in another thread\n"));
-    QCOMPARE(answer, "the child ended with " + QByteArray::number(SIGABRT));
+    QCOMPARE(result, "the child ended with " + QByteArray::number(SIGABRT));
 }
 
 void tst_ProcessSetup::countsFailedThreadStartsOfOwnThread()
@@ -218,7 +218,7 @@ void tst_ProcessSetup::restoresLocaleVariable_data()
 void tst_ProcessSetup::restoresLocaleVariable()
 {
     QFETCH(QByteArray, former);
-    const QByteArray answer = inChildProcess([&former] {
+    const QByteArray result = inChildProcess([&former] {
         if (former.isNull()) {
             unsetenv("LC_ALL");
         } else {
@@ -230,19 +230,19 @@ void tst_ProcessSetup::restoresLocaleVariable()
         const char* const after = getenv("LC_ALL");
         return during + ", " + (after == nullptr ? "unset" : after);
     });
-    QTEST(answer, "states");
+    QTEST(result, "states");
 }
 
 void tst_ProcessSetup::makesFileNamesUtf8()
 {
-    const QByteArray answer = inChildProcess([] {
+    const QByteArray result = inChildProcess([] {
 #if QT_VERSION_MAJOR < 6 // in Qt 6 they always are
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
 #endif
         finishProcessSetup(startProcessSetup());
         return QFile::encodeName(QStringLiteral("\u0416"));
     });
-    QCOMPARE(answer, QByteArray("\xd0\x96"));
+    QCOMPARE(result, QByteArray("\xd0\x96"));
 }
 
 QTEST_GUILESS_MAIN(tst_ProcessSetup)

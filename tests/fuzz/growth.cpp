@@ -90,15 +90,15 @@ Input inputOf(const Pattern& pattern, int size)
 {
     QByteArray text = pattern.head;
     const QByteArray unit = pattern.unit;
-    const int place = qMax(unit.indexOf('#'), unit.indexOf('@'));
+    const int position = qMax(unit.indexOf('#'), unit.indexOf('@'));
     int units = size / unit.size();
-    if (place < 0) {
+    if (position < 0) {
         return {pattern, text + unit.repeated(units) + pattern.tail, units};
     }
-    const int step = unit.at(place) == '#' ? 1 : -1;
+    const int step = unit.at(position) == '#' ? 1 : -1;
     int number = 1500000000;
     for (units = 0; text.size() < size; ++units) {
-        text += QByteArray(unit).replace(place, 1, QByteArray::number(number));
+        text += QByteArray(unit).replace(position, 1, QByteArray::number(number));
         number += step;
     }
     return {pattern, text + pattern.tail, units};
@@ -267,13 +267,13 @@ bool printRow(const Reader& reader, const Pattern& pattern, double largestMegaby
         results[2].peakMegabytes / results[1].peakMegabytes);
     std::fflush(stdout);
     // The input grew ten times. Differences of a few milliseconds are noise.
-    const bool grows = results[2].milliseconds > 20
+    const bool growsTooFast = results[2].milliseconds > 20
         && (results[2].milliseconds > 50 * results[1].milliseconds
             || results[2].peakMegabytes > 50 * results[1].peakMegabytes);
-    if (grows) {
+    if (growsTooFast) {
         std::printf("%-13s %-24s grows faster than its input\n", reader.name, pattern.name);
     }
-    return !grows;
+    return !growsTooFast;
 }
 
 } // namespace

@@ -57,7 +57,7 @@ private Q_SLOTS:
     void runsWithoutReadableArguments();
     void findsFolder_data();
     void findsFolder();
-    void findsFolderThatLooksLikeAnOption();
+    void findsFolderThatLooksLikeOption();
     void reportsMissingFolder_data();
     void reportsMissingFolder();
     void reportsFolderThatCannotBeWritten();
@@ -180,7 +180,7 @@ void tst_BridgeFiles::findsFolder()
     QCOMPARE(server.requests().constFirst().json().value(text("tempDirectory")).toString(), path);
 }
 
-void tst_BridgeFiles::findsFolderThatLooksLikeAnOption()
+void tst_BridgeFiles::findsFolderThatLooksLikeOption()
 {
     const ExchangeFolder folder(text("-qmljsdebugger=port:1"));
     folder.putArguments({});

@@ -74,9 +74,9 @@ void tst_BridgeProcess::ignoresFailedOutput_data()
 {
     QTest::addColumn<QString>("redirection");
     QTest::addColumn<Preparation>("prepare");
-    const Preparation nothing = [] {};
-    QTest::newRow("full device") << text("> /dev/full") << nothing;
-    QTest::newRow("file open only for reading") << text("1< /dev/null") << nothing;
+    const Preparation noPreparation = [] {};
+    QTest::newRow("full device") << text("> /dev/full") << noPreparation;
+    QTest::newRow("file open only for reading") << text("1< /dev/null") << noPreparation;
     QTest::newRow("pipe without a reader") << QString() << Preparation(breakOutput);
 }
 

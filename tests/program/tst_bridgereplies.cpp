@@ -217,15 +217,15 @@ void tst_BridgeReplies::answersWithoutServer_data()
     };
     const QString error = text(" - error: 0. Server error 'Connection refused'");
     const QString code = text(R"(ADDIN {"tessaron":{}})");
-    const QStringList nothing{QString()};
+    const QStringList emptyString{QString()};
     row("setWordProcessor", {});
-    row("getFieldCodeFromCitationEditor", nothing);
-    row("getFieldCodeFromUuid", nothing);
-    row("getCitationStyleFromDialog", nothing);
+    row("getFieldCodeFromCitationEditor", emptyString);
+    row("getFieldCodeFromUuid", emptyString);
+    row("getCitationStyleFromDialog", emptyString);
     row("formatCitationsAndBibliography", {text("false"), text("-1")});
     row("isTessaronRunning", {text("false")});
     row("launchTessaron", {text("false")});
-    row("mergeFields", nothing);
+    row("mergeFields", emptyString);
     row("checkManualFormatAndGetFieldCode", {code});
     row("undoManualFormat", {code});
     row("hasManualEdit", {text("false")});
@@ -233,7 +233,7 @@ void tst_BridgeReplies::answersWithoutServer_data()
     row("getUserUuid", {text("Unable to retrieve uuid") + error});
     row("getRecentStyles", {text("0")});
     row("tessaronProcessId", {text("0")});
-    row("lastError", nothing);
+    row("lastError", emptyString);
     row("getDesktopCitationStyleId", {text("Can't get selected citation style id") + error});
 }
 

@@ -123,11 +123,11 @@ void tst_Inheritance::leavesApplicationRunning()
     const RecordingApplication application(home, RecordingApplication::Stays);
     int ends[2];
     QCOMPARE(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-    constexpr int anotherStream = 200;
+    constexpr int furtherStream = 200;
     const QByteArray problem = launch(BridgeStart::prepared([&ends] {
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
-        dup2(ends[1], anotherStream);
+        dup2(ends[1], furtherStream);
     }));
     close(ends[1]);
     QFile reader;

@@ -91,7 +91,7 @@ void tst_Obstacles::keepsFolderInPlaceOfFile()
 
 void tst_Obstacles::keepsOldFilesAtFileSizeLimit_data()
 {
-    QTest::addColumn<QByteArray>("command"); // "none" is unknown and has no results
+    QTest::addColumn<QByteArray>("command"); // "unknown" has no results
     QTest::addColumn<int>("limit");
     QTest::addColumn<QByteArray>("results");
     QTest::addColumn<QByteArray>("ready");
@@ -103,7 +103,7 @@ void tst_Obstacles::keepsOldFilesAtFileSizeLimit_data()
     };
     row("everything fits", "hasManualEdit", 10, all, utf16le(text("10")), "10\n");
     row("results do not fit", "hasManualEdit", 9, "old", utf16le(text("-1")), "-1\n");
-    row("ready file does not fit", "none", 1, "", "old", "0");
+    row("ready file does not fit", "unknown", 1, "", "old", "0");
     row("neither fits", "hasManualEdit", 3, "old", "old", "-1\n");
 }
 

@@ -52,21 +52,21 @@ class tst_DesktopApplication_Linux : public ApplicationStartTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void usesOnlyTheFirstEntry_data();
-    void usesOnlyTheFirstEntry();
-    void reportsAnInvalidEntryAsNotFound_data();
-    void reportsAnInvalidEntryAsNotFound();
-    void reportsAMissingEntryAsNotFound();
-    void prefersTheFixedPath();
-    void doesNotFallBackIfTheFixedPathFails_data();
-    void doesNotFallBackIfTheFixedPathFails();
-    void ignoresADanglingLinkAtTheFixedPath();
+    void usesOnlyFirstEntry_data();
+    void usesOnlyFirstEntry();
+    void reportsInvalidEntryAsNotFound_data();
+    void reportsInvalidEntryAsNotFound();
+    void reportsMissingEntryAsNotFound();
+    void prefersFixedPath();
+    void doesNotFallBackIfFixedPathFails_data();
+    void doesNotFallBackIfFixedPathFails();
+    void ignoresDanglingLinkAtFixedPath();
 
 private:
     const bool hasPrivateOpt = mountPrivateOpt();
 };
 
-void tst_DesktopApplication_Linux::usesOnlyTheFirstEntry_data()
+void tst_DesktopApplication_Linux::usesOnlyFirstEntry_data()
 {
     QTest::addColumn<QByteArray>("inHome"); // empty for no entry
     QTest::addColumn<QByteArray>("inFirst");
@@ -86,7 +86,7 @@ void tst_DesktopApplication_Linux::usesOnlyTheFirstEntry_data()
     row("malformed in the first folder", "", "nonsense", "Exec=R second", "");
 }
 
-void tst_DesktopApplication_Linux::usesOnlyTheFirstEntry()
+void tst_DesktopApplication_Linux::usesOnlyFirstEntry()
 {
     QFETCH(QByteArray, inHome);
     QFETCH(QByteArray, inFirst);
@@ -113,7 +113,7 @@ void tst_DesktopApplication_Linux::usesOnlyTheFirstEntry()
     }
 }
 
-void tst_DesktopApplication_Linux::reportsAnInvalidEntryAsNotFound_data()
+void tst_DesktopApplication_Linux::reportsInvalidEntryAsNotFound_data()
 {
     QTest::addColumn<QByteArray>("lines");
     QTest::newRow("hidden") << QByteArray("Exec=\"" START_RECORDER "\"\nHidden=true");
@@ -121,14 +121,14 @@ void tst_DesktopApplication_Linux::reportsAnInvalidEntryAsNotFound_data()
     QTest::newRow("malformed") << QByteArray("Exec=\"" START_RECORDER "\"\nnonsense");
 }
 
-void tst_DesktopApplication_Linux::reportsAnInvalidEntryAsNotFound()
+void tst_DesktopApplication_Linux::reportsInvalidEntryAsNotFound()
 {
     QFETCH(QByteArray, lines);
     install(lines);
     QCOMPARE(openDesktopApplication(), notFound);
 }
 
-void tst_DesktopApplication_Linux::reportsAMissingEntryAsNotFound()
+void tst_DesktopApplication_Linux::reportsMissingEntryAsNotFound()
 {
     QCOMPARE(openDesktopApplication(), notFound);
     for (const char* similarName : {"com.tessaron.desktop", "com.tessaron.Desktop.desktop",
@@ -140,7 +140,7 @@ void tst_DesktopApplication_Linux::reportsAMissingEntryAsNotFound()
     QCOMPARE(openDesktopApplication(), notFound);
 }
 
-void tst_DesktopApplication_Linux::prefersTheFixedPath()
+void tst_DesktopApplication_Linux::prefersFixedPath()
 {
     if (!hasPrivateOpt) {
         QSKIP("cannot create a mount namespace here");
@@ -154,7 +154,7 @@ void tst_DesktopApplication_Linux::prefersTheFixedPath()
     QCOMPARE(recorded("cwd "), QByteArrayList{QDir::currentPath().toUtf8()});
 }
 
-void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails_data()
+void tst_DesktopApplication_Linux::doesNotFallBackIfFixedPathFails_data()
 {
     QTest::addColumn<bool>("executable");
     QTest::addColumn<int>("errorNumber");
@@ -162,7 +162,7 @@ void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails_data()
     QTest::newRow("not a program") << true << ENOEXEC;
 }
 
-void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails()
+void tst_DesktopApplication_Linux::doesNotFallBackIfFixedPathFails()
 {
     QFETCH(bool, executable);
     QFETCH(int, errorNumber);
@@ -177,7 +177,7 @@ void tst_DesktopApplication_Linux::doesNotFallBackIfTheFixedPathFails()
     QCOMPARE(openDesktopApplication(), errorNumber);
 }
 
-void tst_DesktopApplication_Linux::ignoresADanglingLinkAtTheFixedPath()
+void tst_DesktopApplication_Linux::ignoresDanglingLinkAtFixedPath()
 {
     if (!hasPrivateOpt) {
         QSKIP("cannot create a mount namespace here");

@@ -18,20 +18,20 @@ class tst_DesktopApplication_Start : public ApplicationStartTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void passesTheArgumentsOfTheEntry();
-    void startsInTheFolderOfTheEntry_data();
-    void startsInTheFolderOfTheEntry();
-    void findsTheProgramInPath();
-    void passesTheEnvironmentWithoutActivation();
-    void passesOnlyTheNullDevice();
-    void opensTheNullDeviceForReadingAndWriting();
-    void resetsSignalsAndStartsASession();
-    void doesNotWaitForTheApplication();
-    void returnsTheErrnoOfAFailedStart_data();
-    void returnsTheErrnoOfAFailedStart();
+    void passesArgumentsOfEntry();
+    void startsInFolderOfEntry_data();
+    void startsInFolderOfEntry();
+    void findsProgramInPath();
+    void passesEnvironmentWithoutActivation();
+    void passesOnlyNullDevice();
+    void opensNullDeviceForReadingAndWriting();
+    void resetsSignalsAndStartsSession();
+    void doesNotWaitForApplication();
+    void returnsErrnoOfFailedStart_data();
+    void returnsErrnoOfFailedStart();
 };
 
-void tst_DesktopApplication_Start::passesTheArgumentsOfTheEntry()
+void tst_DesktopApplication_Start::passesArgumentsOfEntry()
 {
     install("Icon=the icon\nExec=\"" START_RECORDER "\" %i \"a b\" %U %c \"\" \"\\\\$HOME\" 100%%");
     QCOMPARE(openDesktopApplication(), 0);
@@ -41,14 +41,14 @@ void tst_DesktopApplication_Start::passesTheArgumentsOfTheEntry()
             START_RECORDER, "--icon", "the icon", "a b", "Tessaron Desktop", "", "$HOME", "100%"}));
 }
 
-void tst_DesktopApplication_Start::startsInTheFolderOfTheEntry_data()
+void tst_DesktopApplication_Start::startsInFolderOfEntry_data()
 {
     QTest::addColumn<bool>("isNamed");
     QTest::newRow("named in the entry") << true;
     QTest::newRow("not named") << false;
 }
 
-void tst_DesktopApplication_Start::startsInTheFolderOfTheEntry()
+void tst_DesktopApplication_Start::startsInFolderOfEntry()
 {
     QFETCH(bool, isNamed);
     const QString folder = home.path(QStringLiteral("a b/ü"));
@@ -61,7 +61,7 @@ void tst_DesktopApplication_Start::startsInTheFolderOfTheEntry()
     QCOMPARE(QDir::currentPath(), current);
 }
 
-void tst_DesktopApplication_Start::findsTheProgramInPath()
+void tst_DesktopApplication_Start::findsProgramInPath()
 {
     const QString folder = home.path(QStringLiteral("bin"));
     QVERIFY(QDir().mkpath(folder));
@@ -76,7 +76,7 @@ void tst_DesktopApplication_Start::findsTheProgramInPath()
     QCOMPARE(recorded("arg "), (QByteArrayList{"our-recorder", "x"}));
 }
 
-void tst_DesktopApplication_Start::passesTheEnvironmentWithoutActivation()
+void tst_DesktopApplication_Start::passesEnvironmentWithoutActivation()
 {
     install("Exec=\"" START_RECORDER "\"");
     qputenv("DESKTOP_STARTUP_ID", "id_TIME1");
@@ -103,7 +103,7 @@ void tst_DesktopApplication_Start::passesTheEnvironmentWithoutActivation()
     QCOMPARE(QSet<QByteArray>(variables.begin(), variables.end()), expected);
 }
 
-void tst_DesktopApplication_Start::passesOnlyTheNullDevice()
+void tst_DesktopApplication_Start::passesOnlyNullDevice()
 {
     install("Exec=\"" START_RECORDER "\"");
     // Descriptors that are inherited unless they are closed: the lowest one and a high one.
@@ -128,14 +128,14 @@ void tst_DesktopApplication_Start::passesOnlyTheNullDevice()
     QVERIFY(fcntl(pipeEnds[0], F_GETFD) >= 0 && fcntl(high, F_GETFD) >= 0);
 }
 
-void tst_DesktopApplication_Start::opensTheNullDeviceForReadingAndWriting()
+void tst_DesktopApplication_Start::opensNullDeviceForReadingAndWriting()
 {
     install("Exec=/bin/sh -c \"cat && echo output && echo error >&2\"");
     QCOMPARE(openDesktopApplication(), 0);
     QCOMPARE(waitForApplication(), 0);
 }
 
-void tst_DesktopApplication_Start::resetsSignalsAndStartsASession()
+void tst_DesktopApplication_Start::resetsSignalsAndStartsSession()
 {
     install("Exec=\"" START_RECORDER "\"");
     sigset_t blocked;
@@ -163,7 +163,7 @@ void tst_DesktopApplication_Start::resetsSignalsAndStartsASession()
     QCOMPARE(recorded("session "), recorded("pid "));
 }
 
-void tst_DesktopApplication_Start::doesNotWaitForTheApplication()
+void tst_DesktopApplication_Start::doesNotWaitForApplication()
 {
     const QByteArray pipePath = home.path(QStringLiteral("pipe")).toUtf8();
     QCOMPARE(mkfifo(pipePath.constData(), 0600), 0);
@@ -177,7 +177,7 @@ void tst_DesktopApplication_Start::doesNotWaitForTheApplication()
     QVERIFY(isRunning);
 }
 
-void tst_DesktopApplication_Start::returnsTheErrnoOfAFailedStart_data()
+void tst_DesktopApplication_Start::returnsErrnoOfFailedStart_data()
 {
     QTest::addColumn<QByteArray>("lines"); // with HOME for the home folder
     QTest::addColumn<QByteArray>("content"); // of the file HOME/program
@@ -191,16 +191,16 @@ void tst_DesktopApplication_Start::returnsTheErrnoOfAFailedStart_data()
     };
     row("not executable", "Exec=HOME/program", "#!/bin/sh\n", false, EACCES);
     row("folder", "Exec=HOME", "", true, EACCES);
-    row("missing", "Exec=HOME/nothing", "", true, ENOENT);
+    row("missing", "Exec=HOME/missing", "", true, ENOENT);
     row("name not in PATH", "Exec=no-such-program-anywhere", "", true, ENOENT);
     row("interpreter missing", "Exec=HOME/program", "#!/no/such/interpreter\n", true, ENOENT);
-    row("working directory missing", "Exec=HOME/program\nPath=HOME/nothing", "#!/bin/sh\n", true,
+    row("working directory missing", "Exec=HOME/program\nPath=HOME/missing", "#!/bin/sh\n", true,
         ENOENT);
     row("below a file", "Exec=HOME/program/x", "", true, ENOTDIR);
     row("not a program", "Exec=HOME/program", "text\n", true, ENOEXEC);
 }
 
-void tst_DesktopApplication_Start::returnsTheErrnoOfAFailedStart()
+void tst_DesktopApplication_Start::returnsErrnoOfFailedStart()
 {
     QFETCH(QByteArray, lines);
     QFETCH(QByteArray, content);

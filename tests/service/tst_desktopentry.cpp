@@ -46,7 +46,7 @@ class tst_DesktopEntry : public QObject {
 private Q_SLOTS:
     void expandsExec_data();
     void expandsExec();
-    void dropsTheIconCodeWithoutAnIcon();
+    void dropsIconCodeWithoutIcon();
     void rejectsExec_data();
     void rejectsExec();
 
@@ -55,11 +55,11 @@ private Q_SLOTS:
     void rejectsEntry_data();
     void rejectsEntry();
     void rejectsUnreadableFile();
-    void expandsThePathOfTheEntry();
-    void translatesTheName_data();
-    void translatesTheName();
-    void requiresTheProgramOfTryExec_data();
-    void requiresTheProgramOfTryExec();
+    void expandsPathOfEntry();
+    void translatesName_data();
+    void translatesName();
+    void requiresProgramOfTryExec_data();
+    void requiresProgramOfTryExec();
 
 private:
     std::optional<DesktopEntry> read(const QByteArray& content) const
@@ -118,7 +118,7 @@ void tst_DesktopEntry::expandsExec()
     QCOMPARE(expandExec(exec, fields), expected);
 }
 
-void tst_DesktopEntry::dropsTheIconCodeWithoutAnIcon()
+void tst_DesktopEntry::dropsIconCodeWithoutIcon()
 {
     QCOMPARE(expandExec("prog %i x", {{}, "n", "p"}), (Command{"prog", "x"}));
 }
@@ -267,7 +267,7 @@ void tst_DesktopEntry::rejectsUnreadableFile()
     QVERIFY(!readDesktopEntry(folder).has_value());
 }
 
-void tst_DesktopEntry::expandsThePathOfTheEntry()
+void tst_DesktopEntry::expandsPathOfEntry()
 {
     const QString path = home.writeFile(QStringLiteral("ü \"b\" %f/x.desktop"),
         "[Desktop Entry]\nType=Application\nName=N\nExec=prog %k\n");
@@ -276,7 +276,7 @@ void tst_DesktopEntry::expandsThePathOfTheEntry()
     QCOMPARE(entry->command, (Command{"prog", path.toUtf8()}));
 }
 
-void tst_DesktopEntry::translatesTheName_data()
+void tst_DesktopEntry::translatesName_data()
 {
     QTest::addColumn<QByteArray>("locale");
     QTest::addColumn<QByteArray>("name");
@@ -290,7 +290,7 @@ void tst_DesktopEntry::translatesTheName_data()
     QTest::newRow("no language") << QByteArray("C") << QByteArray("English");
 }
 
-void tst_DesktopEntry::translatesTheName()
+void tst_DesktopEntry::translatesName()
 {
     QFETCH(QByteArray, locale);
     QFETCH(QByteArray, name);
@@ -303,7 +303,7 @@ void tst_DesktopEntry::translatesTheName()
     QCOMPARE(entry->command, (Command{"prog", name}));
 }
 
-void tst_DesktopEntry::requiresTheProgramOfTryExec_data()
+void tst_DesktopEntry::requiresProgramOfTryExec_data()
 {
     QTest::addColumn<QByteArray>("program"); // with HOME for the home folder
     QTest::addColumn<bool>("installed");
@@ -316,15 +316,15 @@ void tst_DesktopEntry::requiresTheProgramOfTryExec_data()
     row("name in PATH", "runs", true);
     row("empty", "", true);
 
-    row("missing path", "HOME/bin/nothing", false);
-    row("name not in PATH", "nothing", false);
+    row("missing path", "HOME/bin/missing", false);
+    row("name not in PATH", "missing", false);
     row("file that is not executable", "HOME/bin/plain", false);
     row("folder", "HOME/bin", false);
     row("with an argument", "runs --version", false);
     row("quoted", "\"runs\"", false);
 }
 
-void tst_DesktopEntry::requiresTheProgramOfTryExec()
+void tst_DesktopEntry::requiresProgramOfTryExec()
 {
     QFETCH(QByteArray, program);
     QFETCH(bool, installed);

@@ -35,12 +35,12 @@ class tst_DesktopSettings : public QObject {
 private Q_SLOTS:
     void readsPortAndPath_data();
     void readsPortAndPath();
-    void readsAMissingFileAsEmpty();
-    void readsAFolderAsEmpty();
-    void readsAnUnreadableFileAsEmpty();
-    void readsTheFileOfTheOrganisationToo();
-    void hasTheNamesOfTheApplication();
-    void changesNothing();
+    void readsMissingFileAsEmpty();
+    void readsFolderAsEmpty();
+    void readsUnreadableFileAsEmpty();
+    void readsFileOfOrganisationToo();
+    void hasNamesOfApplication();
+    void leavesSettingsUnchanged();
 };
 
 void tst_DesktopSettings::readsPortAndPath_data()
@@ -106,20 +106,20 @@ void tst_DesktopSettings::readsPortAndPath()
     QCOMPARE(portAndPath(), expected);
 }
 
-void tst_DesktopSettings::readsAMissingFileAsEmpty()
+void tst_DesktopSettings::readsMissingFileAsEmpty()
 {
     const TemporaryHome home;
     QCOMPARE(portAndPath(), QByteArray("50002\n\n"));
 }
 
-void tst_DesktopSettings::readsAFolderAsEmpty()
+void tst_DesktopSettings::readsFolderAsEmpty()
 {
     const TemporaryHome home;
     QVERIFY(QDir().mkpath(home.path(QString::fromUtf8(settingsFile))));
     QCOMPARE(portAndPath(), QByteArray("50002\n\n"));
 }
 
-void tst_DesktopSettings::readsAnUnreadableFileAsEmpty()
+void tst_DesktopSettings::readsUnreadableFileAsEmpty()
 {
     const TemporaryHome home;
     home.writeSettings("[General]\nExecutablePath=/opt/x\n[%General]\nhttpServerPort=50010\n");
@@ -140,7 +140,7 @@ void tst_DesktopSettings::readsAnUnreadableFileAsEmpty()
     QCOMPARE(portAndPath(program, arguments), QByteArray("50002\n\n"));
 }
 
-void tst_DesktopSettings::readsTheFileOfTheOrganisationToo()
+void tst_DesktopSettings::readsFileOfOrganisationToo()
 {
     // QSettings falls back to the settings of the organisation for each key.
     const TemporaryHome home;
@@ -150,7 +150,7 @@ void tst_DesktopSettings::readsTheFileOfTheOrganisationToo()
     QCOMPARE(portAndPath(), QByteArray("50020\n/opt/x\n"));
 }
 
-void tst_DesktopSettings::hasTheNamesOfTheApplication()
+void tst_DesktopSettings::hasNamesOfApplication()
 {
     const TemporaryHome home;
     QSettings* const settings = tessaronDesktopSettings();
@@ -163,7 +163,7 @@ void tst_DesktopSettings::hasTheNamesOfTheApplication()
     QVERIFY(settings->parent() == nullptr);
 }
 
-void tst_DesktopSettings::changesNothing()
+void tst_DesktopSettings::leavesSettingsUnchanged()
 {
     const TemporaryHome home;
     QCOMPARE(portAndPath(), QByteArray("50002\n\n"));

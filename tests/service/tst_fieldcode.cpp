@@ -19,17 +19,17 @@ class tst_FieldCode : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void writesTheCluster_data();
-    void writesTheCluster();
-    void readsTheCluster_data();
-    void readsTheCluster();
-    void returnsAnEmptyMapWithoutACluster_data();
-    void returnsAnEmptyMapWithoutACluster();
+    void writesCluster_data();
+    void writesCluster();
+    void readsCluster_data();
+    void readsCluster();
+    void returnsEmptyMapWithoutCluster_data();
+    void returnsEmptyMapWithoutCluster();
     void readsWhatItWrote_data();
     void readsWhatItWrote();
 };
 
-void tst_FieldCode::writesTheCluster_data()
+void tst_FieldCode::writesCluster_data()
 {
     QTest::addColumn<QVariantMap>("response");
     QTest::addColumn<QString>("expected");
@@ -79,14 +79,14 @@ void tst_FieldCode::writesTheCluster_data()
                           << fieldCode(R"([1,"b"])");
 }
 
-void tst_FieldCode::writesTheCluster()
+void tst_FieldCode::writesCluster()
 {
     QFETCH(QVariantMap, response);
     QFETCH(QString, expected);
     QCOMPARE(clusterToFieldCode(response), expected);
 }
 
-void tst_FieldCode::readsTheCluster_data()
+void tst_FieldCode::readsCluster_data()
 {
     QTest::addColumn<QString>("fieldCode");
     QTest::addColumn<QByteArray>("clusterJson");
@@ -115,7 +115,7 @@ void tst_FieldCode::readsTheCluster_data()
         R"({"l":[1,"b",null,true,{}],"n":null,"t":false})");
 }
 
-void tst_FieldCode::readsTheCluster()
+void tst_FieldCode::readsCluster()
 {
     QFETCH(QString, fieldCode);
     QFETCH(QByteArray, clusterJson);
@@ -124,7 +124,7 @@ void tst_FieldCode::readsTheCluster()
     QCOMPARE(jsonFromFieldCode(fieldCode), expected);
 }
 
-void tst_FieldCode::returnsAnEmptyMapWithoutACluster_data()
+void tst_FieldCode::returnsEmptyMapWithoutCluster_data()
 {
     QTest::addColumn<QString>("fieldCode");
 
@@ -157,7 +157,7 @@ void tst_FieldCode::returnsAnEmptyMapWithoutACluster_data()
     row("not JSON", "{\\rtf1 hello}");
 }
 
-void tst_FieldCode::returnsAnEmptyMapWithoutACluster()
+void tst_FieldCode::returnsEmptyMapWithoutCluster()
 {
     QFETCH(QString, fieldCode);
     QCOMPARE(jsonFromFieldCode(fieldCode), QVariantMap());

@@ -7,20 +7,20 @@ class tst_PluginComServer_Batch : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void sendsTheBatch_data();
-    void sendsTheBatch();
-    void keepsTheBatchForAnotherRequest();
-    void resettingKeepsTheResults();
-    void addingKeepsTheResults();
-    void failureClearsOnlyTheResults_data();
-    void failureClearsOnlyTheResults();
-    void failsWithoutAnApplication();
-    void readsTheRejectedIndex_data();
-    void readsTheRejectedIndex();
-    void forgetsTheRejectedIndex();
+    void sendsBatch_data();
+    void sendsBatch();
+    void keepsBatchForNextRequest();
+    void resettingKeepsResults();
+    void addingKeepsResults();
+    void failureClearsOnlyResults_data();
+    void failureClearsOnlyResults();
+    void failsWithoutApplication();
+    void readsRejectedIndex_data();
+    void readsRejectedIndex();
+    void forgetsRejectedIndex();
 };
 
-void tst_PluginComServer_Batch::sendsTheBatch_data()
+void tst_PluginComServer_Batch::sendsBatch_data()
 {
     QTest::addColumn<QString>("style");
     QTest::addColumn<QString>("folder");
@@ -35,7 +35,7 @@ void tst_PluginComServer_Batch::sendsTheBatch_data()
                                           R"("tempDirectory":"/tmp/a b/%2","citationClusters":)")
                 + clusters + "}";
     };
-    QTest::newRow("nothing set") << QString() << QString() << QStringList()
+    QTest::newRow("empty batch") << QString() << QString() << QStringList()
                                  << QByteArray(R"({"citationStyleUrl":"","tempDirectory":"",)"
                                                R"("citationClusters":[]})");
     row("two citations in order",
@@ -50,7 +50,7 @@ void tst_PluginComServer_Batch::sendsTheBatch_data()
         R"("formattedText":"<i>ü\u0001</i>"}])");
 }
 
-void tst_PluginComServer_Batch::sendsTheBatch()
+void tst_PluginComServer_Batch::sendsBatch()
 {
     QFETCH(QString, style);
     QFETCH(QString, folder);
@@ -72,7 +72,7 @@ void tst_PluginComServer_Batch::sendsTheBatch()
     QVERIFY2(isSameJson(body, request), body);
 }
 
-void tst_PluginComServer_Batch::keepsTheBatchForAnotherRequest()
+void tst_PluginComServer_Batch::keepsBatchForNextRequest()
 {
     PluginComServer service;
     service.setCitationStyle(QStringLiteral("style"));
@@ -89,7 +89,7 @@ void tst_PluginComServer_Batch::keepsTheBatchForAnotherRequest()
     QCOMPARE(server.requests().at(2).body, server.requests().at(0).body);
 }
 
-void tst_PluginComServer_Batch::resettingKeepsTheResults()
+void tst_PluginComServer_Batch::resettingKeepsResults()
 {
     PluginComServer service;
     service.setTempDirectory(QStringLiteral("/tmp/x"));
@@ -111,7 +111,7 @@ void tst_PluginComServer_Batch::resettingKeepsTheResults()
     QCOMPARE(service.lastErrorCitationIndex(), 3);
 }
 
-void tst_PluginComServer_Batch::addingKeepsTheResults()
+void tst_PluginComServer_Batch::addingKeepsResults()
 {
     PluginComServer service;
     QVERIFY(format(server, service, 1, batchReply({goodEntry})));
@@ -120,12 +120,12 @@ void tst_PluginComServer_Batch::addingKeepsTheResults()
     QCOMPARE(result(service, 1), noResult);
 }
 
-void tst_PluginComServer_Batch::failureClearsOnlyTheResults_data()
+void tst_PluginComServer_Batch::failureClearsOnlyResults_data()
 {
     addFailedReplies(R"({"citationStyleUrl":"x","bibliography":"x","citationClusters":[{},{}]})");
 }
 
-void tst_PluginComServer_Batch::failureClearsOnlyTheResults()
+void tst_PluginComServer_Batch::failureClearsOnlyResults()
 {
     QFETCH(FailedReply, failure);
     PluginComServer service;
@@ -139,7 +139,7 @@ void tst_PluginComServer_Batch::failureClearsOnlyTheResults()
     QCOMPARE(service.lastError(), failure.error);
 }
 
-void tst_PluginComServer_Batch::failsWithoutAnApplication()
+void tst_PluginComServer_Batch::failsWithoutApplication()
 {
     const auto service = serviceWithoutApplication();
     service->setCitationStyle(QStringLiteral("mine"));
@@ -150,7 +150,7 @@ void tst_PluginComServer_Batch::failsWithoutAnApplication()
     QCOMPARE(service->lastError(), QStringLiteral("Connection refused"));
 }
 
-void tst_PluginComServer_Batch::readsTheRejectedIndex_data()
+void tst_PluginComServer_Batch::readsRejectedIndex_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<int>("expected");
@@ -180,7 +180,7 @@ void tst_PluginComServer_Batch::readsTheRejectedIndex_data()
     row("one level deeper", R"({"error":{"citationIndex":2}})", -1);
 }
 
-void tst_PluginComServer_Batch::readsTheRejectedIndex()
+void tst_PluginComServer_Batch::readsRejectedIndex()
 {
     QFETCH(QByteArray, reply);
     QFETCH(int, expected);
@@ -191,7 +191,7 @@ void tst_PluginComServer_Batch::readsTheRejectedIndex()
     }
 }
 
-void tst_PluginComServer_Batch::forgetsTheRejectedIndex()
+void tst_PluginComServer_Batch::forgetsRejectedIndex()
 {
     const ScriptedReply rejection = ScriptedReply::json(R"({"citationIndex":2})", 500);
     PluginComServer service;

@@ -7,21 +7,21 @@ class tst_PluginComServer_Dialogs : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void styleDialogReturnsTheChosenStyle_data();
-    void styleDialogReturnsTheChosenStyle();
-    void styleDialogReturnsTheStyleOfAFailedReplyToo_data();
-    void styleDialogReturnsTheStyleOfAFailedReplyToo();
-    void styleDialogStoresNothing();
+    void styleDialogReturnsChosenStyle_data();
+    void styleDialogReturnsChosenStyle();
+    void styleDialogReturnsStyleOfFailedReplyToo_data();
+    void styleDialogReturnsStyleOfFailedReplyToo();
+    void styleDialogDoesNotStoreStyle();
 
-    void sendsTheProcessId_data();
-    void sendsTheProcessId();
-    void sendsTheWordProcessor_data();
-    void sendsTheWordProcessor();
+    void sendsProcessId_data();
+    void sendsProcessId();
+    void sendsWordProcessor_data();
+    void sendsWordProcessor();
     void reportsFailuresInLastErrorOnly_data();
     void reportsFailuresInLastErrorOnly();
 };
 
-void tst_PluginComServer_Dialogs::styleDialogReturnsTheChosenStyle_data()
+void tst_PluginComServer_Dialogs::styleDialogReturnsChosenStyle_data()
 {
     QTest::addColumn<QString>("selected");
     QTest::addColumn<QByteArray>("request");
@@ -42,7 +42,7 @@ void tst_PluginComServer_Dialogs::styleDialogReturnsTheChosenStyle_data()
     row("cancelled", "a", R"({"currentStyleUrl":"a"})", R"({"currentStyleUrl":"a"})", "");
 }
 
-void tst_PluginComServer_Dialogs::styleDialogReturnsTheChosenStyle()
+void tst_PluginComServer_Dialogs::styleDialogReturnsChosenStyle()
 {
     QFETCH(QString, selected);
     QFETCH(QByteArray, request);
@@ -56,7 +56,7 @@ void tst_PluginComServer_Dialogs::styleDialogReturnsTheChosenStyle()
     QCOMPARE(service.lastError(), QString());
 }
 
-void tst_PluginComServer_Dialogs::styleDialogReturnsTheStyleOfAFailedReplyToo_data()
+void tst_PluginComServer_Dialogs::styleDialogReturnsStyleOfFailedReplyToo_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("expected");
@@ -65,7 +65,7 @@ void tst_PluginComServer_Dialogs::styleDialogReturnsTheStyleOfAFailedReplyToo_da
     QTest::newRow("no style") << QByteArray(R"({"error":"x"})") << QString();
 }
 
-void tst_PluginComServer_Dialogs::styleDialogReturnsTheStyleOfAFailedReplyToo()
+void tst_PluginComServer_Dialogs::styleDialogReturnsStyleOfFailedReplyToo()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, expected);
@@ -75,7 +75,7 @@ void tst_PluginComServer_Dialogs::styleDialogReturnsTheStyleOfAFailedReplyToo()
     QCOMPARE(service.lastError(), QStringLiteral("x"));
 }
 
-void tst_PluginComServer_Dialogs::styleDialogStoresNothing()
+void tst_PluginComServer_Dialogs::styleDialogDoesNotStoreStyle()
 {
     server.expect("POST", "/citationStyle/choose/interactive",
         ScriptedReply::json(R"({"citationStyleUrl":"b"})"));
@@ -85,7 +85,7 @@ void tst_PluginComServer_Dialogs::styleDialogStoresNothing()
     QCOMPARE(service.getCitationStyleId(), QStringLiteral("mine"));
 }
 
-void tst_PluginComServer_Dialogs::sendsTheProcessId_data()
+void tst_PluginComServer_Dialogs::sendsProcessId_data()
 {
     QTest::addColumn<int>("processId");
     QTest::addColumn<QByteArray>("request");
@@ -94,7 +94,7 @@ void tst_PluginComServer_Dialogs::sendsTheProcessId_data()
     QTest::newRow("largest") << 2147483647 << QByteArray(R"({"processId":2147483647})");
 }
 
-void tst_PluginComServer_Dialogs::sendsTheProcessId()
+void tst_PluginComServer_Dialogs::sendsProcessId()
 {
     QFETCH(int, processId);
     QFETCH(QByteArray, request);
@@ -106,7 +106,7 @@ void tst_PluginComServer_Dialogs::sendsTheProcessId()
     QCOMPARE(service.lastError(), QString());
 }
 
-void tst_PluginComServer_Dialogs::sendsTheWordProcessor_data()
+void tst_PluginComServer_Dialogs::sendsWordProcessor_data()
 {
     QTest::addColumn<QString>("processor");
     QTest::addColumn<QString>("version");
@@ -118,7 +118,7 @@ void tst_PluginComServer_Dialogs::sendsTheWordProcessor_data()
                            << QByteArray(R"({"wordProcessor":"","version":""})");
 }
 
-void tst_PluginComServer_Dialogs::sendsTheWordProcessor()
+void tst_PluginComServer_Dialogs::sendsWordProcessor()
 {
     QFETCH(QString, processor);
     QFETCH(QString, version);

@@ -8,18 +8,18 @@ class tst_PluginComServer_Launch : public PresenceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void doesNotStartARunningApplication();
-    void keepsTheLastErrorIfTheApplicationIsRunning();
-    void reportsAFailedStart_data();
-    void reportsAFailedStart();
-    void waitsForTheApi();
-    void asksAgainAfterAFailedThreadStart();
-    void failsIfTheProcessExitsAtOnce();
-    void startsAgainAfterAFailedStart();
+    void doesNotStartRunningApplication();
+    void keepsLastErrorIfApplicationIsRunning();
+    void reportsFailedStart_data();
+    void reportsFailedStart();
+    void waitsForApi();
+    void asksAgainAfterFailedThreadStart();
+    void failsIfProcessExitsAtOnce();
+    void startsAgainAfterFailedStart();
     void givesUpAfterTenSeconds();
 };
 
-void tst_PluginComServer_Launch::doesNotStartARunningApplication()
+void tst_PluginComServer_Launch::doesNotStartRunningApplication()
 {
     const RunningProcess application;
     server.expect("GET", path, processIdReply(application.id()));
@@ -32,7 +32,7 @@ void tst_PluginComServer_Launch::doesNotStartARunningApplication()
     QCOMPARE(service.lastError(), QString());
 }
 
-void tst_PluginComServer_Launch::keepsTheLastErrorIfTheApplicationIsRunning()
+void tst_PluginComServer_Launch::keepsLastErrorIfApplicationIsRunning()
 {
     const RunningProcess application;
     server.expect("GET", path, ScriptedReply::json(R"({"error":"starting"})", 503));
@@ -44,7 +44,7 @@ void tst_PluginComServer_Launch::keepsTheLastErrorIfTheApplicationIsRunning()
     QCOMPARE(service.lastError(), QStringLiteral("starting"));
 }
 
-void tst_PluginComServer_Launch::reportsAFailedStart_data()
+void tst_PluginComServer_Launch::reportsFailedStart_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("message");
@@ -55,7 +55,7 @@ void tst_PluginComServer_Launch::reportsAFailedStart_data()
         << -1234567 << QStringLiteral("Unable to start Tessaron Desktop: -1234567");
 }
 
-void tst_PluginComServer_Launch::reportsAFailedStart()
+void tst_PluginComServer_Launch::reportsFailedStart()
 {
     QFETCH(int, status);
     QFETCH(QString, message);
@@ -68,7 +68,7 @@ void tst_PluginComServer_Launch::reportsAFailedStart()
     QCOMPARE(fakeSystem.pauses.size(), 0);
 }
 
-void tst_PluginComServer_Launch::waitsForTheApi()
+void tst_PluginComServer_Launch::waitsForApi()
 {
     const RunningProcess application;
     server.expect("GET", path, ScriptedReply::json("", 404));
@@ -84,7 +84,7 @@ void tst_PluginComServer_Launch::waitsForTheApi()
     QCOMPARE(service.lastError(), QStringLiteral("starting"));
 }
 
-void tst_PluginComServer_Launch::asksAgainAfterAFailedThreadStart()
+void tst_PluginComServer_Launch::asksAgainAfterFailedThreadStart()
 {
     const ThreadMessageFilter filter;
     const RunningProcess application;
@@ -96,7 +96,7 @@ void tst_PluginComServer_Launch::asksAgainAfterAFailedThreadStart()
     QCOMPARE(fakeSystem.pauses.size(), 0);
 }
 
-void tst_PluginComServer_Launch::failsIfTheProcessExitsAtOnce()
+void tst_PluginComServer_Launch::failsIfProcessExitsAtOnce()
 {
     RunningProcess application;
     application.end();
@@ -110,7 +110,7 @@ void tst_PluginComServer_Launch::failsIfTheProcessExitsAtOnce()
     QCOMPARE(service.lastError(), QStringLiteral("gone"));
 }
 
-void tst_PluginComServer_Launch::startsAgainAfterAFailedStart()
+void tst_PluginComServer_Launch::startsAgainAfterFailedStart()
 {
     const RunningProcess application;
     PluginComServer service;

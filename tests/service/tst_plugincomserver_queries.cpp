@@ -35,23 +35,23 @@ class tst_PluginComServer_Queries : public ServiceTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void returnsTheTextOfTheReply_data();
-    void returnsTheTextOfTheReply();
-    void returnsAMessageOnFailure_data();
-    void returnsAMessageOnFailure();
-    void returnsAMessageWithoutAnApplication();
-    void keepsLastErrorAfterASuccess();
+    void returnsTextOfReply_data();
+    void returnsTextOfReply();
+    void returnsMessageOnFailure_data();
+    void returnsMessageOnFailure();
+    void returnsMessageWithoutApplication();
+    void keepsLastErrorAfterSuccess();
 
-    void listsTheRecentStyles_data();
-    void listsTheRecentStyles();
+    void listsRecentStyles_data();
+    void listsRecentStyles();
     void listsNoStylesOnFailure_data();
     void listsNoStylesOnFailure();
-    void listsStylesIntoOneListGivenTwice();
+    void acceptsSameListForIdsAndTitles();
 };
 
 // Queries that return one text
 
-void tst_PluginComServer_Queries::returnsTheTextOfTheReply_data()
+void tst_PluginComServer_Queries::returnsTextOfReply_data()
 {
     QTest::addColumn<QByteArray>("reply"); // with KEY for the query's key
     QTest::addColumn<QString>("expected");
@@ -68,7 +68,7 @@ void tst_PluginComServer_Queries::returnsTheTextOfTheReply_data()
     row("empty body", "", "");
 }
 
-void tst_PluginComServer_Queries::returnsTheTextOfTheReply()
+void tst_PluginComServer_Queries::returnsTextOfReply()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, expected);
@@ -82,7 +82,7 @@ void tst_PluginComServer_Queries::returnsTheTextOfTheReply()
     }
 }
 
-void tst_PluginComServer_Queries::returnsAMessageOnFailure_data()
+void tst_PluginComServer_Queries::returnsMessageOnFailure_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QByteArray>("reply"); // with KEY for the query's key
@@ -95,7 +95,7 @@ void tst_PluginComServer_Queries::returnsAMessageOnFailure_data()
         << 500 << QByteArray(R"({"error":{"text":"x"}})") << QString();
 }
 
-void tst_PluginComServer_Queries::returnsAMessageOnFailure()
+void tst_PluginComServer_Queries::returnsMessageOnFailure()
 {
     QFETCH(int, status);
     QFETCH(QByteArray, reply);
@@ -110,7 +110,7 @@ void tst_PluginComServer_Queries::returnsAMessageOnFailure()
     QCOMPARE(service.getCitationStyleId(), QString());
 }
 
-void tst_PluginComServer_Queries::returnsAMessageWithoutAnApplication()
+void tst_PluginComServer_Queries::returnsMessageWithoutApplication()
 {
     const auto service = serviceWithoutApplication();
     for (const Query& query : queries) {
@@ -119,7 +119,7 @@ void tst_PluginComServer_Queries::returnsAMessageWithoutAnApplication()
     }
 }
 
-void tst_PluginComServer_Queries::keepsLastErrorAfterASuccess()
+void tst_PluginComServer_Queries::keepsLastErrorAfterSuccess()
 {
     server.expect("GET", "/userUuid", ScriptedReply::json(R"({"error":"former"})", 500));
     server.expect("GET", "/userUuid", ScriptedReply::json(R"({"uuid":"u"})"));
@@ -131,7 +131,7 @@ void tst_PluginComServer_Queries::keepsLastErrorAfterASuccess()
 
 // Recent styles
 
-void tst_PluginComServer_Queries::listsTheRecentStyles_data()
+void tst_PluginComServer_Queries::listsRecentStyles_data()
 {
     QTest::addColumn<QByteArray>("styles");
     QTest::addColumn<QStringList>("ids");
@@ -160,7 +160,7 @@ void tst_PluginComServer_Queries::listsTheRecentStyles_data()
     row("string in place of the list", R"("u")", "", "");
 }
 
-void tst_PluginComServer_Queries::listsTheRecentStyles()
+void tst_PluginComServer_Queries::listsRecentStyles()
 {
     QFETCH(QByteArray, styles);
     QFETCH(QStringList, ids);
@@ -194,7 +194,7 @@ void tst_PluginComServer_Queries::listsNoStylesOnFailure()
     QCOMPARE(service.lastError(), failure.error);
 }
 
-void tst_PluginComServer_Queries::listsStylesIntoOneListGivenTwice()
+void tst_PluginComServer_Queries::acceptsSameListForIdsAndTitles()
 {
     server.expect("GET", "/citationStyles/default",
         ScriptedReply::json(R"({"citationStyles":[{"url":"u","title":"t"}]})"));

@@ -20,8 +20,8 @@ private Q_SLOTS:
     void readsUtf16();
     void limitsNesting_data();
     void limitsNesting();
-    void readsSpecialUnitsAtEveryPlace_data();
-    void readsSpecialUnitsAtEveryPlace();
+    void readsSpecialUnitsAtEveryPosition_data();
+    void readsSpecialUnitsAtEveryPosition();
     void distinguishesSimilarTexts();
 };
 
@@ -301,7 +301,7 @@ void tst_JsonReader::limitsNesting()
     QCOMPARE(JsonUtils::parseText(inUtf16(json)).isValid(), valid);
 }
 
-void tst_JsonReader::readsSpecialUnitsAtEveryPlace_data()
+void tst_JsonReader::readsSpecialUnitsAtEveryPosition_data()
 {
     QTest::addColumn<QByteArray>("written");
     QTest::addColumn<QString>("read");
@@ -325,16 +325,16 @@ void tst_JsonReader::readsSpecialUnitsAtEveryPlace_data()
     row("\xF0\x9D\x84\x9E", text("\U0001D11E"));
 }
 
-void tst_JsonReader::readsSpecialUnitsAtEveryPlace()
+void tst_JsonReader::readsSpecialUnitsAtEveryPosition()
 {
     QFETCH(QByteArray, written);
     QFETCH(QString, read);
     const QByteArray letters(
         "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ{}[]:,.-");
     for (int length = 0; length <= letters.size(); ++length) {
-        for (int place = 0; place <= length; ++place) {
-            const QByteArray before = letters.left(place);
-            const QByteArray after = letters.mid(place, length - place);
+        for (int position = 0; position <= length; ++position) {
+            const QByteArray before = letters.left(position);
+            const QByteArray after = letters.mid(position, length - position);
             const QString expected = QString::fromUtf8(before) + read + QString::fromUtf8(after);
             const QByteArray json = '"' + before + written + after + '"';
             QCOMPARE(described(parseExactly(json)), described(expected));

@@ -37,8 +37,8 @@ private Q_SLOTS:
     void keepsDoubles();
     void keepsRandomDoubles();
     void writesEveryCharacter();
-    void escapesAtEveryPlace_data();
-    void escapesAtEveryPlace();
+    void escapesAtEveryPosition_data();
+    void escapesAtEveryPosition();
     void startsWithPrefix_data();
     void startsWithPrefix();
     void writesLongTexts();
@@ -252,7 +252,7 @@ void tst_JsonWriter::writesEveryCharacter()
     QVERIFY(JsonUtils::serializeToText(all) == QLatin1Char('"') + all + QLatin1Char('"'));
 }
 
-void tst_JsonWriter::escapesAtEveryPlace_data()
+void tst_JsonWriter::escapesAtEveryPosition_data()
 {
     QTest::addColumn<QString>("special");
     QTest::addColumn<QByteArray>("written");
@@ -280,16 +280,16 @@ void tst_JsonWriter::escapesAtEveryPlace_data()
     row(QString(QChar(0xDFFF)), "\\udfff");
 }
 
-void tst_JsonWriter::escapesAtEveryPlace()
+void tst_JsonWriter::escapesAtEveryPosition()
 {
     QFETCH(QString, special);
     QFETCH(QByteArray, written);
     const QByteArray letters(
         "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ{}[]:,.-");
     for (int length = 0; length <= letters.size(); ++length) {
-        for (int place = 0; place <= length; ++place) {
-            const QByteArray before = letters.left(place);
-            const QByteArray after = letters.mid(place, length - place);
+        for (int position = 0; position <= length; ++position) {
+            const QByteArray before = letters.left(position);
+            const QByteArray after = letters.mid(position, length - position);
             const QString value = QString::fromUtf8(before) + special + QString::fromUtf8(after);
             const QByteArray expected = '"' + before + written + after + '"';
             QCOMPARE(JsonUtils::serialize(value), expected);
