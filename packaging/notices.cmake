@@ -71,6 +71,6 @@ add_custom_command(OUTPUT bridge.o
     COMMAND_EXPAND_LISTS)
 add_custom_target(relinkable ALL DEPENDS bridge.o)
 
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/bridge.o ${qt_prefix}/build-qt.txt
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/bridge.o ${qt_prefix}/build-qt.txt tls_get_addr.ld
     DESTINATION ${documents}/relink COMPONENT bridge)
 install(PROGRAMS relink.sh DESTINATION ${documents}/relink COMPONENT bridge)

@@ -11,9 +11,9 @@ if [ $# -ne 2 ]; then
     exit 2
 fi
 qt=$1
+folder=$(dirname "$0")
 exec ${CXX:-c++} -fno-lto -static-libstdc++ -static-libgcc -Wl,--gc-sections \
-    -Wl,--defsym=__tls_get_addr=0 -o "$2" \
-    "$(dirname "$0")/bridge.o" \
+    -o "$2" "$folder/bridge.o" "$folder/tls_get_addr.ld" \
     "$qt/lib/libQt5Network.a" "$qt/lib/libQt5Core.a" "$qt/lib/libqtpcre2.a" \
     "$(pkg-config --variable=libdir glib-2.0)/libglib-2.0.a" \
     "$(pkg-config --variable=libdir libpcre2-8)/libpcre2-8.a" \

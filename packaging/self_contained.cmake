@@ -20,9 +20,7 @@ else()
     set(CMAKE_CXX_COMPILE_OPTIONS_IPO -flto=auto -ffat-lto-objects)
     add_compile_options(-ffunction-sections -fdata-sections)
     add_link_options(-static-libstdc++ -static-libgcc -Wl,--gc-sections
-        # The linker replaces every call of this function in an executable. Without this definition
-        # it would still add the dynamic loader to the libraries that the program needs.
-        -Wl,--defsym=__tls_get_addr=0)
+        $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:${CMAKE_CURRENT_LIST_DIR}/tls_get_addr.ld>)
 endif()
 
 # The tests added after this call link the libraries without optimising them again for each test.

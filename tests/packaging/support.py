@@ -33,6 +33,7 @@ if os.environ["SELF_CONTAINED"] == "ON":
             "relink/bridge.o",
             "relink/build-qt.txt",
             "relink/relink.sh",
+            "relink/tls_get_addr.ld",
             "licences/LGPL-2.1",
             "licences/LICENSE.GPL3",
             "licences/LICENSE.LGPL3",

@@ -1,5 +1,6 @@
 """The self-contained program: the libraries that it loads, and what is linked into it."""
 
+import os
 import re
 import unittest
 
@@ -28,6 +29,25 @@ class SelfContainedTest(Case):
         names = {path.rsplit("/", 1)[-1] for path in loaded}
         self.assertLessEqual({"libc.so.6", "libm.so.6"}, names)
         self.assertLessEqual(names, {"libc.so.6", "libm.so.6", "ld-linux-x86-64.so.2"})
+
+    def test_preloaded_library_finds_its_thread_local_data(self):
+        folder = self.temporary_folder()
+        source = folder / "library.cpp"
+        source.write_text(
+            "thread_local int value;\nnamespace { struct Loaded { Loaded() { ++value; } } loaded; }\n"
+        )
+        library = folder / "library.so"
+        run(os.environ["CXX"], "-fPIC", "-shared", "-o", library, source)
+        self.assertIn("__tls_get_addr", run("nm", "--dynamic", library))
+        (folder / "mac-word-plugin-args.txt").write_bytes(b"")
+        home = home_without_application(folder / "config")
+        run(BRIDGE, "isTessaronRunning", folder, env={**home, "LD_PRELOAD": str(library)})
+
+    def test_no_call_of_the_loader_for_thread_local_data_is_left(self):
+        # The linker gave the loader's function the address 0.
+        code = run("objdump", "--disassemble", "--no-show-raw-insn", BRIDGE)
+        self.assertIn("call", code)
+        self.assertEqual(re.findall(r".*(?:call|jmp) +0 <.*", code), [])
 
     def test_contains_no_plugin_of_qt(self):
         symbols = run("nm", "--defined-only", BRIDGE)
