@@ -11,6 +11,14 @@ file(STRINGS ${qt_prefix}/build-qt.txt qt_source REGEX "^source: ")
 string(REGEX REPLACE "^source: package (.*)" "Debian source package \\1" qt_source "${qt_source}")
 string(REGEX REPLACE "^source: .*" "qtbase ${Qt${QT_MAJOR}_VERSION}" qt_source "${qt_source}")
 
+set(qt_version ${Qt${QT_MAJOR}_VERSION})
+set(qt_wanted_5 5.15)
+set(qt_wanted_6 "6.4 or later")
+set(qt_wanted ${qt_wanted_${QT_MAJOR}})
+set(qt_libraries_5 "-lQt5Network -lQt5Core -lqtpcre2")
+set(qt_libraries_6 "-lQt6Network -lQt6Core -lQt6BundledPcre2 -lQt6BundledZLIB")
+set(qt_libraries ${qt_libraries_${QT_MAJOR}})
+
 # library_source(RESULT PACKAGE MODULE): sets RESULT to Debian's source package and its version. If
 # PACKAGE is not installed, sets it to the version that pkg-config reports for MODULE.
 function(library_source result package module)
@@ -29,6 +37,7 @@ library_source(glib_source libglib2.0-dev glib-2.0)
 library_source(pcre2_source libpcre2-dev libpcre2-8)
 
 configure_file(NOTICES.md.in NOTICES.md @ONLY)
+configure_file(relink.sh relink.sh @ONLY)
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/NOTICES.md DESTINATION ${documents} COMPONENT bridge)
 install(DIRECTORY ${qt_prefix}/licences/ DESTINATION ${documents}/licences COMPONENT bridge)
@@ -73,4 +82,4 @@ add_custom_target(relinkable ALL DEPENDS bridge.o)
 
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/bridge.o ${qt_prefix}/build-qt.txt tls_get_addr.ld
     DESTINATION ${documents}/relink COMPONENT bridge)
-install(PROGRAMS relink.sh DESTINATION ${documents}/relink COMPONENT bridge)
+install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/relink.sh DESTINATION ${documents}/relink COMPONENT bridge)

@@ -3,7 +3,7 @@
 #
 #   relink.sh QT-PREFIX PROGRAM
 #
-# QT-PREFIX is the folder of a static Qt 5.15 with Core and Network, configured with the options in
+# QT-PREFIX is the folder of a static Qt @qt_wanted@ with Core and Network, configured with the options in
 # build-qt.txt. pkg-config finds GLib and PCRE2; set PKG_CONFIG_PATH to use others.
 set -eu
 if [ $# -ne 2 ]; then
@@ -14,7 +14,7 @@ qt=$1
 folder=$(dirname "$0")
 exec ${CXX:-c++} -fno-lto -static-libstdc++ -static-libgcc -Wl,--gc-sections \
     -o "$2" "$folder/bridge.o" "$folder/tls_get_addr.ld" \
-    "$qt/lib/libQt5Network.a" "$qt/lib/libQt5Core.a" "$qt/lib/libqtpcre2.a" \
+    -L"$qt/lib" @qt_libraries@ \
     "$(pkg-config --variable=libdir glib-2.0)/libglib-2.0.a" \
     "$(pkg-config --variable=libdir libpcre2-8)/libpcre2-8.a" \
     -lm -lpthread -ldl

@@ -35,8 +35,6 @@ if os.environ["SELF_CONTAINED"] == "ON":
             "relink/relink.sh",
             "relink/tls_get_addr.ld",
             "licences/LGPL-2.1",
-            "licences/LICENSE.GPL3",
-            "licences/LICENSE.LGPL3",
             "licences/double-conversion-LICENSE",
             "licences/forkfd-LICENSE",
             "licences/libpcre2-copyright",
@@ -48,6 +46,16 @@ if os.environ["SELF_CONTAINED"] == "ON":
             "licences/text-UNICODE_LICENSE.txt",
             "licences/tinycbor-LICENSE",
             "licences/zlib-LICENSE",
+            *{
+                "5": ("licences/LICENSE.GPL3", "licences/LICENSE.LGPL3"),
+                "6": (
+                    "licences/GPL-3.0-only.txt",
+                    "licences/LGPL-3.0-only.txt",
+                    "licences/blake2-COPYING",
+                    "licences/kernel-QEVENTDISPATCHER_CF_LICENSE.txt",
+                    "licences/tools-LICENSE.siphash",
+                ),
+            }[QT_MAJOR],
         )
     ]
 INSTALLED.sort()

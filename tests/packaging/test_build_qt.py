@@ -6,6 +6,7 @@ import signal
 import subprocess
 import time
 import unittest
+from pathlib import Path
 
 from support import SOURCE, Case, files_below, skip
 
@@ -28,6 +29,24 @@ printf 'sub-src-qmake_all sub-qmake-qmake-aux-pro-install_subtargets install_mks
 } > src/Makefile
 """
 
+# Of Qt 6: a project for CMake, with a plug-in.
+CONFIGURE_6 = r"""#!/bin/sh
+set -e
+for argument; do printf '%s\n' "$argument"; done > options
+cmake -G Ninja -DCMAKE_INSTALL_PREFIX=/usr/local/qt-static "$(dirname "$0")"
+"""
+PROJECT_6 = """cmake_minimum_required(VERSION 3.24)
+project(qtbase NONE)
+add_custom_target(compile ALL COMMAND sh -c "$ENV{COMPILE}" VERBATIM)
+file(WRITE ${CMAKE_BINARY_DIR}/code "code\n")
+foreach(file lib/libQt6Core.a plugins/tls/libqtlsbackend.a
+        lib/cmake/Qt6Network/Qt6NetworkConfig.cmake lib/cmake/Qt6Network/Qt6QTlsBackendPluginConfig.cmake)
+    get_filename_component(folder ${file} DIRECTORY)
+    get_filename_component(name ${file} NAME)
+    install(FILES ${CMAKE_BINARY_DIR}/code DESTINATION ${folder} RENAME ${name})
+endforeach()
+"""
+
 
 class BuildQtTest(Case):
     def setUp(self):
@@ -40,23 +59,40 @@ class BuildQtTest(Case):
         self.make_source("5.15.8")
 
     def make_source(self, version):
-        (self.source / "src").mkdir(parents=True)
-        (self.source / ".qmake.conf").write_text(f"MODULE_VERSION = {version}\n")
-        (self.source / "configure").write_text(CONFIGURE)
+        shutil.rmtree(self.source, ignore_errors=True)
+        if version.startswith("6."):
+            files = {
+                ".cmake.conf": f'# The version\nset(QT_REPO_MODULE_VERSION "{version}")\n',
+                "configure": CONFIGURE_6,
+                "CMakeLists.txt": PROJECT_6,
+                "LICENSES/LGPL-3.0-only.txt": "text\n",
+                "LICENSES/GPL-3.0-only.txt": "text\n",
+            }
+        else:
+            files = {
+                ".qmake.conf": f"MODULE_VERSION = {version}\n",
+                "configure": CONFIGURE,
+                "LICENSE.LGPL3": "text\n",
+                "LICENSE.GPL3": "text\n",
+            }
+        for name, text in {**files, "src/3rdparty/zlib/LICENSE": "text\n"}.items():
+            (self.source / name).parent.mkdir(parents=True, exist_ok=True)
+            (self.source / name).write_text(text)
         (self.source / "configure").chmod(0o755)
-        for name in ("LICENSE.LGPL3", "LICENSE.GPL3"):
-            (self.source / name).write_text("text\n")
 
     def program(self, name, script):
         path = self.programs / name
         path.write_text(f"#!/bin/sh\n{script}\n")
         path.chmod(0o755)
 
-    def start(self, *arguments, compile="@true", **options):
+    def stamp(self):
+        return (self.prefix / STAMP).read_text().splitlines()
+
+    def start(self, *arguments, compile="@true", path=os.environ["PATH"], **options):
         return subprocess.Popen(
             [str(TOOL), *map(str, arguments)],
             cwd=self.folder,
-            env={**os.environ, "PATH": f"{self.programs}:{os.environ['PATH']}", "COMPILE": compile},
+            env={**os.environ, "PATH": f"{self.programs}:{path}", "COMPILE": compile},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             encoding="utf-8", start_new_session=True, **options,
         )  # fmt: skip
@@ -116,21 +152,21 @@ class PrefixTest(BuildQtTest):
 
 class SourceTest(BuildQtTest):
     def test_refuses_missing_source(self):
-        self.assertRefuses("is not an unpacked qtbase 5.15", "qt", "nowhere")
+        self.assertRefuses("is not an unpacked qtbase 5.15, or 6.4 or later", "qt", "nowhere")
 
     def test_refuses_source_that_is_not_qtbase(self):
         (self.source / ".qmake.conf").unlink()
         self.assertRefuses("Please give the folder of the module qtbase", "qt", self.source)
 
     def test_refuses_other_versions(self):
-        for version in ("5.12.8", "5.150.0", "6.4.2", "5.1"):
-            shutil.rmtree(self.source)
+        for version in ("5.12.8", "5.150.0", "5.1", "6.3.2", "6.40", "60.4.0", "7.0.0"):
             self.make_source(version)
-            self.assertRefuses("The bridge is built with 5.15", "qt", self.source)
+            self.assertRefuses("The bridge is built with 5.15, or 6.4 or later; please give",
+                               "qt", self.source)  # fmt: skip
 
     def test_reports_missing_source_package(self):
         self.program("apt-get", "echo 'E: Unable to find a source package'; exit 100")
-        self.assertRefuses("please give an unpacked qtbase 5.15 as SOURCE", "qt")
+        self.assertRefuses("please give an unpacked qtbase 5.15, or 6.4 or later, as SOURCE", "qt")
 
     def test_reports_damaged_source_package(self):
         self.program("apt-get", "case $* in *update) ;; *) echo damaged > qtbase_5.15.8.dsc ;; esac")
@@ -194,12 +230,74 @@ class BuildTest(BuildQtTest):
             self.assertIn(f"option: {option}\n", options)
 
 
+class Qt6Test(BuildQtTest):
+    def setUp(self):
+        super().setUp()
+        self.make_source("6.4.2")
+
+    def test_is_built_with_the_options_and_licences_of_qt_6(self):
+        self.build("qt", self.source, compile="true")
+        self.assertEqual(
+            files_below(self.prefix),
+            [STAMP, "lib/cmake/Qt6Network/Qt6NetworkConfig.cmake", "lib/libQt6Core.a",
+             "licences/GPL-3.0-only.txt", "licences/LGPL-3.0-only.txt", "licences/zlib-LICENSE"],
+        )  # fmt: skip
+        for line in ("qtbase: 6.4.2", "option: -static", "option: -no-gui", "option: -no-feature-ssl"):
+            self.assertIn(line, self.stamp())
+        self.assertNotIn("option: -no-feature-bearermanagement", self.stamp())
+
+    def test_later_versions_are_built(self):
+        for version in ("6.4.0", "6.9.3", "6.10.1"):
+            self.make_source(version)
+            self.build("qt", self.source, compile="true")
+            self.assertIn(f"qtbase: {version}", self.stamp())
+
+    def test_says_how_to_use_it(self):
+        output = self.build("qt", self.source, compile="true")
+        self.assertIn(f"CMAKE_PREFIX_PATH={self.prefix} cmake --preset self-contained -DBRIDGE_QT=6",
+                      output.splitlines()[-1])  # fmt: skip
+
+    def test_complete_prefix_is_not_built_again(self):
+        self.build("qt", self.source, compile="true")
+        self.assertIn("holds Qt 6.4.2 already", self.build("qt", self.source, compile="false"))
+
+    def test_replaces_the_other_version(self):
+        self.build("qt", self.source, compile="true")
+        for version, library in (("5.15.8", "libQt5Core.a"), ("6.4.2", "libQt6Core.a")):
+            self.make_source(version)
+            self.build("qt", self.source, compile="true")
+            self.assertIn(f"qtbase: {version}", self.stamp())
+            self.assertEqual([path.name for path in self.prefix.rglob("*.a")], [library])
+
+    def test_failed_build_keeps_the_other_version(self):
+        self.make_source("5.15.8")
+        self.build("qt", self.source)
+        before = files_below(self.prefix)
+        self.make_source("6.4.2")
+        output = self.build("qt", self.source, compile="echo no such header; false", status=1)
+        self.assertIn("no such header", output)
+        self.assertIn('"Compiling" failed. The end of', output.splitlines()[-1])
+        self.assertEqual(files_below(self.prefix), before)
+
+    def test_missing_tools_are_named(self):
+        without = self.folder / "without"
+        without.mkdir()
+        hidden = {"cmake", "ninja", "sudo", "id"}
+        for folder in ("/bin", "/usr/bin"):
+            for program in Path(folder).iterdir():
+                if program.name not in hidden and not (without / program.name).exists():
+                    (without / program.name).symlink_to(program)
+        self.program("id", "echo 1000")
+        self.assertRefuses("As root, run: apt-get install --no-install-recommends cmake ninja-build",
+                           "qt", self.source, path=without)  # fmt: skip
+
+
 class InterruptionTest(BuildQtTest):
     SLOW = "@echo $$$$ > $(CURDIR)/started; exec sleep 300"
 
-    def interrupt(self, number):
-        process = self.start("qt", self.source, compile=self.SLOW)
-        started = self.work / "build" / "src" / "started"
+    def interrupt(self, number, compile=SLOW, started="src/started"):
+        process = self.start("qt", self.source, compile=compile)
+        started = self.work / "build" / started
         deadline = time.monotonic() + 30
         while not (started.exists() and started.read_text().strip()):
             self.assertLess(time.monotonic(), deadline, "The build did not start.")
@@ -229,6 +327,13 @@ class InterruptionTest(BuildQtTest):
         self.assertEnds(compiler)
         self.assertStartsAgain()
 
+    def test_ends_the_build_of_qt_6_after_ctrl_c(self):
+        self.make_source("6.4.2")
+        output, compiler = self.interrupt(signal.SIGINT, "echo $$ > started; exec sleep 300", "started")
+        self.assertIn("Run the same command again", output.splitlines()[-1])
+        self.assertEnds(compiler)
+        self.assertFalse(self.prefix.exists())
+
     def test_starts_again_after_termination(self):
         _, compiler = self.interrupt(signal.SIGTERM)
         self.assertEnds(compiler)
@@ -241,7 +346,7 @@ class InterruptionTest(BuildQtTest):
 
 
 if __name__ == "__main__":
-    for tool in ("make", "g++", "perl", "dpkg-source"):
+    for tool in ("make", "g++", "perl", "cmake", "ninja", "dpkg-source"):
         if shutil.which(tool) is None:
             skip(f"{tool} is not installed.")
     unittest.main()
