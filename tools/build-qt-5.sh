@@ -1,7 +1,7 @@
 # What tools/build-qt does for Qt 5. Sourced, not run.
 
 build_tools=(g++=g++ make=make perl=perl)
-compile_time="5 minutes on two cores"
+compile_time="5 to 10 minutes on two cores"
 qt_licences=(LICENSE.LGPL3 LICENSE.GPL3)
 
 # The plug-ins of bearer management would be linked in, and a system bus that never replies would block

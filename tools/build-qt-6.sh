@@ -1,7 +1,7 @@
 # What tools/build-qt does for Qt 6. Sourced, not run.
 
 build_tools=(g++=g++ cmake=cmake ninja-build=ninja perl=perl)
-compile_time="10 minutes on two cores"
+compile_time="10 to 15 minutes on two cores"
 qt_licences=(LICENSES/LGPL-3.0-only.txt LICENSES/GPL-3.0-only.txt)
 code_licences+=(
     LICENSES/Unicode-{3.0,DFS-2016}.txt

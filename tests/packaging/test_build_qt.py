@@ -113,8 +113,9 @@ class PrefixTest(BuildQtTest):
     def test_prints_its_usage_without_argument(self):
         self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build(status=2))
 
-    def test_prints_its_usage_for_empty_prefix(self):
-        self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build("", self.source, status=2))
+    def test_prints_its_usage_for_empty_prefix_and_for_options(self):
+        for prefix in ("", "--help", "-j2"):
+            self.assertIn("tools/build-qt PREFIX [SOURCE]", self.build(prefix, self.source, status=2))
 
     def test_refuses_whitespace_in_prefix(self):
         for prefix in ("with space", "with\ttab", "with\nnewline"):
@@ -213,7 +214,7 @@ class BuildTest(BuildQtTest):
     def test_prints_each_step_and_its_usual_duration(self):
         output = self.build("qt", self.source)
         self.assertIn("== 3 of 5: Configuring (usually 2 minutes)", output)
-        self.assertIn("== 4 of 5: Compiling (usually 5 minutes on two cores)", output)
+        self.assertIn("== 4 of 5: Compiling (usually 5 to 10 minutes on two cores)", output)
 
     def test_refuses_disk_with_too_little_space(self):
         self.program("df", "echo header; echo disk 9 9 1000 9% /")
@@ -235,7 +236,7 @@ class Qt6Test(BuildQtTest):
         super().setUp()
         self.make_source("6.4.2")
 
-    def test_is_built_with_the_options_and_licences_of_qt_6(self):
+    def test_is_built_with_options_and_licences_of_qt_6(self):
         self.build("qt", self.source, compile="true")
         self.assertEqual(
             files_below(self.prefix),
@@ -261,7 +262,7 @@ class Qt6Test(BuildQtTest):
         self.build("qt", self.source, compile="true")
         self.assertIn("holds Qt 6.4.2 already", self.build("qt", self.source, compile="false"))
 
-    def test_replaces_the_other_version(self):
+    def test_replaces_other_version(self):
         self.build("qt", self.source, compile="true")
         for version, library in (("5.15.8", "libQt5Core.a"), ("6.4.2", "libQt6Core.a")):
             self.make_source(version)
@@ -269,7 +270,7 @@ class Qt6Test(BuildQtTest):
             self.assertIn(f"qtbase: {version}", self.stamp())
             self.assertEqual([path.name for path in self.prefix.rglob("*.a")], [library])
 
-    def test_failed_build_keeps_the_other_version(self):
+    def test_failed_build_keeps_other_version(self):
         self.make_source("5.15.8")
         self.build("qt", self.source)
         before = files_below(self.prefix)
@@ -327,7 +328,7 @@ class InterruptionTest(BuildQtTest):
         self.assertEnds(compiler)
         self.assertStartsAgain()
 
-    def test_ends_the_build_of_qt_6_after_ctrl_c(self):
+    def test_ends_build_of_qt_6_after_ctrl_c(self):
         self.make_source("6.4.2")
         output, compiler = self.interrupt(signal.SIGINT, "echo $$ > started; exec sleep 300", "started")
         self.assertIn("Run the same command again", output.splitlines()[-1])
