@@ -25,7 +25,8 @@ Option Private Module
 '   TessaronKeepPlace position               remembers a position in the selection's story; it moves
 '                                            with the text while the user types
 '   TessaronKeptPlace() As Variant           that position as a place
-'   TessaronBeginChange, TessaronEndChange succeeded   one undo step; undone if not succeeded
+'   TessaronBeginChange                      begins one undo step
+'   TessaronEndChange succeeded              ends it; undoes it if `succeeded` is False
 '   TessaronAddField(code) As Long           adds a field at the kept place
 '   TessaronSetCode number, code
 '   TessaronSetRuns number, runs             vbCr in a text starts a paragraph

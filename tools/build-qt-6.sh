@@ -25,7 +25,8 @@ configure_qt() {
 }
 
 compile_qt() {
-    # With exec, an interrupted build-qt waits until ninja has ended the compilers.
+    # With exec, ninja is the process that build-qt waits for, so the compilers have ended when build-qt
+    # does.
     exec ninja -C "$work/build" -j "$(getconf _NPROCESSORS_ONLN)"
 }
 

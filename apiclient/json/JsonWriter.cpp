@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int chunkSize = 16; // code units for which the buffer is extended at a time
+constexpr int chunkSize = 16; // the buffer is extended for this many code units at once
 constexpr int longestEscape = 6; // \uXXXX
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 

@@ -29,8 +29,8 @@ const readable = (markup) => plainText(parseAnyText(markup));
 
 /** Starts the stand-in for the application and resolves to its process and port. */
 function startDesktop() {
-    // On macOS the bridge reads the port from the user's preferences. No port is set there, so it uses
-    // the default port.
+    // On macOS the bridge reads the port from the user's preferences. This assumes that no port is
+    // set there.
     const port = process.platform === 'darwin' ? '50002' : '0';
     const desktop = spawn(process.execPath, [DESKTOP, '--port', port],
         { stdio: ['ignore', 'pipe', 'inherit'] });

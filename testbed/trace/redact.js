@@ -104,8 +104,8 @@ function redactOther(line, replace) {
 }
 
 /**
- * Returns the redacted lines of a trace. Uses the placeholders that turn the fewest values into other
- * values of the trace, so that no original value seems to remain.
+ * Returns the redacted lines of a trace. Chooses the placeholders so that as few as possible equal an
+ * original value of the trace.
  */
 function redact(file) {
     readTrace(file); // reports a trace that cannot be used

@@ -90,7 +90,7 @@ protected:
         return (problems << server->problem()).join(QLatin1Char(' ')).trimmed();
     }
 
-    /// Returns `size` bytes that take every value, with a long period.
+    /// Returns `size` bytes that contain every byte value and repeat only after a long period.
     static QByteArray pattern(int size)
     {
         QByteArray bytes(size, Qt::Uninitialized);

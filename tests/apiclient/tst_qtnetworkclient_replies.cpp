@@ -310,7 +310,8 @@ void tst_QtNetworkClientReplies::limitsReplySize()
     QCOMPARE(qint64(response.body.size()), accepted ? size : 0);
     QCOMPARE(client->lastError(),
         accepted ? text("Unknown error") : text("The reply is larger than 512 MB"));
-    // The client closes the connection instead of receiving the rest.
+    // The client closes the connection instead of receiving the rest. A reply just above the limit
+    // may already be in the buffers of the sockets.
     QCOMPARE(streaming.unsent > 0, size > 600 * megabyte);
 }
 

@@ -246,8 +246,8 @@ class MergeTest(ExampleCase):
 
     def test_refuses_other_selections(self):
         rows = {
-            "one citation": (self.neighbours(), ((0, 1), (2, 1)), "Select two or more citations"),
-            "no citation": (self.neighbours(), ((0, 1),), "Select two or more citations"),
+            "one citation": (self.neighbours(), ((0, 1), (2, 1)), "Select two or more adjacent citations"),
+            "no citation": (self.neighbours(), ((0, 1),), "Select two or more adjacent citations"),
             "text between": (self.neighbours(" and "), self.both, "more than spaces between"),
             "a picture": (self.neighbours(shown="\x01x"), self.both, "something other than text"),
         }

@@ -241,7 +241,7 @@ void tst_AlwaysAnswers::answersWithoutThreads_data()
         "Unable to retrieve uuid - error: 0. Server error 'Unable to start the network thread'");
     QTest::newRow("GET, no thread allowed") << QByteArray("getUserUuid") << 1 << failed;
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) && QT_CONFIG(bearermanagement)
-    // Bearer management takes this thread before the request can.
+    // Bearer management starts a thread first, which uses up the one allowed.
     QTest::newRow("GET, one thread allowed") << QByteArray("getUserUuid") << 2 << failed;
 #endif
     QTest::newRow("POST, no thread allowed") << QByteArray("mergeFields") << 1 << QString();

@@ -61,6 +61,8 @@ private:
     double lastRunUs = 0;
     double shortRunUs = 0;
     double longRunUs = 0;
+    // The longest delay in relation to the run. Adapted so that most runs are killed before their
+    // end.
     double pace = 1;
 };
 

@@ -153,7 +153,7 @@ void tst_DesktopApplication_Start::resetsSignalsAndStartsSession()
     QCOMPARE(status, 0);
     QVERIFY(isStillIgnored);
     QCOMPARE(waitForApplication(), 0);
-    // The C library keeps signals 32 and 33 for itself. No program can set them.
+    // The C library keeps signals 32 and 33 for itself. An application cannot set them.
     constexpr qulonglong librarySignals = 0x180000000;
     bool isNumber = false;
     QCOMPARE(recorded("SigIgn:").value(0).toULongLong(&isNumber, 16) & ~librarySignals, 0ULL);

@@ -51,7 +51,7 @@ void tst_PluginComServer_Presence::readsProcessId_data()
     row("null", "null", 0);
     row("object", R"({"processId":4711})", 0);
     row("list", "[4711]", 0);
-    row("missing", R"(0,"processID":4711)", 0);
+    row("0, and a key in other case", R"(0,"processID":4711)", 0);
 }
 
 void tst_PluginComServer_Presence::readsProcessId()

@@ -28,7 +28,8 @@ public:
     QByteArrayList recorded(const QByteArray& key) const;
 
     /// The set of signals in the line `key`, without the two that the C library uses for its
-    /// threads: posix_spawn() leaves them ignored, and every program sets them again.
+    /// threads: posix_spawn() leaves them ignored, and the C library resets them when a program
+    /// starts threads.
     quint64 recordedSignals(const QByteArray& key) const;
 
     /// The process id of the started program, 0 if it has not been started.

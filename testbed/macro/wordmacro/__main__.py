@@ -57,7 +57,7 @@ def _stop_on_signals():
         raise Stopped(number)
 
     for name in STOPS:
-        if signal.getsignal(name) != signal.SIG_IGN:  # which nohup and background jobs set
+        if signal.getsignal(name) != signal.SIG_IGN:  # nohup and background jobs ignore it; keep that
             signal.signal(name, stop)
 
 

@@ -58,7 +58,7 @@ def _record(code):
 
 
 def shows(field, markup):
-    """Whether the document shows this text, as far as markup can express what it shows."""
+    """Whether the document shows this text. Formatting that markup cannot express is ignored."""
     shown = runs.replace_unrepresentable(runs.pieces_of_markup(markup))
     expected = runs.remove_field_marks(field.marks, runs.add_field_marks(field.marks, shown))
     return expected == runs.remove_field_marks(field.marks, field.pieces())

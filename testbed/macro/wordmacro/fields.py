@@ -32,7 +32,8 @@ BOX_IN_BOX = "it is in a text box inside another text box"
 @dataclass(eq=False)
 class Field:
     place: str = "the body"
-    simple: object = None  # the w:fldSimple; None for a complex field, which has:
+    simple: object = None  # the w:fldSimple; None for a complex field
+    # Only for a complex field:
     begin: object = None
     separate: object = None
     end: object = None

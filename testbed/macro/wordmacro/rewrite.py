@@ -12,7 +12,7 @@ CONTAINERS = {W + name for name in ("ins", "moveTo", "hyperlink", "smartTag")}
 
 
 def set_code(field, code):
-    # Such characters occur only inside JSON strings, where an escape sequence means the same.
+    # Characters that XML cannot represent occur only inside JSON strings, where an escape sequence means the same.
     code = runs.NOT_IN_XML.sub(lambda found: f"\\u{ord(found.group()):04x}", code)
     if code == field.code:
         return
@@ -49,7 +49,8 @@ def set_pieces(field, pieces):
 
 def _insert_placeholder(field):
     """Inserts and returns an empty run where the field's text begins. The caller inserts the new text
-    after it and then removes it. Bookmarks and comments in the field stay on their side of the text."""
+    after it and then removes it. Bookmarks and comments in the field stay before or
+    after the text, as they were."""
     place = etree.Element(W + "r")
     opening = field.simple if field.simple is not None else field.separate.getparent()
     block = opening if field.simple is not None else opening.getparent()
