@@ -19,7 +19,9 @@ else()
     # machine code, which takes only seconds.
     set(CMAKE_CXX_COMPILE_OPTIONS_IPO -flto=auto -ffat-lto-objects)
     add_compile_options(-ffunction-sections -fdata-sections)
-    add_link_options(-static-libstdc++ -static-libgcc -Wl,--gc-sections
+    # The program is compiled when it is linked, so the folder is mapped here too.
+    add_link_options(-ffile-prefix-map=${PROJECT_BINARY_DIR}=.
+        -static-libstdc++ -static-libgcc -Wl,--gc-sections
         $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:${CMAKE_CURRENT_LIST_DIR}/tls_get_addr.ld>)
 endif()
 
