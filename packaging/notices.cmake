@@ -69,13 +69,13 @@ function(libraries_of result target)
 endfunction()
 
 # bridge.o contains the program's own machine code. The compiler's intermediate code is removed,
-# because no other compiler can read it.
+# because no other compiler can read it, and debug information, because it names the build folder.
 libraries_of(libraries tessaron-word-bridge)
 list(TRANSFORM libraries REPLACE "(.+)" "$<TARGET_FILE:\\1>" OUTPUT_VARIABLE archives)
 add_custom_command(OUTPUT bridge.o
     COMMAND ${CMAKE_CXX_COMPILER} -r -fno-lto -nostdlib -o bridge.o
         $<TARGET_OBJECTS:tessaron-word-bridge> -Wl,--whole-archive ${archives}
-    COMMAND ${CMAKE_OBJCOPY} --remove-section=.gnu.lto_* --remove-section=.gnu.debuglto_* bridge.o
+    COMMAND ${CMAKE_OBJCOPY} --strip-debug --remove-section=.gnu.lto_* --remove-section=.gnu.debuglto_* bridge.o
     DEPENDS $<TARGET_OBJECTS:tessaron-word-bridge> ${libraries}
     COMMAND_EXPAND_LISTS)
 add_custom_target(relinkable ALL DEPENDS bridge.o)
