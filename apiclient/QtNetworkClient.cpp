@@ -77,7 +77,7 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 // Larger than any real document. QByteArray itself is limited to 2 GB.
 constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
-constexpr qint64 readAhead = 128 * 1024;
+constexpr qint64 readAhead = qint64(128) * 1024;
 
 /// Appends the received bytes of `reply` to `body`. Returns false if they exceed largestBody.
 bool appendReceived(QNetworkReply* reply, QByteArray* body)
