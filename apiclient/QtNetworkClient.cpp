@@ -1,6 +1,7 @@
 #include "apiclient/QtNetworkClient.h"
 
 #include "apiclient/HttpTrace.h"
+#include "apiclient/ProcessorPin.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -189,6 +190,9 @@ NetworkResponse QtNetworkClient::doRequest(const QString& path, const QByteArray
     QElapsedTimer duration;
     duration.start();
 
+    // The manager's thread asks this one for every 16 KB of the body, and only one of them is busy
+    // at a time.
+    const ProcessorPin pin;
     OneTimeBody upload(body);
     const int failuresBefore = failedThreadStarts();
     const QScopedPointer<QNetworkReply> reply(body.isEmpty()

@@ -60,6 +60,15 @@ QByteArray tst_Inheritance::launch(const BridgeStart& start)
     return folder.results() == utf16le(text("true")) ? "" : "results: " + folder.results();
 }
 
+/// The processors that this process may use, as the kernel lists them.
+static QByteArray ownProcessors()
+{
+    const QByteArray key = "Cpus_allowed_list:";
+    const QByteArray status = bytesOf(text("/proc/self/status"));
+    const auto start = status.indexOf(key) + key.size();
+    return status.mid(start, status.indexOf('\n', start) - start).trimmed();
+}
+
 void tst_Inheritance::startsApplicationWithCleanState_data()
 {
     QTest::addColumn<Preparation>("prepare");
@@ -88,6 +97,7 @@ void tst_Inheritance::startsApplicationWithCleanState()
     QTRY_VERIFY(application.hasRecord());
     QCOMPARE(application.recordedSignals("SigIgn:"), quint64(0));
     QCOMPARE(application.recordedSignals("SigBlk:"), quint64(0));
+    QCOMPARE(application.recorded("Cpus_allowed_list:"), QByteArrayList{ownProcessors()});
     QByteArrayList files = application.recorded("fd ");
     std::sort(files.begin(), files.end());
     // The recorder would mark a stream that is not open for both reading and writing.

@@ -30,13 +30,16 @@ void writeDescriptors(FILE* record)
     closedir(folder);
 }
 
-void writeSignals(FILE* record)
+/// Writes the signals that are ignored or blocked, and the processors that may be used.
+void writeStatus(FILE* record)
 {
     FILE* const status = std::fopen("/proc/self/status", "r");
     char line[4096];
     while (std::fgets(line, sizeof line, status) != nullptr) {
-        if (std::strncmp(line, "SigIgn:", 7) == 0 || std::strncmp(line, "SigBlk:", 7) == 0) {
-            std::fputs(line, record);
+        for (const char* const key : {"SigIgn:", "SigBlk:", "Cpus_allowed_list:"}) {
+            if (std::strncmp(line, key, std::strlen(key)) == 0) {
+                std::fputs(line, record);
+            }
         }
     }
     std::fclose(status);
@@ -70,7 +73,7 @@ int main(int argc, char** argv)
         std::fprintf(record, "cwd %s\n", folder);
     }
     std::fprintf(record, "pid %d\nsession %d\n", int(getpid()), int(getsid(0)));
-    writeSignals(record);
+    writeStatus(record);
     writeDescriptors(record);
     if (std::fclose(record) != 0 || std::rename(unfinishedPath.c_str(), path.c_str()) != 0) {
         return 1;
