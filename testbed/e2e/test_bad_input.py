@@ -229,7 +229,7 @@ FAULTS = {
         "or holds a number that exceeds the range of a double"),
     "a connection closed at once": ({"drop": "beforeStatus"}, "refused the style"),
     "a connection closed after the headers": ({"drop": "afterHeaders"}, "could not be used"),
-    "a connection closed in the batch": ({"drop": "inBody"}, "could not be used"),
+    "a connection closed inside the reply to the batch": ({"drop": "inBody"}, "could not be used"),
     "one citation too many": ({"extraCitations": 1}, "Submitted 12 citations but only received 13"),
     "one citation too few": ({"extraCitations": -1}, "Submitted 12 citations but only received 11"),
     "no bibliography": ({"emptyBibliography": True}, "No formatted bibliography returned"),

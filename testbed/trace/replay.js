@@ -79,12 +79,14 @@ async function play(exchanges, { port, limitMs, program }) {
 
 /** Prints a request. Returns a sentence if it differs from the recorded request, otherwise ''. */
 function report(number, exchange, request) {
-    const difference = exchange ? firstDifference(exchange, request)
-        : `from the trace, which has no more: the bridge sent ${request.method} ${request.path}`;
     say(`Request ${number}: ${request.method} ${request.path}`);
-    if (exchange && !exchange.reply) {
+    if (!exchange) {
+        return `The trace has no request ${number}, but the bridge sent ${request.method} ${request.path}.`;
+    }
+    if (!exchange.reply) {
         say('  The trace ends before the reply, so the bridge gets the status 0.');
     }
+    const difference = firstDifference(exchange, request);
     return difference && `Request ${number} differs ${difference}.`;
 }
 

@@ -73,7 +73,7 @@ private Q_SLOTS:
     void reportsForbiddenFile();
     void readsFileAtLimit();
     void rejectsFileAboveLimit();
-    void rejectsPartialRead();
+    void rejectsUnreadableRegularFile();
     void rejectsNamedPipe();
     void replacesReadOnlyFile();
     void replacesLinkAndKeepsItsTarget();
@@ -160,7 +160,7 @@ void tst_ArgsFileFailures::rejectsFileAboveLimit()
     QCOMPARE(failedReadOutcome(file()), QByteArray("0 false"));
 }
 
-void tst_ArgsFileFailures::rejectsPartialRead()
+void tst_ArgsFileFailures::rejectsUnreadableRegularFile()
 {
     // A regular file that can be opened but not read.
     QVERIFY(QFile::link(QStringLiteral("/proc/self/mem"), file()));

@@ -11,12 +11,12 @@ Option Explicit
 Private style As String
 Private pieces As Variant ' each an Array(id, story, kind, code, runs)
 Private lastId As Long
-Private starts() As Long ' of each piece, while `startsAreKnown`
+Private starts() As Long ' where each piece starts; valid while `startsAreKnown`
 Private startsAreKnown As Boolean
 Private listed As Variant ' ids of the fields
 Private selected As Variant ' story, start, end
 Private keptId As Long ' the piece with the kept place
-Private keptOffset As Long ' of the kept place from the start of that piece; in a text, from its end
+Private keptOffset As Long ' from the start of that piece to the kept place; in a text, from its end
 Private before As String ' the document before the change that has begun
 Private problem As String
 Private writesUntilFailure As Long
@@ -193,7 +193,7 @@ Sub FindStarts
     Dim i As Long, story As Long, ends(9) As Long
     ReDim starts(UBound(pieces))
     For i = 0 To UBound(pieces)
-        story = pieces(i)(1) + 1 ' from -1
+        story = pieces(i)(1) + 1 ' story numbers start at -1
         starts(i) = ends(story)
         If pieces(i)(2) = "nested" Then starts(i) = starts(i - 1) + Len(pieces(i - 1)(3)) + 2
         ends(story) = ends(story) + LengthOf(i)

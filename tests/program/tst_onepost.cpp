@@ -77,14 +77,14 @@ void tst_OnePost::sendsEachCommandOnce_data()
     QTest::addColumn<Command>("command");
     QTest::addColumn<MisbehaviourCase>("row");
     // All commands use the same transport, so only one of them is tested with every case.
-    const QByteArray commandOfAllCases = "checkManualFormatAndGetFieldCode";
+    const QByteArray fullyTestedCommand = "checkManualFormatAndGetFieldCode";
     const QByteArrayList representativeCases{"closed after the request", "reset inside the body",
         "closed inside the body", "503 Retry-After: 0"};
     const QList<MisbehaviourCase> cases = misbehaviourCases();
     const QList<Command> all = commands();
     for (const Command& command : all) {
         for (const MisbehaviourCase& row : cases) {
-            if (command.name == commandOfAllCases || representativeCases.contains(row.name)) {
+            if (command.name == fullyTestedCommand || representativeCases.contains(row.name)) {
                 QTest::newRow((QByteArray(command.name) + ", " + row.name).constData())
                     << command << row;
             }

@@ -67,8 +67,8 @@ private Q_SLOTS:
     void returnsHarmlessValueOnFailure();
     void takesAnyClusterInReply_data();
     void takesAnyClusterInReply();
-    void editorIgnoresReplyWithoutItems_data();
-    void editorIgnoresReplyWithoutItems();
+    void editorAcceptsOnlyReplyWithItems_data();
+    void editorAcceptsOnlyReplyWithItems();
     void editorTreatsSpaceAsFieldCode();
     void findsManualEdit_data();
     void findsManualEdit();
@@ -136,7 +136,7 @@ void tst_PluginComServer_FieldCodes::takesAnyClusterInReply()
     }
 }
 
-void tst_PluginComServer_FieldCodes::editorIgnoresReplyWithoutItems_data()
+void tst_PluginComServer_FieldCodes::editorAcceptsOnlyReplyWithItems_data()
 {
     QTest::addColumn<QByteArray>("reply");
     QTest::addColumn<QString>("cluster"); // of the returned field code; empty for the input
@@ -161,7 +161,7 @@ void tst_PluginComServer_FieldCodes::editorIgnoresReplyWithoutItems_data()
     row("empty body", "", "");
 }
 
-void tst_PluginComServer_FieldCodes::editorIgnoresReplyWithoutItems()
+void tst_PluginComServer_FieldCodes::editorAcceptsOnlyReplyWithItems()
 {
     QFETCH(QByteArray, reply);
     QFETCH(QString, cluster);

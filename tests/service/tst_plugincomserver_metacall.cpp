@@ -38,7 +38,7 @@ class tst_PluginComServer_MetaCall : public ServiceTest {
 
 private Q_SLOTS:
     void writesResult();
-    void runsWithoutResultSlot();
+    void runsWithoutResultPointer();
     void keepsResultSlotIfOperationHasNoResult();
     void fillsOutputLists();
     void runsByName();
@@ -65,7 +65,7 @@ void tst_PluginComServer_MetaCall::writesResult()
     QVERIFY(isSameJson(server.requests().value(0).body, R"({"documentUuid":"the uuid"})"));
 }
 
-void tst_PluginComServer_MetaCall::runsWithoutResultSlot()
+void tst_PluginComServer_MetaCall::runsWithoutResultPointer()
 {
     server.expect("POST", "/testMethods/citationCluster/getFromUuid", ScriptedReply::json("{}"));
     PluginComServer service;

@@ -55,7 +55,7 @@ def installed_applications():
     return found
 
 
-def files(mac):
+def executable(mac):
     """The output of the system's tools about the executable."""
     lines = [f"architectures: {run('lipo', '-archs', mac.bridge)}"]
     libraries = [line.split()[0] for line in run("otool", "-L", mac.bridge).splitlines()[1:]]
@@ -221,7 +221,7 @@ def dialog(mac):
 
 
 TRIALS = [
-    ("The executable", files),
+    ("The executable", executable),
     ("The port in the settings", settings),
     ("Start through Launch Services", launch),
     ("Exchange in Word's container (from Terminal, not from Word)", container),

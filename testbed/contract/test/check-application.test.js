@@ -14,7 +14,7 @@ const { ANSWERS, runTool, startDesktop, temporaryFolder } = require('../../trace
 const { QUESTIONS } = require('../questions');
 
 const PROGRAM = 'check-application';
-const SILENT = QUESTIONS.filter(({ dialog }) => !dialog);
+const WITHOUT_DIALOG = QUESTIONS.filter(({ dialog }) => !dialog);
 const check = (t, port, ...options) => runTool(t, PROGRAM, ['--port', String(port), ...options]);
 /** The lines about the questions: [verdict, "METHOD path"] each. */
 const verdicts = (output) => output.split('\n').map((line) => /^(ok|DEVIATES) +(\w+ \S+)/.exec(line))
@@ -26,7 +26,7 @@ test('the stand-in for the application satisfies the contract', async (t) => {
     const { status, output, errors } = await check(t, port);
     assert.strictEqual(errors, '');
     assert.deepStrictEqual(deviating(output), []);
-    assert.strictEqual(verdicts(output).length, SILENT.length);
+    assert.strictEqual(verdicts(output).length, WITHOUT_DIALOG.length);
     assert.match(output, /13 questions: 13 ok, 0 deviate; 0 warnings\.\n$/);
     assert.strictEqual(status, 0);
 });
@@ -109,7 +109,7 @@ for (const [name, status, body] of SERVERS) {
         const port = await startServer(t, () => ({ status, body: Buffer.from(body) }));
         const outcome = await check(t, port);
         assert.strictEqual(outcome.status, 1);
-        assert.strictEqual(verdicts(outcome.output).length, SILENT.length);
+        assert.strictEqual(verdicts(outcome.output).length, WITHOUT_DIALOG.length);
         assert.ok(deviating(outcome.output).includes('GET /userUuid'));
     });
 }
@@ -144,7 +144,7 @@ test('a server that closes connections or does not speak HTTP deviates', async (
     for (const onConnection of [(socket) => socket.destroy(), (socket) => socket.end('SSH-2.0-x\r\n')]) {
         const { status, output } = await check(t, await startRaw(t, onConnection));
         assert.strictEqual(status, 1);
-        assert.strictEqual(deviating(output).length, SILENT.length);
+        assert.strictEqual(deviating(output).length, WITHOUT_DIALOG.length);
     }
 });
 
@@ -170,7 +170,7 @@ test('the report is JUnit XML', async (t) => {
     assert.strictEqual((await check(t, port, '--write-report', file)).status, 1);
     const xml = fs.readFileSync(file, 'utf8');
     assert.match(xml, /^<\?xml version="1\.0" encoding="UTF-8"\?>\n<testsuite name="local API" tests="13" failures="1">/);
-    assert.strictEqual(xml.match(/<testcase /g).length, SILENT.length);
+    assert.strictEqual(xml.match(/<testcase /g).length, WITHOUT_DIALOG.length);
     assert.match(xml, /name="GET \/userUuid: the user's identifier"><failure [^>]*>the body must have/);
     const text = xml.replace(/<\/?[a-z?][^<>]*>/g, '');
     assert.doesNotMatch(text, /[<>"]/);

@@ -114,9 +114,9 @@ for (const [name, check, { schema, values }] of MESSAGES) {
     });
     const rules = rulesOf(schema, resolveInApi);
     assert.ok(rules.length > 0);
-    for (const { name: rule, pointer, breakIn } of rules) {
+    for (const { name: rule, pointer, violate } of rules) {
         test(`the ${name} must satisfy the rule ${rule}`, () => {
-            const broken = breakIn(structuredClone(values[0]));
+            const broken = violate(structuredClone(values[0]));
             const expected = broken === null || typeof broken !== 'object' || Array.isArray(broken)
                 ? '' : pointer;
             // The reason of a failure may also be any other text.
@@ -135,7 +135,7 @@ const code = (cluster) => `ADDIN CSL_CITATION ${JSON.stringify(cluster)}`;
 const CANCELLED = '/citationItems minItems 1';
 
 for (const [severity, schema] of [['violation', 'cluster'], ['warning', 'csl']]) {
-    for (const { name, pointer, breakIn } of rulesOf(citation.$defs[schema], resolveInCitation)) {
+    for (const { name, pointer, violate } of rulesOf(citation.$defs[schema], resolveInCitation)) {
         if (pointer === '' && name.includes('type')) {
             continue; // a citation that is not an object is a case of the messages above
         }
@@ -143,7 +143,7 @@ for (const [severity, schema] of [['violation', 'cluster'], ['warning', 'csl']])
             continue; // the next test covers a citation without works
         }
         test(`a citation that breaks the rule ${name} of ${schema} gives a ${severity}`, () => {
-            const broken = breakIn(structuredClone(CLUSTER));
+            const broken = violate(structuredClone(CLUSTER));
             const found = [
                 [`/fieldCode#${pointer}`, request(EDIT, { fieldCode: code(broken) })],
                 [`/citationCluster${pointer}`, reply(EDIT, { citationCluster: broken })],

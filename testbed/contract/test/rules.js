@@ -13,7 +13,7 @@ const TYPE_OF = {
 };
 
 /**
- * All rules of `schema` as { name, pointer, breakIn }: breakIn(value) changes a valid value so
+ * All rules of `schema` as { name, pointer, violate }: violate(value) changes a valid value so
  * that it violates the rule, and the violation is at `pointer`. `resolve` resolves a $ref.
  */
 function rulesOf(schema, resolve, at = []) {
@@ -51,7 +51,7 @@ const RULES = {
 
 function rule(name, at, change) {
     const pointer = at.map((key) => `/${key}`).join('');
-    return { name: `${pointer} ${name}`, pointer, breakIn: (value) => changed(value, at, change) };
+    return { name: `${pointer} ${name}`, pointer, violate: (value) => changed(value, at, change) };
 }
 
 function changed(value, [key, ...rest], change) {

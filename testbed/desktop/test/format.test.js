@@ -102,13 +102,13 @@ test('numbers works in the order of the citations', async (t) => {
 
 const note = (id, noteIndex) => clusterOf([[id]], { properties: { noteIndex } });
 const NOTES = [
-    ['counted in the document', [1, 2, 3]],
-    ['all missing', [0, 0, 0]],
-    ['outdated because notes were moved', [7, 3, 1]],
-    ['that are not numbers', ['x', null, {}]],
+    ['correct', [1, 2, 3]],
+    ['all zero', [0, 0, 0]],
+    ['outdated', [7, 3, 1]],
+    ['not numbers', ['x', null, {}]],
 ];
 for (const [name, numbers] of NOTES) {
-    test(`shortens the second note on a work, with note numbers ${name}`, async (t) => {
+    test(`shortens the second note on a work if the note numbers are ${name}`, async (t) => {
         const api = await startApi(t);
         const works = ['kuhn-1962', 'truss-2003', 'kuhn-1962'];
         const style = 'chicago-fullnote-bibliography';

@@ -90,7 +90,7 @@ def _record_edit(bridge, document, field):
     arguments = [field.code, clusters.current_text(field)]
     results = exchange.run(bridge, "checkManualFormatAndGetFieldCode", arguments).results
     code = _check_code(results[0], name)
-    if not _is_recorded(field, code) and not _is_given_up(field, code):
+    if not _is_recorded(field, code) and not _is_edit_discarded(field, code):
         _check_running(bridge)
         raise Failure(
             f"The hand-edited text of {name} was not recorded: Tessaron Desktop failed, or its "
@@ -103,7 +103,7 @@ def _is_recorded(field, code):
     return clusters.has_manual_text(code) and clusters.shows(field, clusters.recorded_text(code))
 
 
-def _is_given_up(field, code):
+def _is_edit_discarded(field, code):
     """Whether the user chose the style's text: the same works came back without any recorded text."""
     is_same = clusters.works(code) == clusters.works(field.code)
     return is_same and clusters.recorded_text(code) is None
