@@ -10,8 +10,9 @@ Option Private Module
 '
 ' This module does not use Word's object model. Another module (TessaronWord for Word) must have the
 ' procedures below. A place is Array(anchor, story, start, end): the main text is
-' story 0; each note and text box has a story number, and its anchor is where the main text refers
-' to it. In the main text the anchor is the start.
+' story 0; all footnotes share one story number, all endnotes another, and each text box has its own.
+' Their anchor is where the main text refers to the note or text box. In the main text the anchor is
+' the start.
 '   TessaronOpenDocument() As String   takes the active document and its selection; these stay the
 '                                      same while the user clicks elsewhere. Returns why the
 '                                      document cannot be changed, or ""
@@ -548,7 +549,8 @@ Private Function WithRecord(index As Long) As String
     If TessaronSameText(CStr(cites(index)(ShownText)), recorded) Then Exit Function
     ' The user chose the style's text in the application's dialog, which removed an older record.
     If TessaronHasManualEdit(before) And Not TessaronHasManualEdit(WithRecord) Then Exit Function
-    ' The application failed, or the user cancelled, or there was no older record.
+    ' The application failed, the user cancelled, or the user chose the style's text and there was no
+    ' older record whose removal would show it.
     If Not TessaronAsk("You have edited the text of " & CitationName(index) & _
             ", and Tessaron has not recorded that. Replace your text?") Then
         Fail "The texts were not refreshed." & Unchanged

@@ -267,7 +267,7 @@ Private Function ResultText(ByVal item As Field) As String
     If others > 0 Then ResultText = ChrW(1) & ResultText
 End Function
 
-' A field has one character before its code, between code and result, and after its result.
+' A field has one character each before its code, between code and result, and after its result.
 Private Function StartOf(ByVal item As Field) As Long
     StartOf = item.Code.Start - 1
 End Function

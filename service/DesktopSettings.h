@@ -6,7 +6,8 @@ class QSettings;
 
 /// Returns the desktop application's settings, which this program only reads: on macOS the
 /// preferences of "tessaron.com" / "Tessaron Desktop", on Linux the file
-/// $XDG_CONFIG_HOME/tessaron.com/Tessaron Desktop.conf. Missing or unreadable settings behave like
+/// $XDG_CONFIG_HOME/tessaron.com/Tessaron Desktop.conf and, for values missing there, QSettings'
+/// fallback tessaron.com.conf. Missing or unreadable settings behave like
 /// empty ones. Never returns null; the object is created by the first call, is owned by this
 /// function and is destroyed when the process exits.
 QSettings* tessaronDesktopSettings();

@@ -234,6 +234,5 @@ function describeFinding({ severity, pointer, problem, found }) {
 }
 
 module.exports = {
-    FILE, openContract, operationOf, schemaPointer, checkRequest, checkReply, checkExchange,
-    clusterIn, describeFinding,
+    FILE, openContract, operationOf, checkRequest, checkReply, checkExchange, describeFinding,
 };

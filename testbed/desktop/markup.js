@@ -130,5 +130,4 @@ module.exports = {
     parseAnyText,
     writeMarkup,
     plainText,
-    escapeText,
 };

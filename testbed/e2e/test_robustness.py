@@ -83,11 +83,16 @@ class Places(EndToEnd):
     def put(self, before, mark=MARK, count=1):
         rewrite(self.document, lambda xml: re.sub(before, lambda m: mark + m.group(), xml, count))
 
-    def test_a_bookmark_inside_a_citation_is_refused(self):
+    def test_a_bookmark_inside_a_field_is_refused(self):
         original = self.document.read_bytes()
         text = r'<w:r><w:t xml:space="preserve">\{(?:Citation|Bibliography)\}'
-        for place in (text, r"<w:r><w:fldChar w:fldCharType=\"separate\"", text + "(?!.*Bibliog)"):
-            with self.subTest(place):
+        places = {
+            "before the text of a citation": text,
+            "between code and text": r"<w:r><w:fldChar w:fldCharType=\"separate\"",
+            "before the text of the bibliography": text + "(?!.*Bibliog)",
+        }
+        for name, place in places.items():
+            with self.subTest(name):
                 self.document.write_bytes(original)
                 self.put(place)
                 before = self.document.read_bytes()

@@ -107,4 +107,4 @@ function redactValue(value, key, replace) {
     return replace(value, key);
 }
 
-module.exports = { ENUMERATED, FIELD_CODE, redactText, redactValue };
+module.exports = { ENUMERATED, FIELD_CODE, redactText };

@@ -25,8 +25,8 @@ private Q_SLOTS:
     void startsEachBatchEmpty();
     void replacesStyleOfFormerBatch_data();
     void replacesStyleOfFormerBatch();
-    void rejectsUnknownCommand_data();
-    void rejectsUnknownCommand();
+    void writesNoResultsForUnknownCommand_data();
+    void writesNoResultsForUnknownCommand();
     void setsTemporaryFolder_data();
     void setsTemporaryFolder();
     void readsArgumentsAndWritesResults_data();
@@ -81,7 +81,7 @@ void tst_CiteCommandHandlerFiles::replacesStyleOfFormerBatch()
             + R"(","tempDirectory":"/a","citationClusters":[]})"));
 }
 
-void tst_CiteCommandHandlerFiles::rejectsUnknownCommand_data()
+void tst_CiteCommandHandlerFiles::writesNoResultsForUnknownCommand_data()
 {
     QTest::addColumn<QString>("command");
     const auto row = [](const char* name, const char* command) {
@@ -106,7 +106,7 @@ void tst_CiteCommandHandlerFiles::rejectsUnknownCommand_data()
     QTest::newRow("U+0000 at the end") << text("getUserUuid") + QChar(0);
 }
 
-void tst_CiteCommandHandlerFiles::rejectsUnknownCommand()
+void tst_CiteCommandHandlerFiles::writesNoResultsForUnknownCommand()
 {
     QFETCH(QString, command);
     const ExchangeFolder folder;

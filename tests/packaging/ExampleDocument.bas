@@ -32,14 +32,14 @@ Private Sub Reset
     selected = Array(0, 0, 0)
 End Sub
 
-Sub LoadDocument(file As String)
+Sub LoadDocument(content As String)
     Reset
-    ReadPieces file
+    ReadPieces content
 End Sub
 
-Sub ReadPieces(file As String)
+Sub ReadPieces(content As String)
     Dim parts As Variant, piece As Variant, i As Long
-    parts = Split(file, ChrW(&HE000))
+    parts = Split(content, ChrW(&HE000))
     style = parts(0)
     pieces = Array()
     For i = 1 To UBound(parts)
@@ -175,7 +175,7 @@ Function PieceText(index As Long) As String
     PieceText = TessaronPlainText(pieces(index)(4))
 End Function
 
-' A field has one character before its code, between code and text, and after its text, as in Word.
+' A field has one character each before its code, between code and text, and after its text, as in Word.
 Function LengthOf(index As Long) As Long
     Select Case pieces(index)(2)
         Case "text": LengthOf = Len(PieceText(index))

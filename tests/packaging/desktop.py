@@ -227,7 +227,7 @@ FAILURES = {
     "reply without JSON": {"body": "no JSON"},
 }
 # Replies with the status of a success, but without a usable value.
-CUT_OFF = ("connection closed after the headers", "reply cut off", "reply without JSON")
+UNUSABLE = ("connection closed after the headers", "reply cut off", "reply without JSON")
 
 
 class ExampleCase(DesktopCase):

@@ -140,6 +140,7 @@ class SkipTest(Case):
         self.assertEqual(self.skip(BRIDGE_TEST_REQUIRED="test_darwin"), (77, "Skipped: no toolchain.\n"))
 
     def test_fails_if_it_is_required(self):
+        # A program run by "python -c" has the name "-c".
         status, output = self.skip(BRIDGE_TEST_REQUIRED="-c")
         self.assertEqual((status, "no toolchain." in output), (1, True))
 

@@ -4,7 +4,7 @@ application."""
 import json
 
 from desktop import (
-    APA, BATCH, CARSON, CUT_OFF, FAILURES, IEEE, KUHN, PREFIX, STYLE_URL, UNCHANGED, UNDO, UPDATE, WORKS,
+    APA, BATCH, CARSON, FAILURES, IEEE, KUHN, PREFIX, STYLE_URL, UNCHANGED, UNDO, UNUSABLE, UPDATE, WORKS,
     ExampleCase, Scenario, anchor, cluster, code_of, field, fields, main, plain, text, texts,
 )  # fmt: skip
 
@@ -25,8 +25,7 @@ class RefreshTest(ExampleCase):
     def test_numbers_300_citations_in_reading_order(self):
         codes = {work: self.desktop.new_code(work) for work in WORKS}
         cited = [WORKS[i * 7 % len(WORKS)] for i in range(300)]
-        document = ["", *(piece for work in cited for piece in (field(codes[work], "{Citation}"), text(" ")))]
-        document[0] = IEEE
+        document = [IEEE, *(piece for work in cited for piece in (field(codes[work], "{Citation}"), text(" ")))]
         (result,) = self.run_scenarios(Scenario(document, "RefreshAll"))
         order = list(dict.fromkeys(cited))
         self.assertEqual(texts(result.document), [f"[{order.index(work) + 1}]" for work in cited])
@@ -232,17 +231,17 @@ class EditByHandTest(ExampleCase):
         cancel = [{"dialog": "updateCitation", "cancel": True}]
         scenarios = [
             *(Scenario(document, "RefreshAll", answers="n", faults={UPDATE: FAILURES[name]})
-              for name in FAILURES if name not in CUT_OFF),
+              for name in FAILURES if name not in UNUSABLE),
             Scenario(document, "RefreshAll", answers="n", dialogs=cancel),
         ]  # fmt: skip
         for result in self.run_scenarios(*scenarios):
             self.assert_unchanged(result, "The texts were not refreshed.")
             self.assertIn('citation 1 ("(my own words)"), and Tessaron has not recorded', result.of("ask")[0])
 
-    def test_changes_nothing_after_reply_that_was_cut_off(self):
+    def test_changes_nothing_after_unusable_reply(self):
         document = self.document("(my own words)", "{Citation}")
         results = self.run_scenarios(
-            *(Scenario(document, "RefreshAll", faults={UPDATE: FAILURES[name]}) for name in CUT_OFF)
+            *(Scenario(document, "RefreshAll", faults={UPDATE: FAILURES[name]}) for name in UNUSABLE)
         )
         for result in results:
             self.assert_unchanged(result, 'citation 1 ("(my own words)") contains no citation.')
@@ -284,7 +283,7 @@ class EditByHandTest(ExampleCase):
         inside = ((1, 9), )
         sentences = {
             **dict.fromkeys(FAILURES, "could not undo the edit"),
-            **dict.fromkeys(CUT_OFF, "contains no citation"),
+            **dict.fromkeys(UNUSABLE, "contains no citation"),
         }
         results = self.run_scenarios(
             *(Scenario(document, "UndoManualEdit", inside, faults={UNDO: fault}) for fault in FAILURES.values()),

@@ -38,9 +38,9 @@ private Q_SLOTS:
     void logsUsageInDefaultCategory();
     void printsNonAsciiProgramNameInUsage();
     void ignoresFurtherArguments();
-    void acceptsUnknownCommand_data();
-    void acceptsUnknownCommand();
-    void acceptsCommandThatIsNotUtf8();
+    void writesNoResultsForUnknownCommand_data();
+    void writesNoResultsForUnknownCommand();
+    void writesNoResultsForCommandThatIsNotUtf8();
 
 private:
     TemporaryHome home;
@@ -293,7 +293,7 @@ void tst_Bridge::ignoresFurtherArguments()
     QCOMPARE(other.names(), QStringList{text("mac-word-plugin-args.txt")});
 }
 
-void tst_Bridge::acceptsUnknownCommand_data()
+void tst_Bridge::writesNoResultsForUnknownCommand_data()
 {
     QTest::addColumn<QString>("command");
     // The handler's tests have the full table. Qt would remove some of these options.
@@ -305,7 +305,7 @@ void tst_Bridge::acceptsUnknownCommand_data()
     }
 }
 
-void tst_Bridge::acceptsUnknownCommand()
+void tst_Bridge::writesNoResultsForUnknownCommand()
 {
     QFETCH(QString, command);
     const ExchangeFolder folder;
@@ -315,7 +315,7 @@ void tst_Bridge::acceptsUnknownCommand()
     QCOMPARE(folder.names(), allFiles);
 }
 
-void tst_Bridge::acceptsCommandThatIsNotUtf8()
+void tst_Bridge::writesNoResultsForCommandThatIsNotUtf8()
 {
     const ExchangeFolder folder;
     folder.putArguments({text("f")});

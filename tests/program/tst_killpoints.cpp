@@ -47,7 +47,8 @@ private Q_SLOTS:
     void leavesCompleteFilesAtEverySystemCall();
 
 private:
-    /// Kills a run at its system call number `point`. Returns false if the run ended first.
+    /// Kills a run at stop number `point`. The stops are the start and the end of each system call,
+    /// counted from when the side file exists. Returns false if the run ended first.
     bool runTo(int point);
 
     TemporaryHome home;

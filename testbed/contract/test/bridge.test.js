@@ -9,7 +9,7 @@ const { test } = require('node:test');
 
 const { runBridge } = require('../../trace/bridge');
 const {
-    ANSWERS, BRIDGE, runAllCommands, startDesktop, temporaryFolder,
+    ANSWERS, BRIDGE, answerOptions, runAllCommands, startDesktop, temporaryFolder,
 } = require('../../trace/test/support');
 const { openContract } = require('../contract');
 
@@ -18,7 +18,7 @@ const FAILED = /^$|^false$|^0$|^ADDIN CSL_CITATION null$|^(Unable|Can't)/;
 
 test('all seventeen commands and their replies satisfy the contract', async (t) => {
     const log = path.join(temporaryFolder(t), 'log');
-    const { port, errors } = await startDesktop(t, ['--validate', '--log', log, ...ANSWERS]);
+    const { port, errors } = await startDesktop(t, ['--validate', '--log', log, ...answerOptions(Object.values(ANSWERS))]);
     const outcomes = await runAllCommands(port);
 
     assert.strictEqual(new Set(outcomes.map(([command]) => command)).size, COMMANDS);

@@ -128,9 +128,9 @@ FOUND = {
     "box": (f"<w:r><w:pict>{box(citation('a'))}</w:pict></w:r>", "a", {}),
     "box with its copy": (alternate(citation("a"), citation("a")) + citation("b"), "ab", {}),
     "box without a copy": (alternate(citation("a"), run("x")), "a", {}),
-    "box with another copy": (
+    "box whose copy is another citation": (
         alternate(citation("a"), citation("b")), "", {"a": fields.COPY_DIFFERS}),
-    "box with a copy left alone": (
+    "box whose copy contains another field": (
         alternate(citation("a"), BEGIN + code(CODE + "a") + SEPARATE + PAGE + END),
         "", {"a": fields.CONTAINS_FIELD}),
     "a note between": (citation("a") + NOTE.format(1) + citation("b"), "anb", {}),

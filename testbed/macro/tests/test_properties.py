@@ -68,7 +68,8 @@ class Properties(unittest.TestCase):
 
     def test_formats_all_combinations_of_marks_on_the_field_and_in_the_style(self):
         marks = ("i", "b", "sup", "sc")
-        cases = list(itertools.product(subsets(marks), subsets(marks), ("all", "begin", "text")))
+        places = ("all", "begin", "text")  # the runs of the field that have the marks `of_field`
+        cases = list(itertools.product(subsets(marks), subsets(marks), places))
         styles = {
             "whole": lambda of_style: tagged("Turing 1950", of_style),
             "part": lambda of_style: f"({tagged('Turing', of_style)}, 1950)",
@@ -91,7 +92,7 @@ class Properties(unittest.TestCase):
         self.check_marks(targets["part"], cases)
 
     def check_marks(self, path, cases):
-        """Each letter has the marks of the field as a whole and, in addition, those of its text."""
+        """The reader reports the marks that a letter has and its field as a whole does not have."""
         names = {"sc": "small caps", "sup": "superscript"}
         for field, (of_field, of_style, where) in zip(reader.citations(path), cases):
             field_marks = set() if where == "text" else {names.get(m, m) for m in of_field}

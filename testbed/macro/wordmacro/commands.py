@@ -56,7 +56,9 @@ def _number_of(number, one, many):
 
 def _readable_citations(document, choices):
     """The citations whose field codes can be sent. A citation that cannot be written is also sent,
-    because it has a number in numeric styles and its works are in the bibliography."""
+    because it has a number in numeric styles and its works are in the bibliography. Without
+    --skip-unreadable, only an unreadable citation that cannot be written is refused here: the
+    application refuses the others and says why."""
     unreadable = [f for f in document.unwritable if clusters.parse_cluster(f.code) is None]
     if choices.skip_unreadable:
         unreadable = [f for f in document.all_citations if clusters.parse_cluster(f.code) is None]
@@ -174,8 +176,7 @@ def _check_batch(document, citations, batch, choices):
         if not choices.discard_edits and _would_lose_edit(field, text):
             raise Failure(
                 f"The new text would replace the hand-edited text of {document.describe(field)}. "
-                f"{UNCHANGED} "
-                "With --discard-edits it is replaced."
+                f"{UNCHANGED} With --discard-edits it is replaced."
             )
 
 

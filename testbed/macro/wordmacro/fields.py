@@ -188,7 +188,9 @@ def _read_text_node(node, stack):
         return
     top = stack[-1]
     in_code = top.simple is None and top.separate is None
-    if node.tag != (W + "t" if in_code else W + "instrText"):
+    # Text before the separator, and code after it, are not part of the field.
+    ignored = W + "t" if in_code else W + "instrText"
+    if node.tag != ignored:
         (top.codes if in_code else top.texts).append(node)
 
 

@@ -42,8 +42,8 @@ PROPERTY_ORDER = (
 CHARACTERS = {"\t": "tab", "\x1e": "noBreakHyphen", "\x1f": "softHyphen"}
 ELEMENTS = {W + name: character for character, name in CHARACTERS.items()}
 ELEMENTS |= {W + "br": "\v", W + "cr": "\v", W + "lastRenderedPageBreak": ""}
-# The characters above have their own elements. The others become line breaks, because a citation cannot
-# start a page or a paragraph.
+# An atom is a character, or CR LF, that an element represents. Atoms without their own element become
+# line breaks, because a citation cannot start a page or a paragraph.
 ATOMS = re.compile("\r\n|[\n\r\v\f\t\x1e\x1f]")
 NOT_IN_XML = re.compile("[\x00-\x08\x0b\x0c\x0e-\x1f\ud800-\udfff\ufffe\uffff]")
 

@@ -8,7 +8,9 @@ const fs = require('node:fs');
 const http = require('node:http');
 const path = require('node:path');
 
-const { ANSWERS, BODIES, BRIDGE, runAllCommands, startDesktop, temporaryFolder } = require('./support');
+const {
+    ANSWERS, BODIES, BRIDGE, answerOptions, runAllCommands, startDesktop, temporaryFolder,
+} = require('./support');
 
 const PREFIX = 'tessaron.http.body: ';
 
@@ -21,7 +23,7 @@ function traceFile(t, text) {
 
 /** Records the trace of all seventeen commands against the stand-in for the application. */
 async function recordAllCommands(t) {
-    const { port } = await startDesktop(t, ANSWERS);
+    const { port } = await startDesktop(t, answerOptions(Object.values(ANSWERS)));
     const outcomes = await runAllCommands(port, BODIES);
     return outcomes.map(([, { errors }]) => errors).join('');
 }

@@ -52,13 +52,16 @@ async function runTool(t, program, args, environment = {}) {
     return outcome;
 }
 
-/** Options for the stand-in: the answers to the dialogs of runAllCommands(). */
-const ANSWERS = [
-    { dialog: 'chooseCitation', items: [{ uuid: 'kuhn-1962', label: 'page', locator: '10' }] },
-    { dialog: 'editCitation', items: [{ uuid: 'darwin-1859' }] },
-    { dialog: 'chooseStyle', style: `${STYLE}ieee` },
-    { dialog: 'updateCitation', keep: true },
-].flatMap((answer) => ['--answer', JSON.stringify(answer)]);
+/** Answers to the dialogs of runAllCommands(), in their order. */
+const ANSWERS = {
+    chooseCitation: { dialog: 'chooseCitation', items: [{ uuid: 'kuhn-1962', label: 'page', locator: '10' }] },
+    editCitation: { dialog: 'editCitation', items: [{ uuid: 'darwin-1859' }] },
+    chooseStyle: { dialog: 'chooseStyle', style: `${STYLE}ieee` },
+    updateCitation: { dialog: 'updateCitation', keep: true },
+};
+
+/** The options that make the stand-in give these answers, one after the other. */
+const answerOptions = (answers) => answers.flatMap((answer) => ['--answer', JSON.stringify(answer)]);
 
 /** Runs all seventeen commands in a usual order. Resolves to a list of [command, outcome]. */
 async function runAllCommands(port, environment) {
@@ -86,6 +89,6 @@ async function runAllCommands(port, environment) {
 }
 
 module.exports = {
-    BRIDGE, BODIES, KUHN, STYLE, ANSWERS, temporaryFolder, startListening, startDesktop, runTool,
+    BRIDGE, BODIES, ANSWERS, answerOptions, temporaryFolder, startListening, startDesktop, runTool,
     runAllCommands,
 };

@@ -115,12 +115,17 @@ for (const [name, text, sentence] of WRONG) {
 
 test('a trace that is cut off anywhere is shorter or refused with a sentence', async (t) => {
     const text = traceOf(UUID, { ...UUID, exchange: 2 });
+    const all = readTrace(traceFile(t, text));
     const file = traceFile(t, '');
     let refused = 0;
     for (let length = 0; length < text.length; length += 1) {
         fs.writeFileSync(file, text.slice(0, length));
         try {
-            assert.ok(readTrace(file).length <= 2);
+            const read = readTrace(file);
+            const last = read.pop();
+            const complete = all[read.length];
+            assert.deepStrictEqual(read, all.slice(0, read.length));
+            assert.deepStrictEqual(last, last.reply ? complete : { ...complete, reply: undefined });
         } catch (error) {
             assert.match(error.message, /^(The (trace|file) |Lines? )[^\n]*\.$/);
             refused += 1;

@@ -245,6 +245,7 @@ void tst_JsonReaderMalformed::acceptsOnlyWellFormedUtf8()
             break;
         }
     }
+    // No single byte from 0x80 on is well-formed; some of the longer sequences are.
     QCOMPARE(wellFormed > 0, length > 1);
 }
 
@@ -308,7 +309,7 @@ void tst_JsonReaderMalformed::rejectsBadUnitsAtEveryPosition()
             const bool isEscape = bad == "\\" && position < length
                 && QByteArray("nrt").contains(letters.at(position));
             QCOMPARE(parseExactly(json).isValid(), isEscape);
-            if (!bad.contains('\x80') && uchar(bad.at(0)) < 0x80) {
+            if (uchar(bad.at(0)) < 0x80) {
                 QCOMPARE(JsonUtils::parseText(inUtf16(json)).isValid(), isEscape);
             }
         }
