@@ -31,7 +31,7 @@ Option Private Module
 '   TessaronAddField(code) As Long           adds a field at the kept place
 '   TessaronSetCode number, code
 '   TessaronSetRuns number, runs             vbCr in a text starts a paragraph
-'   TessaronRemoveFields first, last         all that follows the first, to the end of the last
+'   TessaronRemoveFields first, last         removes all after the field `first`, up to and with `last`
 '   TessaronStyle(), TessaronSetStyle style  the document's style, "" at first
 '   TessaronSay message                      shows a message, and waits for the user
 '   TessaronNote message                     shows a message for a moment
@@ -329,6 +329,8 @@ Private Sub ReadDocument()
 End Sub
 
 ' Ignores a citation inside another one or inside the bibliography: writing the outer field removes it.
+' In the order of reading, the citations of a note that is anchored inside a field come between this
+' field and those nested in it, so the last outer field in the main text is remembered as well.
 Private Sub RemoveNested()
     Dim all As Variant, i As Long, outer As Variant, outerInMainText As Variant
     all = cites

@@ -72,7 +72,7 @@ End Function
 
 Public Sub TessaronPause(milliseconds As Long)
     Dim slice As Long
-    For slice = 1 To milliseconds \ 50
+    For slice = 1 To (milliseconds + 49) \ 50
         DoEvents ' Word draws, and the user can run TessaronCancel
 #If Mac Then
         usleep 50000

@@ -12,7 +12,7 @@
 /// so it can also be called by name through the meta-object.
 ///
 /// An operation that sends a request blocks until the application has replied; there is no timeout.
-/// If its path ends in "/interactive", that lasts as long as the user keeps the dialog open. A
+/// If its path ends in "/interactive", that can last as long as the user keeps a dialog open. A
 /// request succeeds only with HTTP status 200; any other status, or no reply, is a failure. Each
 /// operation's comment states what it returns on failure. After a failed request lastError() has
 /// the reason. A reply with status 200 that lacks the expected content does not change lastError().

@@ -20,9 +20,9 @@ constexpr int maximumDepth = 1024;
 /// key, or an invalid QVariant if a key is missing or an intermediate value is not a map.
 QVariant getValueAtPath(const QVariantMap& map, const QString& path);
 
-/// Parses a JSON text (RFC 8259) in UTF-8. Ignores a leading byte order mark. Accepts two things
-/// that the RFC does not: unescaped control characters in strings, and escaped surrogates without
-/// a partner. The last of duplicate keys wins.
+/// Parses a JSON text (RFC 8259) in UTF-8. Ignores a leading byte order mark. Accepts unescaped
+/// control characters in strings, which the RFC does not. Keeps escaped surrogates without a
+/// partner, whose meaning the RFC leaves open. The last of duplicate keys wins.
 ///
 /// Returns an invalid QVariant if the text is malformed, which includes invalid UTF-8, numbers
 /// beyond the range of a double, and nesting deeper than maximumDepth. JSON's null is a valid null

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int chunkSize = 16; // the buffer is extended for this many code units at once
+constexpr int chunkSize = 16; // code units that are written after one check of the buffer's size
 constexpr int longestEscape = 6; // \uXXXX
 constexpr int initialSize = 16 * 1024; // enough for nearly every citation
 

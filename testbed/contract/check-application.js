@@ -50,10 +50,12 @@ function check(contract, { path, fails, expect = () => false }, requestBody, { s
         const wanted = fails ? 'must be refused with a status other than 200' : 'must succeed with status 200';
         return [deviation(undefined, wanted, `status ${status}: ${shorten(body)}`), ...findings];
     }
-    const unmet = findings.length === 0 && expect(JSON.parse(body));
-    return unmet ? [deviation(unmet.pointer, unmet.problem, shorten(body))] : findings;
+    const unmet = !findings.some(isViolation) && isJson(body) && expect(JSON.parse(body));
+    return unmet ? [deviation(unmet.pointer, unmet.problem, shorten(body)), ...findings] : findings;
 }
 
+const isViolation = ({ severity }) => severity === 'violation';
+const isJson = (text) => { try { JSON.parse(text); return true; } catch { return false; } };
 const shorten = (value) => (value.length > SHOWN_LENGTH
     ? `${value.slice(0, SHOWN_LENGTH - 3)}...` : value);
 
@@ -91,7 +93,7 @@ async function askQuestion(contract, question, { port, limitMs, bridge, style })
     }
     const reply = await ask(port, { method, path, text: requestBody, limitMs: dialog ? 0 : limitMs });
     const findings = check(contract, question, requestBody, reply);
-    const deviates = findings.some(({ severity }) => severity === 'violation');
+    const deviates = findings.some(isViolation);
     const outcome = deviates ? await outcomeOf(bridge, { path, requestBody }, reply) : '';
     return { method, path, asks, reply, findings, verdict: deviates ? 'DEVIATES' : 'ok', outcome };
 }

@@ -168,6 +168,8 @@ def without_fields(path):
 
 
 def _replace_by_mark(field):
+    """Puts a mark in place of the field. Text before the field stays in its run. Text after the field in
+    the same run moves to a copy of the run after the mark."""
     mark = etree.Element("mark")
     if field.first.tag == W + "fldSimple":
         field.first.getparent().replace(field.first, mark)
@@ -181,16 +183,20 @@ def _replace_by_mark(field):
     after = [n for n in end.itersiblings()] if end.getparent() is run else []
     run.addnext(mark)
     if after:
-        mark.addnext(copy.deepcopy(run))
-        rest = mark.getnext()
-        keep = len(after)
-        for node in [n for n in rest if n.tag != W + "rPr"][:-keep]:
-            rest.remove(node)
-        for node in after:
-            run.remove(node)
+        mark.addnext(_split_off(run, after))
     for node in field.nodes:
         _remove(node)
-    assert before or run.getparent() is None
+    assert before or run.getparent() is None, "a run that holds only the field is removed"
+
+
+def _split_off(run, nodes):
+    """Removes the nodes from the end of the run. Returns a copy of the run that holds only them."""
+    copied = copy.deepcopy(run)
+    for node in [n for n in copied if n.tag != W + "rPr"][: -len(nodes)]:
+        copied.remove(node)
+    for node in nodes:
+        run.remove(node)
+    return copied
 
 
 def _remove(node):

@@ -69,6 +69,7 @@ class MacCase(Case):
         for name, script in STAND_INS.items():
             self.stand_in(name, script)
         self.bridge = BRIDGE
+        self.variables = {}
         self.processes = []
 
     def stand_in(self, name, script):
@@ -91,6 +92,8 @@ class MacCase(Case):
             "XDG_CONFIG_HOME": str(home / "config"),
             "XDG_DATA_HOME": str(home / "data"),
             "XDG_DATA_DIRS": str(home / "no-data"),
+            "TESSARON_CSL_DIR": "/usr/share/citation-style-language",
+            **self.variables,
         }
 
     def start(self, *options):
@@ -177,7 +180,8 @@ class WholeRunTest(MacCase):
             ("NOTED", "System", "Xcode 15.4 Build version 15F31d"),
             ("NOTED", "System", "Qt: qt@5 5.15.16"),
             ("OK", "Build", "build-macos/tessaron-word-bridge"),
-            ("OK", "Tests", "100% tests passed, 0 tests failed out of 20"),
+            ("OK", "Tests\n", "100% tests passed, 0 tests failed out of 20"),
+            ("OK", "Tests with the test bed", "100% tests passed, 0 tests failed out of 20"),
             ("OK", "The executable", "architectures: arm64"),
             ("OK", "The executable", "libraries that are not the system's: /opt/qt/QtCore"),
             ("OK", "The executable", "codesign -v: valid on disk"),
@@ -198,7 +202,23 @@ class WholeRunTest(MacCase):
             "cmake --preset macos -G Ninja -DCMAKE_PREFIX_PATH=/opt/homebrew/opt/qt@5 -DBRIDGE_QT=5",
             self.calls(),
         )
-        self.assertIn("ctest --preset macos", self.calls())
+        tests = [call for call in self.calls() if call.startswith("ctest")]
+        self.assertEqual(tests, [
+            "ctest --preset macos --label-exclude testbed", "ctest --preset macos --label-regex testbed",
+        ])  # fmt: skip
+
+    def test_installs_node_modules_before_configuring(self):
+        testbed = self.tree / "testbed"
+        testbed.unlink()
+        testbed.mkdir()
+        for entry in (SOURCE / "testbed").iterdir():
+            if entry.name != "node_modules":
+                (testbed / entry.name).symlink_to(entry)
+        self.stand_in("npm", f'ln -s "{SOURCE}/testbed/node_modules" node_modules')
+        self.attempt()
+        calls = [call.split()[0] for call in self.calls()]
+        self.assertIn("npm ci --no-audit --no-fund", self.calls())
+        self.assertLess(calls.index("npm"), calls.index("cmake"))
 
     def test_builds_with_qt_6(self):
         self.stand_in("brew", STAND_INS["brew"].replace('"list qt")', '"list qt@5")'))
@@ -312,7 +332,8 @@ class FailedTrialTest(MacCase):
 
     def test_goes_on_after_each_failed_command(self):
         for name, condition, title in (
-            ("ctest", "true", "Tests"),
+            ("ctest", '[ "$3" = --label-exclude ]', "Tests\n"),
+            ("ctest", '[ "$3" = --label-regex ]', "Tests with the test bed"),
             ("lipo", "true", "The executable"),
             ("otool", "true", "The executable"),
             ("defaults", '[ "$1" = write ]', "The port in the settings"),

@@ -72,7 +72,7 @@ def _is_marker(node):
 
 
 def _paragraphs(field):
-    """The field's paragraphs; None if anything else is between its runs or contains them."""
+    """The field's paragraphs; None unless its runs are directly in consecutive paragraphs."""
     if field.simple is not None:
         return [field.simple.getparent()] if field.simple.getparent().tag == W + "p" else None
     first, last = fields.paragraph_of(field.begin), fields.paragraph_of(field.end)
@@ -99,10 +99,11 @@ def _current_entries(field, paragraphs):
 
 
 def _nodes_after_text(field, paragraphs):
-    """What follows the field's text in its last paragraph. It moves to the new last paragraph."""
+    """What moves from the field's last paragraph to the new last paragraph: the end character, all that
+    follows it and, if the old last paragraph is removed, the markers before the end character."""
     end = field.end.getparent()
-    before = [n for n in end.itersiblings(preceding=True) if _is_marker(n)]
-    kept = before[::-1] if len(paragraphs) > 1 else []
+    markers = [n for n in end.itersiblings(preceding=True) if _is_marker(n)]
+    kept = markers[::-1] if len(paragraphs) > 1 else []
     return kept + [end, *end.itersiblings()]
 
 

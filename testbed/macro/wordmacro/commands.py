@@ -57,8 +57,8 @@ def _number_of(number, one, many):
 def _readable_citations(document, choices):
     """The citations whose field codes can be sent. A citation that cannot be written is also sent,
     because it has a number in numeric styles and its works are in the bibliography. Without
-    --skip-unreadable, only an unreadable citation that cannot be written is refused here: the
-    application refuses the others and says why."""
+    --skip-unreadable, fails if a citation can be neither read nor written. Other unreadable citations
+    are sent: the application rejects them and gives the reason."""
     unreadable = [f for f in document.unwritable if clusters.parse_cluster(f.code) is None]
     if choices.skip_unreadable:
         unreadable = [f for f in document.all_citations if clusters.parse_cluster(f.code) is None]

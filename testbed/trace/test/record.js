@@ -65,7 +65,7 @@ function exchangeLines({ method = 'POST', path: url, body = '', reply, process =
     const about = { exchange, process };
     const event = (first, text) => {
         const bytes = Buffer.from(text);
-        const isText = bytes.toString('utf8') === text || typeof text === 'string';
+        const isText = typeof text === 'string';
         return PREFIX + JSON.stringify({ at, bytes: bytes.length, ...first, ...about,
             ...(isText ? { text: bytes.toString() } : { textBase64: bytes.toString('base64') }) });
     };
