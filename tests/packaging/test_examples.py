@@ -177,15 +177,6 @@ class ExchangeTest(OfficeCase):
 
     # Whole commands
 
-    def test_runs_again_if_libreoffice_hangs(self):
-        hung = self.office.scenario.with_name("hung")
-        if not hung.exists():
-            hung.touch()
-            self.script.write_text("sleep 20\n")
-            self.office.limit = 5
-            self.addCleanup(delattr, self.office, "limit")
-        self.assertEqual(self.run_command("isTessaronRunning"), answer("false"))
-
     def test_reports_that_application_is_not_running(self):
         self.assertEqual(self.run_command("isTessaronRunning"), answer("false"))
         self.assertEqual(self.folders(), [])
