@@ -30,10 +30,13 @@ PluginApiClient::~PluginApiClient() = default;
 
 int PluginApiClient::getRequest(const QString& path, QVariantMap* result)
 {
-    return finishRequest(networkClient->get(path), result);
+    const NetworkResponse response = networkClient->get(path);
+    *result = parseResponse(response.status, response.body);
+    return response.status;
 }
 
-int PluginApiClient::postRequest(const QString& path, QVariantMap body, QVariantMap* result)
+int PluginApiClient::postRequest(const QString& path, QVariantMap body, QVariantMap* result,
+    const JsonUtils::ElementReviver& reviver)
 {
     NetworkResponse response;
     {
@@ -48,18 +51,14 @@ int PluginApiClient::postRequest(const QString& path, QVariantMap body, QVariant
         }
         response = networkClient->post(path, json);
     }
-    return finishRequest(response, result);
-}
-
-int PluginApiClient::finishRequest(const NetworkResponse& response, QVariantMap* result)
-{
-    *result = parseResponse(response.status, response.body);
+    *result = parseResponse(response.status, response.body, reviver);
     return response.status;
 }
 
-QVariantMap PluginApiClient::parseResponse(int status, const QByteArray& body)
+QVariantMap PluginApiClient::parseResponse(
+    int status, const QByteArray& body, const JsonUtils::ElementReviver& reviver)
 {
-    const QVariantMap map = JsonUtils::parse(body).toMap();
+    const QVariantMap map = JsonUtils::parse(body, reviver).toMap();
     if (status == 200) {
         return map;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apiclient/NetworkClient.h"
+#include "apiclient/json/JsonUtils.h"
 
 #include <QObject>
 #include <QScopedPointer>
@@ -33,13 +34,16 @@ public:
 
     /// Sends `body` as a JSON object in a POST for `path`; otherwise like getRequest(). It reaches
     /// the application at most once. If the JSON is larger than 2 GB, sends nothing, clears
-    /// `*result`, sets lastError() and returns 0.
-    int postRequest(const QString& path, QVariantMap body, QVariantMap* result);
+    /// `*result`, sets lastError() and returns 0. `reviver` is applied to the reply.
+    int postRequest(const QString& path, QVariantMap body, QVariantMap* result,
+        const JsonUtils::ElementReviver& reviver = {});
 
     /// Returns the JSON object in `body`, or an empty map if it is anything else. For any status
     /// but 200 the error text becomes the first of these that exists: the object's "error" as
-    /// text, the body if it is not empty, the transport's error text.
-    QVariantMap parseResponse(int status, const QByteArray& body);
+    /// text, the body if it is not empty, the transport's error text. `reviver` is applied to the
+    /// object.
+    QVariantMap parseResponse(
+        int status, const QByteArray& body, const JsonUtils::ElementReviver& reviver = {});
 
     /// Replaces the error text, for an error that did not come from a request.
     void setLastError(const QString& message);
@@ -49,8 +53,6 @@ public:
     QString lastError() const;
 
 private:
-    int finishRequest(const NetworkResponse& response, QVariantMap* result);
-
     QString host;
     QString errorMessage;
     QScopedPointer<NetworkClient> networkClient;

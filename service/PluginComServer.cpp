@@ -25,6 +25,20 @@ QVariantList listFrom(const QVariant& value)
     return value.userType() == QMetaType::QVariantList ? value.toList() : QVariantList();
 }
 
+/// Returns the contents of `entry`, one citation in the reply to a batch. Most field codes do not
+/// change; one that is equal to `sentFieldCode` shares its memory.
+PluginComServer::CitationField citationFromReply(
+    const QVariantMap& entry, const QString& sentFieldCode)
+{
+    const QVariantMap tessaron =
+        JsonUtils::getValueAtPath(entry, QStringLiteral("citationCluster.tessaron")).toMap();
+    const QString fieldCode = clusterToFieldCode(entry);
+    return {tessaron.value(QStringLiteral("previouslyFormattedCitation")).toString(),
+        entry.value(QStringLiteral("formattedText")).toString(),
+        tessaron.value(QStringLiteral("plainTextFormattedCitation")).toString(),
+        fieldCode == sentFieldCode ? sentFieldCode : fieldCode};
+}
+
 } // namespace
 
 PluginComServer::PluginComServer(QObject* parent)
@@ -222,10 +236,16 @@ bool PluginComServer::formatCitationsAndBibliography()
     formattedCitations.clear();
     m_lastErrorCitationIndex = -1;
 
+    int position = 0;
+    const auto toCitation = [this, &position](const QVariant& entry) {
+        const QString sent = citations.value(position++).fieldCode;
+        return QVariant::fromValue(citationFromReply(entry.toMap(), sent));
+    };
     QVariantMap response;
+    const QString clustersKey = QStringLiteral("citationClusters");
     const int status =
         apiClient->postRequest(QStringLiteral("/formattedCitationsAndBibliography/interactive"),
-            batchRequest(), &response);
+            batchRequest(), &response, {clustersKey, toCitation});
     if (status != 200) {
         const auto index = response.constFind(QStringLiteral("citationIndex"));
         if (index != response.constEnd()) {
@@ -236,8 +256,9 @@ bool PluginComServer::formatCitationsAndBibliography()
 
     // Fixed by the interface: a reply without a style replaces the stored one with an empty one.
     citationStyle = response.value(QStringLiteral("citationStyleUrl")).toString();
-    QVariantList clusters = listFrom(response.take(QStringLiteral("citationClusters")));
-    storeFormattedCitations(std::move(clusters));
+    for (const QVariant& citation : listFrom(response.value(clustersKey))) {
+        formattedCitations.append(citation.value<CitationField>());
+    }
     formattedBibliography = response.value(QStringLiteral("bibliography")).toString();
 
     if (formattedCitations.size() != submittedCount) {
@@ -265,24 +286,6 @@ QVariantMap PluginComServer::batchRequest() const
     return {{QStringLiteral("citationStyleUrl"), citationStyle},
         {QStringLiteral("citationClusters"), clusters},
         {QStringLiteral("tempDirectory"), tempDirectory}};
-}
-
-void PluginComServer::storeFormattedCitations(QVariantList clusters)
-{
-    formattedCitations.reserve(clusters.size());
-    // Removes each entry before it is stored. A long document would otherwise be held in memory
-    // twice.
-    while (!clusters.isEmpty()) {
-        const QVariantMap entry = clusters.takeFirst().toMap();
-        const auto textAt = [&entry](const QString& path) {
-            return JsonUtils::getValueAtPath(entry, path).toString();
-        };
-        formattedCitations.append(
-            {textAt(QStringLiteral("citationCluster.tessaron.previouslyFormattedCitation")),
-                textAt(QStringLiteral("formattedText")),
-                textAt(QStringLiteral("citationCluster.tessaron.plainTextFormattedCitation")),
-                clusterToFieldCode(entry)});
-    }
 }
 
 QString PluginComServer::getFormattedCitation(int index)

@@ -176,7 +176,6 @@ private:
         const QString& path, const QVariantMap& request, const QString& onFailure);
     QString getText(const QString& path, const QString& key, const QString& failureMessage);
     QVariantMap batchRequest() const;
-    void storeFormattedCitations(QVariantList clusters);
     QString citationText(int index, QString CitationField::*text, const QString& outOfRange) const;
 
     QScopedPointer<PluginApiClient> apiClient;
@@ -189,4 +188,5 @@ private:
     int m_lastErrorCitationIndex = -1;
 };
 
+Q_DECLARE_METATYPE(PluginComServer::CitationField)
 Q_DECLARE_TYPEINFO(PluginComServer::CitationField, Q_MOVABLE_TYPE);

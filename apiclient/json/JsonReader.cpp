@@ -46,9 +46,10 @@ int hexDigit(uint unit)
 /// construct at `next` and moves `next` past it, or returns false if the text is malformed.
 template <typename Unit> class Reader {
 public:
-    Reader(const Unit* text, int length)
+    Reader(const Unit* text, int length, const JsonUtils::ElementReviver& elementReviver)
         : next(text)
         , end(text + length)
+        , reviver(elementReviver)
     {
     }
 
@@ -136,7 +137,7 @@ private:
                 return false;
             }
             const auto entry = map->insert(key, QVariant());
-            if (!readValue(&entry.value()) || !skipWhitespace()) {
+            if (!readMember(key, &entry.value()) || !skipWhitespace()) {
                 return false;
             }
             if (accept('}')) {
@@ -149,7 +150,14 @@ private:
         }
     }
 
-    bool readArray(QVariant* value)
+    bool readMember(const QString& key, QVariant* value)
+    {
+        const bool revived = depth == 1 && reviver.revive && *next == '[' && key == reviver.key;
+        return revived ? readArray(value, reviver.revive) : readValue(value);
+    }
+
+    /// If `revive` is not empty, replaces each element with its result.
+    bool readArray(QVariant* value, const JsonUtils::Revive& revive = {})
     {
         if (++depth > JsonUtils::maximumDepth) {
             return false;
@@ -165,6 +173,9 @@ private:
             list->append(QVariant());
             if (!readValue(&list->last()) || !skipWhitespace()) {
                 return false;
+            }
+            if (revive) {
+                list->last() = revive(list->last());
             }
             if (accept(']')) {
                 --depth;
@@ -410,26 +421,28 @@ private:
 
     const Unit* next;
     const Unit* const end;
+    const JsonUtils::ElementReviver& reviver;
     int depth = 0;
     Utf16Buffer scratch;
     std::array<QString, sharedTextCount> sharedTexts;
 };
 
-template <typename Unit> QVariant read(const Unit* units, int length)
+template <typename Unit>
+QVariant read(const Unit* units, int length, const JsonUtils::ElementReviver& reviver = {})
 {
     QVariant value;
-    return Reader<Unit>(units, length).readDocument(&value) ? value : QVariant();
+    return Reader<Unit>(units, length, reviver).readDocument(&value) ? value : QVariant();
 }
 
 } // namespace
 
 namespace JsonUtils {
 
-QVariant parse(const QByteArray& json)
+QVariant parse(const QByteArray& json, const ElementReviver& reviver)
 {
     const int markLength = json.startsWith("\xEF\xBB\xBF") ? 3 : 0;
     return read(reinterpret_cast<const uchar*>(json.constData()) + markLength,
-        int(json.size()) - markLength);
+        int(json.size()) - markLength, reviver);
 }
 
 QVariant parseText(const QString& json)

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <functional>
+
 /// Reads and writes JSON without changing any value. docs/architecture.md explains why no JSON
 /// library is used.
 ///
@@ -16,6 +18,17 @@ namespace JsonUtils {
 /// The maximum nesting of objects and arrays. Deeper JSON is malformed.
 constexpr int maximumDepth = 1024;
 
+/// Returns what replaces `element` in its array.
+using Revive = std::function<QVariant(const QVariant& element)>;
+
+/// Replaces the elements of the array under `key` in the outermost object while the JSON is parsed,
+/// like the reviver of ECMAScript's JSON.parse(). All elements of a long array are then never in
+/// memory at the same time. A value that is not an array is not replaced.
+struct ElementReviver {
+    QString key;
+    Revive revive;
+};
+
 /// Descends through nested maps along `path`, keys joined with ".". Returns the value of the last
 /// key, or an invalid QVariant if a key is missing or an intermediate value is not a map.
 QVariant getValueAtPath(const QVariantMap& map, const QString& path);
@@ -27,7 +40,10 @@ QVariant getValueAtPath(const QVariantMap& map, const QString& path);
 /// Returns an invalid QVariant if the text is malformed, which includes invalid UTF-8, numbers
 /// beyond the range of a double, and nesting deeper than maximumDepth. JSON's null is a valid null
 /// variant (QMetaType::Nullptr).
-QVariant parse(const QByteArray& json);
+///
+/// Calls `reviver`, if there is one, once for each element, in order, also if the text turns out to
+/// be malformed later or if another value replaces the array because its key is repeated.
+QVariant parse(const QByteArray& json, const ElementReviver& reviver = {});
 
 /// Parses a JSON text in UTF-16. Also accepts unescaped unpaired surrogates.
 QVariant parseText(const QString& json);

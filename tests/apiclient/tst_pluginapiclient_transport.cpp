@@ -79,6 +79,7 @@ private Q_SLOTS:
     void sendsMapAsJson();
     void returnsReply_data();
     void returnsReply();
+    void revivesElementsOfReply();
     void acceptsSameMapForRequestAndResult();
     void keepsLastErrorUntilNextFailure();
     void doesNotSendTooLargeRequest();
@@ -191,6 +192,18 @@ void tst_PluginApiClientTransport::returnsReply()
     QCOMPARE(client->postRequest(text("/a"), {}, &received), status);
     QCOMPARE(described(received), described(result));
     QCOMPARE(client->lastError(), error);
+}
+
+void tst_PluginApiClientTransport::revivesElementsOfReply()
+{
+    const auto revive = [](const QVariant& element) { return element.toInt() + 10; };
+    const QVariantMap expected{{text("a"), QVariantList{11, 12}}};
+    for (int status : {200, 500}) {
+        exchange.response = {status, R"({"a":[1,2]})"};
+        QVariantMap result;
+        QCOMPARE(client->postRequest(text("/a"), {}, &result, {text("a"), revive}), status);
+        QCOMPARE(described(result), described(expected));
+    }
 }
 
 void tst_PluginApiClientTransport::acceptsSameMapForRequestAndResult()

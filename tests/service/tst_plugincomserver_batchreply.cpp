@@ -8,6 +8,8 @@ class tst_PluginComServer_BatchReply : public ServiceTest {
 
 private Q_SLOTS:
     void storesStyleBibliographyAndCitations();
+    void takesLastOfRepeatedLists();
+    void sharesUnchangedFieldCodes();
     void readsEachCitation_data();
     void readsEachCitation();
     void rejectsWrongCount_data();
@@ -44,6 +46,33 @@ void tst_PluginComServer_BatchReply::storesStyleBibliographyAndCitations()
     QCOMPARE(result(service, 1), goodResult);
     QCOMPARE(service.lastErrorCitationIndex(), -1);
     QCOMPARE(service.lastError(), QString());
+}
+
+void tst_PluginComServer_BatchReply::takesLastOfRepeatedLists()
+{
+    PluginComServer service;
+    QVERIFY(format(server, service, 1,
+        ScriptedReply::json(R"({"bibliography":"b","citationClusters":[{"formattedText":"1"},{}],)"
+                            R"("citationClusters":[)"
+            + goodEntry + "]}")));
+    QCOMPARE(result(service, 0), goodResult);
+    QCOMPARE(result(service, 1), noResult);
+}
+
+void tst_PluginComServer_BatchReply::sharesUnchangedFieldCodes()
+{
+    // A long document would otherwise have each field code in memory twice.
+    const QString sent = goodResult.last();
+    PluginComServer service;
+    for (const QString& fieldCode : {sent, QStringLiteral("changed"), sent}) {
+        service.addCitation(fieldCode, QString());
+    }
+    server.expect("POST", batchPath, batchReply({goodEntry, goodEntry, "{}"}));
+    QVERIFY(service.formatCitationsAndBibliography());
+    QCOMPARE(result(service, 0), goodResult);
+    QCOMPARE(result(service, 1), goodResult);
+    QCOMPARE(service.getFieldCode(2), QStringLiteral("ADDIN CSL_CITATION null"));
+    QCOMPARE(service.getFieldCode(0).constData(), sent.constData()); // the addresses
 }
 
 void tst_PluginComServer_BatchReply::readsEachCitation_data()

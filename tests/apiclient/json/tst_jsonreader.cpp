@@ -6,7 +6,8 @@
 
 #include <limits>
 
-// JsonUtils::parse and parseText: the values of well-formed texts, UTF-16, and the nesting limit.
+// JsonUtils::parse and parseText: the values of well-formed texts, UTF-16, the nesting limit, and
+// replaced elements.
 class tst_JsonReader : public QObject {
     Q_OBJECT
 
@@ -23,6 +24,8 @@ private Q_SLOTS:
     void readsSpecialUnitsAtEveryPosition_data();
     void readsSpecialUnitsAtEveryPosition();
     void distinguishesSimilarTexts();
+    void revivesElements_data();
+    void revivesElements();
 };
 
 namespace {
@@ -365,6 +368,50 @@ void tst_JsonReader::distinguishesSimilarTexts()
         expected << QVariantMap{{QString::fromUtf8(key), QString::fromUtf8(value)}};
     }
     QCOMPARE(describedFromBothForms(json + ']'), described(expected));
+}
+
+void tst_JsonReader::revivesElements_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QByteArray>("expected"); // JSON, or empty if `json` is malformed
+    QTest::addColumn<QByteArrayList>("elements"); // as JSON, in the order of the calls
+    const auto row = [](const char* name, const char* json, const char* expected,
+                         const QByteArrayList& elements) {
+        QTest::newRow(name) << QByteArray(json) << QByteArray(expected) << elements;
+    };
+    row("elements of every type", R"({"k":[1,"x",null,{"a":2},[3]]})", R"({"k":[0,1,2,3,4]})",
+        {"1", "\"x\"", "null", R"({"a":2})", "[3]"});
+    row("other keys", R"({"a":[1],"k":[2],"kk":[3],"K":[4]})",
+        R"({"a":[1],"k":[0],"kk":[3],"K":[4]})", {"2"});
+    row("escaped key", R"({"\u006b":[1]})", R"({"k":[0]})", {"1"});
+    row("whitespace", " { \"k\" : [ 1 , 2 ] } ", R"({"k":[0,1]})", {"1", "2"});
+    row("empty array", R"({"k":[]})", R"({"k":[]})", {});
+    row("arrays in the array", R"({"k":[[1,2],{"k":[3]}]})", R"({"k":[0,1]})",
+        {"[1,2]", R"({"k":[3]})"});
+    row("key in an inner object", R"({"a":{"k":[1]}})", R"({"a":{"k":[1]}})", {});
+    row("value is an object", R"({"k":{"k":[1]}})", R"({"k":{"k":[1]}})", {});
+    row("value is a string", R"({"k":"x"})", R"({"k":"x"})", {});
+    row("object in an array", R"([{"k":[1]}])", R"([{"k":[1]}])", {});
+    row("key twice", R"({"k":[1,2],"k":[3]})", R"({"k":[2]})", {"1", "2", "3"});
+    row("array and later a number", R"({"k":[1],"k":5})", R"({"k":5})", {"1"});
+    row("malformed element", R"({"k":[1,x]})", "", {"1"});
+    row("malformed after the array", R"({"k":[1]]})", "", {"1"});
+}
+
+void tst_JsonReader::revivesElements()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QByteArray, expected);
+    QFETCH(QByteArrayList, elements);
+    QByteArrayList calls;
+    const auto revive = [&calls](const QVariant& element) {
+        calls << JsonUtils::serialize(element);
+        return QVariant(qlonglong(calls.size() - 1));
+    };
+    const QVariant value = JsonUtils::parse(json, {text("k"), revive});
+    QCOMPARE(value.isValid(), !expected.isEmpty());
+    QCOMPARE(described(value), described(JsonUtils::parse(expected)));
+    QCOMPARE(calls, elements);
 }
 
 QTEST_GUILESS_MAIN(tst_JsonReader)
