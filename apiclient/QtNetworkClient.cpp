@@ -78,7 +78,7 @@ QNetworkRequest postRequest(const QUrl& url, qint64 bodySize)
 // Larger than any real document. QByteArray itself is limited to 2 GB.
 constexpr qint64 largestBody = qint64(512) * 1024 * 1024;
 
-constexpr qint64 readAhead = qint64(128) * 1024;
+constexpr qint64 readAhead = qint64(512) * 1024;
 
 /// Appends the received bytes of `reply` to `body`. Returns false if they exceed largestBody.
 bool appendReceived(QNetworkReply* reply, QByteArray* body)
@@ -91,7 +91,12 @@ bool appendReceived(QNetworkReply* reply, QByteArray* body)
         const qint64 length = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
         body->reserve(int(qBound<qint64>(0, length, largestBody)));
     }
-    *body += reply->readAll();
+    // readAll() would read 16 KB at a time and extend its result for each.
+    const auto oldSize = int(body->size());
+    const qint64 available = reply->bytesAvailable();
+    body->resize(oldSize + int(available));
+    const qint64 count = reply->read(body->data() + oldSize, available);
+    body->resize(oldSize + int(std::max<qint64>(count, 0)));
     return true;
 }
 
