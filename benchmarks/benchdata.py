@@ -81,13 +81,17 @@ def write_json(path, value):
         file.write(compact(value))
 
 
-def write_clusters(folder, clusters):
-    """Writes the argument file that the macro would write for these citations, and the reply to it."""
+def write_clusters(folder, clusters, changed=False):
+    """Writes the argument file that the macro would write for these citations, and the reply to it.
+
+    The field codes of the reply are those of the arguments, unless `changed`.
+    """
     arguments, replies, bibliography = [STYLE], [], []
     for cluster in clusters:
         text = cluster["tessaron"]["plainTextFormattedCitation"]
         item = cluster["citationItems"][0]["itemData"]
-        arguments += "ADDIN CSL_CITATION " + compact(cluster, sort_keys=True), text
+        sent = {**cluster, "properties": {"noteIndex": 1}} if changed else cluster
+        arguments += "ADDIN CSL_CITATION " + compact(sent, sort_keys=True), text
         replies.append({"citationCluster": cluster, "formattedText": f"<i>{text}</i>"})
         bibliography.append(f"{item['author'][0]['family']}. {item['title']} {item['page']}.")
     write_arguments(folder, arguments)
@@ -96,9 +100,9 @@ def write_clusters(folder, clusters):
         "bibliography": "\n".join(bibliography)})
 
 
-def write_document(folder, count):
+def write_document(folder, count, changed=False):
     library = Library()
-    write_clusters(folder, (library.cluster(number) for number in range(count)))
+    write_clusters(folder, (library.cluster(number) for number in range(count)), changed)
 
 
 def write_huge_citation(folder, length):
