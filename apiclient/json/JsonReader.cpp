@@ -152,7 +152,7 @@ private:
 
     bool readMember(const QString& key, QVariant* value)
     {
-        const bool revived = depth == 1 && reviver.revive && *next == '[' && key == reviver.key;
+        const bool revived = depth == 1 && *next == '[' && key == reviver.key;
         return revived ? readArray(value, reviver.revive) : readValue(value);
     }
 

@@ -74,6 +74,8 @@ const FAULTS = [
     ['/userUuid', { drop: 'inBody' }, [/found The reply is cut off \(status 200\)/]],
     ['/userUuid', { delayMs: 9000 }, [/found No complete reply within 5 s \(status 0\)/,
         /The bridge \(getUserUuid\) sets no timeout and keeps waiting\./]],
+    [FORMAT, { status: 500, body: '{"citationIndex":0}' }, [/warning: .*has no "error"/,
+        /\/citationIndex must be 1, the index of the unreadable citation; found \{"citationIndex":0\}/]],
     [FORMAT, { extraCitations: 1 }, [/\/citationClusters must have 1 entries, as the request has; found 2/,
         /The bridge \(formatCitationsAndBibliography\) returns "false", "-1", and says: Citation count mismatch/]],
     ['/testMethods/citationCluster/getFromUuid', { status: 200, body: '{"citationCluster":{}}' },
