@@ -12,24 +12,12 @@ namespace {
 
 using Utf16Buffer = QVarLengthArray<ushort, 512>;
 
-constexpr uint sharedTextCount = 512;
-constexpr qptrdiff longestSharedText = 96;
-
 template <typename Unit> QString textFrom(const Unit* units, qptrdiff length)
 {
     if constexpr (sizeof(Unit) == 1) {
         return QString::fromLatin1(reinterpret_cast<const char*>(units), int(length));
     } else {
         return QString(reinterpret_cast<const QChar*>(units), int(length));
-    }
-}
-
-template <typename Unit> bool equals(const QString& text, const Unit* units, qptrdiff length)
-{
-    if constexpr (sizeof(Unit) == 1) {
-        return text == QLatin1String(reinterpret_cast<const char*>(units), int(length));
-    } else {
-        return text == QStringView(units, length);
     }
 }
 
@@ -193,8 +181,6 @@ private:
         return readString(static_cast<QString*>(value->data()));
     }
 
-    /// Reads a string. A long document repeats its keys and many short values thousands of times,
-    /// so a small cache lets equal strings share their memory.
     bool readString(QString* text)
     {
         if (!accept('"')) {
@@ -202,38 +188,15 @@ private:
         }
         const Unit* const start = next;
         skipPlainUnits();
-        const qptrdiff length = next - start;
-        if (next == end || *next != '"' || length == 0 || length > longestSharedText) {
-            return finishString(start, text);
-        }
-        ++next;
-        QString& shared = sharedTexts[sharedTextIndex(start, uint(length))];
-        if (!equals(shared, start, length)) {
-            shared = textFrom(start, length);
-        }
-        *text = shared;
-        return true;
-    }
-
-    static uint sharedTextIndex(const Unit* text, uint length)
-    {
-        const uint hash =
-            ((text[0] * 31U + text[length / 2]) * 31U + text[length - 1]) * 31U + length;
-        return hash % sharedTextCount;
-    }
-
-    /// Finishes the string that began at `start` and is plain up to `next`.
-    bool finishString(const Unit* start, QString* text)
-    {
         if (next == end) {
             return false;
         }
-        if (*next == '"') {
-            *text = textFrom(start, next - start);
-            ++next;
-            return true;
+        if (*next != '"') {
+            return readStringSlowPath(start, text);
         }
-        return readStringSlowPath(start, text);
+        *text = textFrom(start, next - start);
+        ++next;
+        return true;
     }
 
     void skipPlainUnits()
@@ -424,7 +387,6 @@ private:
     const JsonUtils::ElementReviver& reviver;
     int depth = 0;
     Utf16Buffer scratch;
-    std::array<QString, sharedTextCount> sharedTexts;
 };
 
 template <typename Unit>

@@ -22,8 +22,8 @@ constexpr int maximumDepth = 1024;
 using Revive = std::function<QVariant(const QVariant& element)>;
 
 /// Replaces the elements of the array under `key` in the outermost object while the JSON is parsed,
-/// like the reviver of ECMAScript's JSON.parse(). All elements of a long array are then never in
-/// memory at the same time. A value that is not an array is not replaced.
+/// like the reviver of ECMAScript's JSON.parse(). Only one element of a long array is then in memory
+/// at a time. A value that is not an array is not replaced.
 struct ElementReviver {
     QString key;
     Revive revive;
@@ -41,8 +41,8 @@ QVariant getValueAtPath(const QVariantMap& map, const QString& path);
 /// beyond the range of a double, and nesting deeper than maximumDepth. JSON's null is a valid null
 /// variant (QMetaType::Nullptr).
 ///
-/// Calls `reviver`, if there is one, once for each element, in order, also if the text turns out to
-/// be malformed later or if another value replaces the array because its key is repeated.
+/// Calls `reviver`, if there is one, once for each element, in order, even if the text turns out to
+/// be malformed later, or if the key is repeated and its last value replaces the array.
 QVariant parse(const QByteArray& json, const ElementReviver& reviver = {});
 
 /// Parses a JSON text in UTF-16. Also accepts unescaped unpaired surrogates.
