@@ -22,8 +22,8 @@ constexpr int maximumDepth = 1024;
 using Revive = std::function<QVariant(const QVariant& element)>;
 
 /// Replaces the elements of the array under `key` in the outermost object while the JSON is parsed,
-/// like the reviver of ECMAScript's JSON.parse(). Only one element of a long array is then in memory
-/// at a time. A value that is not an array is not replaced.
+/// like the reviver of ECMAScript's JSON.parse(). Only one element of a long array is then in
+/// memory at a time. A value that is not an array is not replaced.
 struct ElementReviver {
     QString key;
     Revive revive;
